@@ -1,0 +1,13 @@
+#pragma once
+#include <pybind11/pybind11.h>
+
+namespace corvid_py {
+
+/// The Python classes of this area, created before any method is bound so that every
+/// signature can name every class.
+struct CircuitClasses {};
+
+CircuitClasses pybind_circuit_classes(pybind11::module_& m);
+void pybind_circuit_methods(pybind11::module_& m, CircuitClasses& classes);
+
+}  // namespace corvid_py

@@ -1,0 +1,42 @@
+// The extension module corvid._core: every class of every area is registered first, their
+// methods second, so signatures and docstrings can refer to any class.
+#include <pybind11/pybind11.h>
+
+#include "circuit.pybind.h"
+#include "corvid/util/errors.h"
+#include "corvid/util/parallel.h"
+#include "pauli.pybind.h"
+#include "qaoa.pybind.h"
+#include "sim.pybind.h"
+
+namespace py = pybind11;
+
+PYBIND11_MODULE(_core, m) {
+  m.doc() = "corvid core: Pauli algebra, circuits and the state-vector machine (C++).";
+
+  py::register_exception_translator([](std::exception_ptr p) {
+    try {
+      if (p) std::rethrow_exception(p);
+    } catch (const corvid::OutOfMemory& e) {
+      PyErr_SetString(PyExc_MemoryError, e.what());
+    } catch (const corvid::Interrupted&) {
+      PyErr_SetNone(PyExc_KeyboardInterrupt);
+    }
+  });
+
+  auto pauli = corvid_py::pybind_pauli_classes(m);
+  auto circuit = corvid_py::pybind_circuit_classes(m);
+  auto sim = corvid_py::pybind_sim_classes(m);
+  auto qaoa = corvid_py::pybind_qaoa_classes(m);
+
+  corvid_py::pybind_pauli_methods(m, pauli);
+  corvid_py::pybind_circuit_methods(m, circuit);
+  corvid_py::pybind_sim_methods(m, sim);
+  corvid_py::pybind_qaoa_methods(m, qaoa);
+
+  m.def("set_num_threads", &corvid::set_num_threads, py::arg("n"),
+        "Set the number of threads the simulation kernels use (default: OMP_NUM_THREADS, else "
+        "one per core).");
+  m.def("get_num_threads", &corvid::num_threads,
+        "The number of threads the simulation kernels use.");
+}

@@ -1,0 +1,10 @@
+"""corvid: a quantum SDK with Pauli operators, circuits and a fast CPU state-vector machine.
+
+Bit order: basis index bit i is qubit i; printed keys show qubit 0 right-most.
+"""
+
+# A development build keeps the compiled extension in build/<dir>/python/corvid; listing that
+# folder on sys.path merges it into this package.
+__path__ = __import__("pkgutil").extend_path(__path__, __name__)
+
+from ._core import get_num_threads, set_num_threads  # noqa: E402,F401

@@ -1,0 +1,1 @@
+"""QAOA: the quantum approximate optimisation algorithm for binary polynomials."""
