@@ -1,0 +1,1 @@
+"""Circuit construction: the phase circuit of a diagonal Hamiltonian, the ansatz, its execution."""

@@ -1,0 +1,38 @@
+"""The circuit of exp(-i*gamma*H) for a diagonal Hamiltonian H given in list form."""
+
+import corvid
+import numpy as np
+
+_PI = np.pi
+
+
+def pauli_z_operator_to_circuit(operator, qlist, gamma=_PI):
+    """Build the circuit of exp(-i*gamma*(H - h0)) for a diagonal Hamiltonian H.
+
+    operator: the list form of H, ``PauliOperator.toHamiltonian(True)``: (qubit index -> letter,
+        coefficient) pairs; every listed qubit counts as a Z factor, an empty map is a constant.
+    qlist: the qubits; index i of the list form is qlist[i].
+    gamma: the evolution time.
+
+    Returns (circuit, constant): a term c*Z_a...Z_d becomes a CNOT ladder onto its last qubit,
+    RZ(2*c*gamma) there and the ladder undone; the circuit ends with an I gate on every qubit.
+    ``constant`` is the sum of the identity coefficients h0 ("Constant number in the
+    hamiltonian."), not multiplied by gamma.
+    """
+    circuit = corvid.QCircuit()
+    constant = 0
+    for qubit_map, coefficient in operator:
+        index_list = sorted(qubit_map)
+        angle = coefficient * gamma
+        if not index_list:
+            constant += coefficient
+            continue
+        qubits = [qlist[i] for i in index_list]
+        for j in range(len(qubits) - 1):
+            circuit << corvid.CNOT(qubits[j], qubits[j + 1])
+        circuit << corvid.RZ(qubits[-1], 2 * angle)
+        for j in range(len(qubits) - 2, -1, -1):
+            circuit << corvid.CNOT(qubits[j], qubits[j + 1])
+    for qubit in qlist:
+        circuit << corvid.I(qubit)
+    return circuit, constant

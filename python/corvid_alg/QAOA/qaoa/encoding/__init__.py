@@ -1,0 +1,1 @@
+"""Problem encoding: binary variables and polynomials as Pauli-Z operators."""

@@ -1,0 +1,1 @@
+"""Evaluation: the problem object, solution energies, the losses and the loss driver."""

@@ -1,0 +1,1 @@
+"""Parameter optimisation: bounds, direct and layer-by-layer optimisation, and ``run``."""

@@ -1,0 +1,174 @@
+import math
+
+import numpy as np
+import pytest
+import sympy
+
+import corvid
+from corvid_alg.QAOA.qaoa import QAOA, p_1
+
+from qaoa_reference import all_bitstrings, polynomial_values, random_polynomial
+
+x = sympy.symbols("x0:11")
+x0, x1, x2 = x[:3]
+ROAD = 2 * x0 * x1 + 3 * x2 - 1
+ROAD_OPERATOR = 2 * p_1(0) * p_1(1) + 3 * p_1(2) - 1
+RUN_SETTINGS = ["shots", "loss_type", "alpha", "temperature", "optimizer", "optimize_type", "layer"]
+
+
+def test_construction_from_a_polynomial():
+    solver = QAOA(ROAD)
+    assert solver.problem_dimension == 3
+    assert solver.problem == sympy.simplify(ROAD)
+    assert sorted((tuple(m), c) for m, c in solver.operator) == sorted(
+        [((), 1.0), ((2,), -1.5), ((1,), -0.5), ((0,), -0.5), ((0, 1), 0.5)])
+    assert (solver.iter, solver.circuit_iter, len(solver.energy_dict)) == (0, 0, 0)
+    assert solver.energy_dict == {}
+    assert all(getattr(solver, name) is None for name in RUN_SETTINGS)
+    scaled = QAOA(ROAD, norm=True)
+    assert scaled.problem == solver.problem and scaled.operator != solver.operator
+
+
+def test_construction_from_an_operator_and_from_anything_else():
+    solver = QAOA(ROAD_OPERATOR)
+    assert solver.problem_dimension == 3
+    assert solver.problem == solver.operator and solver.problem is not solver.operator
+    for odd in (3, "x0 + x1"):
+        other = QAOA(odd)
+        assert (other.problem, other.operator, other.problem_dimension) == (odd, None, 0)
+        assert other.calculate_energy([1, 0]) == 0
+
+
+@pytest.mark.parametrize("problem", [ROAD, ROAD_OPERATOR], ids=["symbolic", "operator"])
+@pytest.mark.parametrize("solution, energy", [([1, 0, 0], -1), ([0, 1, 1], 2), ([1, 1, 1], 4)])
+def test_calculate_energy(problem, solution, energy):
+    assert QAOA(problem).calculate_energy(solution) == energy
+
+
+def test_calculate_energy_follows_name_order_and_rejects_wrong_lengths():
+    solver = QAOA(sum((i + 1) * v for i, v in enumerate(x)))  # x0..x10, 11 variables
+    solution = [0] * 11
+    solution[2] = 1  # entry 2 is x10
+    assert solver.calculate_energy(solution) == 11
+    with pytest.raises(IndexError):
+        solver.calculate_energy([0] * 12)
+    with pytest.raises(TypeError):
+        solver.calculate_energy([0] * 10)
+    assert QAOA(corvid.PauliOperator("X0", 2.0)).calculate_energy([1]) == -2.0
+    assert QAOA(corvid.PauliOperator(2.5) + corvid.PauliOperator("Z1", 0.0)).calculate_energy([0, 1]) == 2.5
+
+
+def with_settings(problem, **settings):
+    solver = QAOA(problem)
+    for name, value in settings.items():
+        setattr(solver, name, value)
+    return solver
+
+
+def test_default_loss_on_a_plain_result_caches_energies():
+    solver = QAOA(ROAD)
+    assert solver._loss_function_default({"001": 0.5, "110": 0.5}) == 0.5
+    assert dict(solver.energy_dict) == {"001": -1, "110": 2}
+    assert solver._loss_function_default({}) == 0.0
+
+
+def test_cvar_takes_mass_by_weight_not_by_energy():
+    # Weights 0.3, 0.3, 0.4 in result order; the lowest energy comes last and is never taken.
+    solver = with_settings(ROAD, alpha=0.5)
+    energies = {"000": -1, "011": 1, "100": 2}
+    result = {"011": 0.3, "000": 0.3, "100": 0.4}
+    assert {k: solver.calculate_energy([int(b) for b in reversed(k)]) for k in result} == energies
+    assert solver._loss_function_cvar(result) == pytest.approx(0.4 * 2 + 0.1 * 1)
+    solver.alpha = 0
+    assert solver._loss_function_cvar({"111": 0.7, "010": 0.3}) == 0.0
+    assert {"111", "010"} <= set(solver.energy_dict)
+
+
+@pytest.mark.parametrize("alpha", [1.5, -0.1, "0.5", None, float("nan")])
+def test_cvar_rejects_alpha_outside_the_unit_interval(alpha):
+    solver = with_settings(ROAD, alpha=alpha)
+    with pytest.raises(ValueError, match="^CVaR method needs parameter alpha to be a number between 0~1$"):
+        solver._loss_function_cvar({"001": 1.0})
+    assert len(solver.energy_dict) == 0
+
+
+def test_gibbs_values_and_temperature_errors():
+    solver = with_settings(ROAD, temperature=1)
+    assert solver._loss_function_Gibbs({"001": 1.0}) == pytest.approx(-1.0)
+    solver.temperature = 0.5
+    assert solver._loss_function_Gibbs({"001": 1.0}) == pytest.approx(-2.0)
+    solver.temperature = 1
+    # energies of '000' and '011' are -1 and 1; shifted by +1 that is the 0 and 2 example
+    assert solver._loss_function_Gibbs({"000": 0.5, "011": 0.5}) == pytest.approx(
+        -math.log(0.5 + 0.5 * math.exp(-2)) - 1)
+    solver.temperature = 1.2
+    with pytest.raises(ValueError, match="^Gibbs free energy method needs parameter temperature"):
+        solver._loss_function_Gibbs({"001": 1.0})
+    solver.temperature = 0
+    with pytest.raises(ZeroDivisionError):
+        solver._loss_function_Gibbs({"110": 0.5, "001": 0.5})
+    assert "110" in solver.energy_dict
+
+
+@pytest.mark.parametrize("seed", range(3))
+@pytest.mark.parametrize("loss, settings", [
+    ("_loss_function_default", {}),
+    ("_loss_function_cvar", {"alpha": 0.3}),
+    ("_loss_function_cvar", {"alpha": 1}),
+    ("_loss_function_Gibbs", {"temperature": 0.7}),
+])
+def test_machine_backed_and_plain_results_give_the_same_loss(seed, loss, settings):
+    rng = np.random.default_rng(seed)
+    problem, variables = random_polynomial(rng, n=5)
+    fast = with_settings(problem, **settings)
+    plain = with_settings(problem, **settings)
+    result = fast.run_qaoa_circuit(rng.uniform(0, 1, 1), rng.uniform(0, 1, 1))
+    assert isinstance(result, corvid.ProbabilityMap)
+    expected = getattr(plain, loss)(dict(result))
+    assert getattr(fast, loss)(result) == pytest.approx(expected, rel=1e-12, abs=1e-12)
+    # both caches now hold every state, with the polynomial's values
+    values = polynomial_values(problem, variables)
+    for cache in (fast.energy_dict, plain.energy_dict):
+        assert len(cache) == 32
+        for key in all_bitstrings(5):
+            assert cache[key] == pytest.approx(values[int(key, 2)], abs=1e-9)
+    assert fast.energy_dict == dict(plain.energy_dict)
+
+
+def test_cvar_with_equal_weights_takes_entries_in_result_order():
+    solver = with_settings(ROAD, alpha=0.25)
+    uniform = solver.run_qaoa_circuit([0.0], [0.0])
+    # '000' and '001' come first in basis order: energies -1 and -1 -> 0.25 * -1 (to rounding)
+    assert solver._loss_function_cvar(uniform) == pytest.approx(-0.25)
+
+
+def test_sampled_energies_are_computed_only_for_observed_keys():
+    solver = with_settings(x0 * x1 + x[3] + x[4] + x[5] + x[6] + x[7] + x[8] + x2 - x[9], shots=20, layer=1,
+                           loss_type="default")
+    solver._loss_function([0.3, 0.4])
+    assert 0 < len(solver.energy_dict) <= 20
+
+
+def test_loss_driver_split_counters_and_errors():
+    solver = with_settings(ROAD, layer=2, shots=-1, loss_type="default")
+    paras = [0.1, 0.2, 0.3, 0.4]
+    direct = solver._loss_function_default(solver.run_qaoa_circuit([0.1, 0.2], [0.3, 0.4], -1))
+    assert solver._loss_function(paras) == pytest.approx(direct, abs=1e-14)
+    assert (solver.iter, solver.circuit_iter) == (1, 2)
+    rx = [g.params[0] for g in solver.circuit if g.name == "RX"]
+    assert rx == pytest.approx([-0.6] * 3 + [-0.8] * 3)
+    solver.loss_type = "cvar"
+    with pytest.raises(ValueError, match="^wrong loss types, only support default, CVaR, Gibbs$"):
+        solver._loss_function(paras)
+    assert (solver.iter, solver.circuit_iter) == (1, 3)
+    solver.loss_type, solver.shots = "default", 0
+    with pytest.raises(ValueError, match="^Invalid shots number: 0$"):
+        solver._loss_function(paras)
+    assert (solver.iter, solver.circuit_iter) == (1, 3)
+
+
+def test_unset_layer_uses_the_whole_vector_for_both_halves():
+    solver = with_settings(ROAD, shots=-1, loss_type="default")
+    solver._loss_function([0.1, 0.2])
+    assert solver.layer == 2
+    assert [g.params[0] for g in solver.circuit if g.name == "RX"] == pytest.approx([-0.2] * 3 + [-0.4] * 3)
