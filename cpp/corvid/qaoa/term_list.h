@@ -1,0 +1,37 @@
+#pragma once
+/// The two ways a term list (masks[t], coeffs[t]) over basis indices is turned into energies:
+/// scattered into a dense 2^n coefficient array for a whole-space transform, or evaluated
+/// term by term at a few states. Callers validate the lists first (checks.h).
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "corvid/util/aligned_buffer.h"
+#include "corvid/util/parallel.h"
+
+namespace corvid {
+
+/// a[m] = sum of coeffs[t] over the terms with masks[t] == m, for m < 2^num_bits; every mask
+/// must be below 2^num_bits. O(terms + 2^n); `what` names the buffer if it is refused.
+AlignedBuffer<double> dense_coefficients(int num_bits, std::span<const std::uint64_t> masks,
+                                         std::span<const double> coeffs, const char* what);
+
+/// out[s] = sum_t coeffs[t] * factor(states[s], masks[t]), summed in term order.
+/// O(terms x states), parallel over states when that product is large.
+template <class Factor>
+AlignedBuffer<double> evaluate_terms(std::span<const std::uint64_t> masks,
+                                     std::span<const double> coeffs,
+                                     std::span<const std::uint64_t> states, const Factor& factor) {
+  AlignedBuffer<double> out(states.size(), "energies of the given states");
+  const auto count = static_cast<std::int64_t>(states.size());
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(masks.size() * states.size()))
+  for (std::int64_t s = 0; s < count; ++s) {
+    double e = 0.0;
+    for (std::size_t t = 0; t < masks.size(); ++t) e += coeffs[t] * factor(states[s], masks[t]);
+    out[s] = e;
+  }
+  return out;
+}
+
+}  // namespace corvid

@@ -1,0 +1,36 @@
+#include "corvid/qaoa/z_energies.h"
+
+#include <bit>
+#include <string>
+
+#include "corvid/qaoa/bit_transform.h"
+#include "corvid/qaoa/checks.h"
+#include "corvid/qaoa/term_list.h"
+
+namespace corvid {
+
+AlignedBuffer<double> energies_from_z_terms(int num_qubits, std::span<const std::uint64_t> masks,
+                                            std::span<const double> coeffs) {
+  check_num_bits(num_qubits, "num_qubits");
+  check_terms(masks, coeffs, num_qubits, "qubit");
+  const std::string what = "energies of " + std::to_string(num_qubits) + " qubits";
+  AlignedBuffer<double> e = dense_coefficients(num_qubits, masks, coeffs, what.c_str());
+  // The unnormalised Walsh–Hadamard transform: E[x] = sum_m a[m] (-1)^popcount(x & m).
+  transform_bits(e.data(), num_qubits, [](double& lo, double& hi) {
+    const double sum = lo + hi;
+    hi = lo - hi;
+    lo = sum;
+  });
+  return e;
+}
+
+AlignedBuffer<double> evaluate_z_terms(std::span<const std::uint64_t> masks,
+                                       std::span<const double> coeffs,
+                                       std::span<const std::uint64_t> states) {
+  check_same_length(masks.size(), "masks", coeffs.size(), "coeffs");
+  return evaluate_terms(masks, coeffs, states, [](std::uint64_t x, std::uint64_t m) {
+    return (std::popcount(x & m) & 1) ? -1.0 : 1.0;
+  });
+}
+
+}  // namespace corvid
