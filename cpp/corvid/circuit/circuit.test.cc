@@ -1,0 +1,73 @@
+#include "corvid/circuit/circuit.h"
+
+#include <gtest/gtest.h>
+
+#include "corvid/circuit/program.h"
+
+namespace corvid {
+
+TEST(Circuit, AppendsInOrderAndInlinesCircuits) {
+  Circuit inner;
+  inner << Gate(GateKind::H, {0}) << Gate(GateKind::CNOT, {0, 1});
+  Circuit c;
+  c << Gate(GateKind::X, {2}) << inner << Gate(GateKind::RZ, {1}, 0.5);
+  ASSERT_EQ(c.size(), 4u);
+  EXPECT_EQ(c[0], Gate(GateKind::X, {2}));
+  EXPECT_EQ(c[1], Gate(GateKind::H, {0}));
+  EXPECT_EQ(c[2], Gate(GateKind::CNOT, {0, 1}));
+  EXPECT_EQ(c[3], Gate(GateKind::RZ, {1}, 0.5));
+  EXPECT_EQ(c.num_qubits(), 3u);
+  EXPECT_EQ(inner.size(), 2u);  // the appended circuit is copied, not moved
+  EXPECT_EQ(c.to_string(), "X q[2]\nH q[0]\nCNOT q[0], q[1]\nRZ q[1], (0.500000)");
+}
+
+TEST(Circuit, AppendingItselfDoublesIt) {
+  Circuit c;
+  for (int q = 0; q < 20; ++q) c << Gate(GateKind::RY, {std::uint32_t(q)}, q * 0.1);
+  Circuit expected = c;
+  for (const Gate& g : Circuit(c)) expected << g;
+  c << c;
+  EXPECT_EQ(c, expected);
+}
+
+TEST(Circuit, EmptyCircuit) {
+  Circuit c;
+  EXPECT_TRUE(c.empty());
+  EXPECT_EQ(c.num_qubits(), 0u);
+  EXPECT_EQ(c.to_string(), "");
+  EXPECT_EQ(c, Circuit());
+}
+
+TEST(Program, MeasurementsAreTerminal) {
+  Program p;
+  p << Gate(GateKind::H, {0}) << Measurement(0, 0);
+  EXPECT_THROW(p << Gate(GateKind::X, {1}), std::invalid_argument);
+  Circuit more;
+  more << Gate(GateKind::X, {1});
+  try {
+    p << more;
+    FAIL() << "a gate after a measurement was accepted";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_NE(std::string(e.what()).find("mid-circuit measurement is not supported"),
+              std::string::npos);
+  }
+  p << Circuit() << Measurement(1, 1);  // an empty circuit adds no gate
+  EXPECT_EQ(p.circuit().size(), 1u);
+  EXPECT_EQ(p.size(), 3u);
+  EXPECT_EQ(p.to_string(), "H q[0]\nMEASURE q[0], c[0]\nMEASURE q[1], c[1]");
+}
+
+TEST(Program, MeasureAllPairsListsAndChecksThem) {
+  const std::vector<Qubit> qs{Qubit(0, 4), Qubit(1, 4)};
+  const std::vector<CBit> cs{CBit(0, 4), CBit(1, 4)};
+  const auto ms = measure_all(qs, cs);
+  ASSERT_EQ(ms.size(), 2u);
+  EXPECT_EQ(ms[1].qubit, Qubit(1, 4));
+  EXPECT_EQ(ms[1].cbit, CBit(1, 4));
+  EXPECT_EQ(ms[1].machine(), 4u);
+  EXPECT_THROW(measure_all(qs, std::vector<CBit>{CBit(0, 4)}), std::invalid_argument);
+  EXPECT_THROW(Measurement(Qubit(0, 4), CBit(0, 5)), std::invalid_argument);
+  EXPECT_THROW(Measurement(Qubit(70), CBit(0)), std::out_of_range);
+}
+
+}  // namespace corvid

@@ -1,0 +1,73 @@
+#include "corvid/circuit/gate.h"
+
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
+
+namespace corvid {
+namespace {
+
+constexpr std::array<GateInfo, kNumGateKinds> kGateInfo{{
+    {"I", 1, false},    {"H", 1, false},    {"X", 1, false},    {"Y", 1, false},
+    {"Z", 1, false},    {"S", 1, false},    {"T", 1, false},    {"RX", 1, true},
+    {"RY", 1, true},    {"RZ", 1, true},    {"P", 1, true},     {"CNOT", 2, false},
+    {"CZ", 2, false},   {"SWAP", 2, false}, {"RXX", 2, true},   {"RYY", 2, true},
+    {"RZZ", 2, true},
+}};
+
+std::string gate_error(std::string_view name, const std::string& what) {
+  return "gate " + std::string(name) + ": " + what;
+}
+
+}  // namespace
+
+const GateInfo& gate_info(GateKind kind) { return kGateInfo[static_cast<std::size_t>(kind)]; }
+
+Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle) : kind_(kind) {
+  const GateInfo& info = gate_info(kind);
+  if (qubits.size() != info.num_qubits) {
+    throw std::invalid_argument(gate_error(info.name, "takes " + std::to_string(info.num_qubits) +
+                                                          " qubit(s), got " +
+                                                          std::to_string(qubits.size())));
+  }
+  for (std::size_t i = 0; i < qubits.size(); ++i) {
+    if (qubits[i].addr >= kMaxQubits) {
+      throw std::out_of_range(gate_error(info.name, "qubit index " + std::to_string(qubits[i].addr) +
+                                                        " is out of range [0, 64)"));
+    }
+    qubits_[i] = qubits[i].addr;
+  }
+  if (info.num_qubits == 2) {
+    if (qubits[0].addr == qubits[1].addr) {
+      throw std::invalid_argument(
+          gate_error(info.name, "acts on qubit " + std::to_string(qubits[0].addr) + " twice"));
+    }
+    if (qubits[0].machine != qubits[1].machine) {
+      throw std::invalid_argument(gate_error(info.name, "its qubits belong to different machines"));
+    }
+  }
+  machine_ = qubits[0].machine;
+  if (info.has_angle) {
+    if (!std::isfinite(angle)) {
+      throw std::invalid_argument(gate_error(info.name, "angle must be finite, got " +
+                                                            std::to_string(angle)));
+    }
+    angle_ = angle;
+  }
+}
+
+std::string Gate::to_string() const {
+  std::string out(name());
+  for (unsigned i = 0; i < num_qubits(); ++i) {
+    out += i == 0 ? " q[" : ", q[";
+    out += std::to_string(qubits_[i]) + "]";
+  }
+  if (has_angle()) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, ", (%f)", angle_);
+    out += buf;
+  }
+  return out;
+}
+
+}  // namespace corvid

@@ -1,0 +1,25 @@
+#pragma once
+/// Exact outcome probabilities of a state vector, over all of its qubits or a subset.
+
+#include <cstdint>
+#include <span>
+
+#include "corvid/sim/state_vector.h"
+#include "corvid/util/aligned_buffer.h"
+
+namespace corvid {
+
+/// Probabilities of the basis states of `num_qubits` listed qubits: entry j is the probability
+/// that listed qubit b reads bit b of j (the first listed qubit is bit 0, printed right-most).
+/// It may hold only the first entries of the full 2^num_qubits table (see Machine::probabilities).
+struct ProbabilityTable {
+  unsigned num_qubits = 0;
+  AlignedBuffer<double> values;
+};
+
+/// The marginal distribution of `qubits` (distinct, each < state.num_qubits(); asserted) in the
+/// order given. One pass over the state, O(2^n + 2^k · threads) time; the table of 2^k entries
+/// is refused with OutOfMemory before allocating when it does not fit.
+ProbabilityTable marginal_probabilities(const StateVector& state, std::span<const unsigned> qubits);
+
+}  // namespace corvid

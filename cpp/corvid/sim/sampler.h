@@ -1,0 +1,27 @@
+#pragma once
+/// Drawing measurement outcomes from a probability table.
+
+#include <cstdint>
+#include <random>
+#include <span>
+#include <vector>
+
+namespace corvid {
+
+/// How often one outcome was drawn.
+struct OutcomeCount {
+  std::uint64_t outcome;
+  std::uint64_t hits;
+  friend bool operator==(const OutcomeCount&, const OutcomeCount&) = default;
+};
+
+/// Draws `shots` independent outcomes j with probability weights[j] / Σ weights and returns the
+/// outcomes drawn at least once with their hit counts, in ascending outcome order. Outcomes of
+/// weight 0 are never drawn. Weights must be finite and non-negative with a positive sum
+/// (asserted). O(size + shots) time and O(1) extra memory beyond the result: the sorted uniform
+/// variates come from normalised partial sums of exponential variates, merged with one walk over
+/// the running sum of the weights.
+std::vector<OutcomeCount> sample_counts(std::span<const double> weights, std::uint64_t shots,
+                                        std::mt19937_64& rng);
+
+}  // namespace corvid
