@@ -8,3 +8,9 @@ Bit order: basis index bit i is qubit i; printed keys show qubit 0 right-most.
 __path__ = __import__("pkgutil").extend_path(__path__, __name__)
 
 from ._core import get_num_threads, set_num_threads  # noqa: E402,F401
+from ._core import PauliOperator, binary_polynomial_to_z_operator  # noqa: E402,F401
+from ._core import (  # noqa: E402,F401
+    CNOT, CPUQVM, CZ, RX, RXX, RY, RYY, RZ, RZZ, SWAP, CBit, Gate, H, I, Measure, Measurement, P,
+    ProbabilityMap, QCircuit, QProg, Qubit, S, T, X, Y, Z, hadamard_circuit, measure_all,
+    measure_bandwidth,
+)

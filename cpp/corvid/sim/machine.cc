@@ -247,11 +247,16 @@ std::uint64_t Machine::state_size() const {
   return has_run_ ? std::uint64_t{1} << backend_->num_qubits() : 0;
 }
 
-void Machine::copy_state(std::complex<double>* out) const {
+void Machine::copy_state(std::span<std::complex<double>> out) const {
   std::lock_guard lock(mutex_);
   require_live();
   if (!has_run_) throw std::invalid_argument("no program has been run on this machine yet");
-  backend_->copy_state(out);
+  const std::uint64_t size = std::uint64_t{1} << backend_->num_qubits();
+  if (out.size() != size) {
+    throw std::invalid_argument("state copy needs room for " + std::to_string(size) +
+                                " amplitudes, got " + std::to_string(out.size()));
+  }
+  backend_->copy_state(out.data());
 }
 
 void Machine::finalize() {

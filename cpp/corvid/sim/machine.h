@@ -68,9 +68,10 @@ class Machine {
 
   /// Number of amplitudes of the state of the last run (2^n).
   std::uint64_t state_size() const;
-  /// Copies the final state of the last run (before any measurement) to `out`.
-  /// Throws std::invalid_argument when nothing has been run since the last init().
-  void copy_state(std::complex<double>* out) const;
+  /// Copies the final state of the last run (before any measurement) to `out`, which must hold
+  /// exactly state_size() amplitudes. Throws std::invalid_argument when nothing has been run
+  /// since the last init() or when the sizes differ.
+  void copy_state(std::span<std::complex<double>> out) const;
 
   /// Releases the machine; any later call other than finalize() throws std::invalid_argument.
   void finalize();

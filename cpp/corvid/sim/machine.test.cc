@@ -26,7 +26,9 @@ TEST(Machine, ExactProbabilitiesAndStateMatchReference) {
   const ProbabilityTable t = m.probabilities(c, q);
   const reference::Vector want = reference::reference_state(c, 5);
   std::vector<std::complex<double>> state(m.state_size());
-  m.copy_state(state.data());
+  m.copy_state(state);
+  std::vector<std::complex<double>> short_buffer(3);
+  EXPECT_THROW(m.copy_state(short_buffer), std::invalid_argument);
   ASSERT_EQ(t.values.size(), 32u);
   for (std::size_t i = 0; i < 32; ++i) {
     EXPECT_NEAR(std::abs(state[i] - want[i]), 0.0, 1e-12);
@@ -128,8 +130,8 @@ TEST(Machine, RejectsBadRequests) {
   EXPECT_THROW(m.sample(ok, std::vector<CBit>{c[1], c[1]}, 1), std::invalid_argument);
   EXPECT_THROW(m.sample(ok, std::vector<CBit>{CBit(9)}, 1), std::out_of_range);
   EXPECT_THROW(m.sample(Program(ok) << Measurement(q[0], CBit(4)), c, 1), std::out_of_range);
-  std::complex<double> sink;
-  EXPECT_THROW(m.copy_state(&sink), std::invalid_argument);  // nothing has run yet
+  std::vector<std::complex<double>> sink(4);
+  EXPECT_THROW(m.copy_state(sink), std::invalid_argument);  // nothing has run yet
 }
 
 TEST(Machine, InitStartsOverWithANewIdentity) {
