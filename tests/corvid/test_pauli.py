@@ -1,0 +1,156 @@
+"""PauliOperator from Python, checked against dense numpy matrices and hand-derived values."""
+
+import copy
+import doctest
+import functools
+
+import numpy as np
+import pytest
+
+import corvid
+from corvid import PauliOperator
+
+LETTERS = {
+    "X": np.array([[0, 1], [1, 0]], dtype=complex),
+    "Y": np.array([[0, -1j], [1j, 0]]),
+    "Z": np.diag([1.0 + 0j, -1.0]),
+}
+
+
+def dense(op, n):
+    """2^n x 2^n matrix; qubit q is bit q of the basis index (kron puts qubit 0 last)."""
+    out = np.zeros((2**n, 2**n), dtype=complex)
+    for key, coefficient in op:
+        factors = dict((int(f[1:]), f[0]) for f in key.split()) if key else {}
+        mats = [LETTERS[factors[q]] if q in factors else np.eye(2) for q in reversed(range(n))]
+        out += coefficient * functools.reduce(np.kron, mats, np.eye(1))
+    return out
+
+
+def random_operator(rng, n, terms):
+    op = PauliOperator()
+    for _ in range(terms):
+        letters = rng.integers(0, 4, size=n)
+        key = " ".join(f"{'XYZ'[l - 1]}{q}" for q, l in enumerate(letters) if l)
+        op += PauliOperator(key, complex(*rng.normal(size=2)))
+    return op
+
+
+def p_1(n):
+    return PauliOperator(0.5) - PauliOperator("Z" + str(n), 0.5)
+
+
+def p_0(n):
+    return PauliOperator(0.5) + PauliOperator("Z" + str(n), 0.5)
+
+
+def test_binary_variable_prints_exactly():
+    assert str(p_1(0)) == '{\n"" : 0.500000,\n"Z0" : -0.500000\n}'
+    assert repr(p_0(0)) == '{\n"" : 0.500000,\n"Z0" : 0.500000\n}'
+    assert str(PauliOperator()) == "{\n}"
+    assert str(PauliOperator("Y1 X0", 1 - 2j)) == '{\n"X0 Y1" : (1.000000-2.000000i)\n}'
+
+
+def test_quadratic_example_has_exactly_five_terms():
+    h = 2 * p_1(0) * p_1(1) + 3 * p_1(2) - 1
+    assert list(h) == [("", 1.0), ("Z0", -0.5), ("Z1", -0.5), ("Z2", -1.5), ("Z0 Z1", 0.5)]
+    assert list(p_1(12)) == [("", 0.5), ("Z12", -0.5)]
+
+
+@pytest.mark.parametrize("n", [0, 3, 12, 4294967295])
+def test_complementary_binary_operators_sum_to_identity(n):
+    assert p_0(n) + p_1(n) == PauliOperator(1)
+    assert list(p_0(n) + p_1(n)) == [("", 1.0)]
+    assert len(p_1(n) - p_1(n)) == 0 and 0 * p_1(n) == PauliOperator()
+
+
+@pytest.mark.parametrize(
+    "key", ["Q3", "Z", "Z-1", "Z0x", "Z 0", "Z0  Z1", " Z0", "Z0 ", "z0", "Z0 X0", "Z01",
+            "Z4294967296"])
+def test_malformed_keys_raise_value_error_naming_the_key(key):
+    with pytest.raises(ValueError, match=f'"{key}"'):
+        PauliOperator(key, 1.0)
+    with pytest.raises(ValueError, match=f'"{key}"'):
+        PauliOperator({"Z0": 1.0, key: 2.0})
+
+
+def test_arithmetic_matches_dense_matrices(rng):
+    n = 3
+    for _ in range(10):
+        a, b = random_operator(rng, n, 5), random_operator(rng, n, 4)
+        ma, mb = dense(a, n), dense(b, n)
+        s = complex(*rng.normal(size=2))
+        eye = np.eye(2**n)
+        cases = [
+            (a * b, ma @ mb), (a + b, ma + mb), (a - b, ma - mb), (-a, -ma),
+            (s * a, s * ma), (a * s, s * ma), (a + s, ma + s * eye), (s + a, ma + s * eye),
+            (a - s, ma - s * eye), (s - a, s * eye - ma),
+            (np.float64(2.5) * a, 2.5 * ma), (np.int64(3) - a, 3 * eye - ma),
+        ]
+        for op, expected in cases:
+            np.testing.assert_allclose(dense(op, n), expected, atol=1e-12)
+
+
+def test_in_place_operations_mutate_the_same_object(rng):
+    a = random_operator(rng, 3, 4)
+    b = random_operator(rng, 3, 3)
+    expected = dense(a, 3)
+    alias = a
+    for op, update in [
+        (lambda x: x.__iadd__(b), lambda m: m + dense(b, 3)),
+        (lambda x: x.__isub__(2), lambda m: m - 2 * np.eye(8)),
+        (lambda x: x.__imul__(b), lambda m: m @ dense(b, 3)),
+        (lambda x: x.__imul__(1j), lambda m: 1j * m),
+        (lambda x: x.__iadd__(x), lambda m: 2 * m),
+    ]:
+        assert op(a) is alias
+        expected = update(expected)
+        np.testing.assert_allclose(dense(alias, 3), expected, atol=1e-12)
+
+
+def test_equality_copy_and_iteration_types():
+    a = PauliOperator({"Z0": 1, "X1 Z0": 2j, "": 0})
+    assert a == PauliOperator("Z0", 1.0) + PauliOperator("Z0 X1", 2j) + PauliOperator("Z5", 0)
+    assert a != PauliOperator("Z0", 1.0)
+    assert (a == 1) is False
+    for clone in (copy.copy(a), copy.deepcopy(a)):
+        clone *= 2
+        assert list(a) == [("Z0", 1.0), ("Z0 X1", 2j)]
+    assert [type(c) for _, c in a] == [float, complex]
+    assert a.approx_equal(a + PauliOperator("Z0", 1e-14)) and not a.approx_equal(2 * a)
+    with pytest.raises(TypeError):
+        hash(a)
+
+
+def test_to_hamiltonian_list_form():
+    op = PauliOperator({"Z0 Z1": 0.5, "": 1, "X4 Y2": 2 + 7j})
+    form = op.toHamiltonian(True)
+    assert form == [({}, 1.0), ({0: "Z", 1: "Z"}, 0.5), ({2: "Y", 4: "X"}, 2.0)]
+    assert all(type(c) is float for _, c in form)
+    assert all(type(q) is int and type(l) is str for m, _ in form for q, l in m.items())
+    assert op.toHamiltonian(False)[2] == ({2: "Y", 4: "X"}, 2 + 7j)
+    assert PauliOperator().toHamiltonian(True) == []
+
+
+def test_remap_fills_callers_dict_and_max_index():
+    op = PauliOperator({"Z7 Z3": 1.0, "X12": 2.0, "": 0.5})
+    mapping = {99: 99}
+    remapped = op.remapQubitIndex(mapping)
+    assert mapping == {3: 0, 7: 1, 12: 2}
+    assert remapped == PauliOperator({"Z0 Z1": 1.0, "X2": 2.0, "": 0.5})
+    assert (op.getMaxIndex(), remapped.getMaxIndex()) == (12, 2)
+    assert PauliOperator(3).getMaxIndex() == -1 and PauliOperator().getMaxIndex() == -1
+    constant_map = {}
+    assert PauliOperator(3).remapQubitIndex(constant_map).getMaxIndex() + 1 == 0
+    assert constant_map == {}
+
+
+def test_docstring_examples_run():
+    finder = doctest.DocTestFinder()
+    runner = doctest.DocTestRunner(optionflags=doctest.NORMALIZE_WHITESPACE)
+    globs = {"PauliOperator": PauliOperator}
+    for obj in [PauliOperator, corvid.binary_polynomial_to_z_operator]:
+        for test in finder.find(obj, globs=globs):
+            runner.run(test)
+    assert runner.summarize(verbose=False).failed == 0
+    assert runner.summarize(verbose=False).attempted >= 10
