@@ -6,6 +6,7 @@
 #include "pauli.pybind.h"
 
 #include <pybind11/complex.h>
+#include <pybind11/operators.h>
 #include <pybind11/stl.h>
 
 #include <cstdint>
@@ -32,11 +33,9 @@ py::object coefficient_to_python(Coefficient c) {
   return py::cast(c);
 }
 
-PauliOperator from_dict(const py::dict& terms) {
-  std::vector<std::pair<std::string, Coefficient>> list;
-  list.reserve(terms.size());
-  for (auto [key, value] : terms) list.emplace_back(key.cast<std::string>(), value.cast<Coefficient>());
-  return PauliOperator(list);
+PauliOperator from_dict(const std::map<std::string, Coefficient>& terms) {
+  return PauliOperator(
+      std::vector<std::pair<std::string, Coefficient>>(terms.begin(), terms.end()));
 }
 
 py::list to_hamiltonian(const PauliOperator& op, bool is_real) {
@@ -46,7 +45,8 @@ py::list to_hamiltonian(const PauliOperator& op, bool is_real) {
     for (const corvid::PauliFactor& f : t.string.factors()) {
       letters[py::int_(f.qubit)] = py::str(std::string(1, f.letter));
     }
-    py::object c = is_real ? py::float_(t.coefficient.real()) : coefficient_to_python(t.coefficient);
+    py::object c =
+        is_real ? py::float_(t.coefficient.real()) : coefficient_to_python(t.coefficient);
     list.append(py::make_tuple(std::move(letters), std::move(c)));
   }
   return list;
@@ -118,41 +118,25 @@ void pybind_pauli_methods(py::module_& m, PauliClasses& classes) {
            "The sum of {key: coefficient} entries.\n\n"
            ">>> len(PauliOperator({\"\": 1, \"Z0 Z1\": 0.5}))\n2");
 
-  cls.def("__add__", [](const PauliOperator& a, const PauliOperator& b) { return a + b; },
-          py::is_operator())
-      .def("__add__", [](const PauliOperator& a, Coefficient s) { return a + s; },
-           py::is_operator())
-      .def("__radd__", [](const PauliOperator& a, Coefficient s) { return s + a; },
-           py::is_operator())
-      .def("__sub__", [](const PauliOperator& a, const PauliOperator& b) { return a - b; },
-           py::is_operator())
-      .def("__sub__", [](const PauliOperator& a, Coefficient s) { return a - s; },
-           py::is_operator())
-      .def("__rsub__", [](const PauliOperator& a, Coefficient s) { return s - a; },
-           py::is_operator())
-      .def("__mul__", [](const PauliOperator& a, const PauliOperator& b) { return a * b; },
-           py::is_operator())
-      .def("__mul__", [](const PauliOperator& a, Coefficient s) { return a * s; },
-           py::is_operator())
-      .def("__rmul__", [](const PauliOperator& a, Coefficient s) { return s * a; },
-           py::is_operator())
-      .def("__iadd__", [](PauliOperator& a, const PauliOperator& b) -> PauliOperator& { return a += b; },
-           py::is_operator())
-      .def("__iadd__", [](PauliOperator& a, Coefficient s) -> PauliOperator& { return a += s; },
-           py::is_operator())
-      .def("__isub__", [](PauliOperator& a, const PauliOperator& b) -> PauliOperator& { return a -= b; },
-           py::is_operator())
-      .def("__isub__", [](PauliOperator& a, Coefficient s) -> PauliOperator& { return a -= s; },
-           py::is_operator())
-      .def("__imul__", [](PauliOperator& a, const PauliOperator& b) -> PauliOperator& { return a *= b; },
-           py::is_operator())
-      .def("__imul__", [](PauliOperator& a, Coefficient s) -> PauliOperator& { return a *= s; },
-           py::is_operator())
-      .def("__neg__", [](const PauliOperator& a) { return -a; }, py::is_operator())
-      .def("__eq__", [](const PauliOperator& a, const PauliOperator& b) { return a == b; },
-           py::is_operator())
-      .def("__ne__", [](const PauliOperator& a, const PauliOperator& b) { return !(a == b); },
-           py::is_operator());
+  const Coefficient s;  // stands for a number on either side
+  cls.def(py::self + py::self)
+      .def(py::self + s)
+      .def(s + py::self)
+      .def(py::self - py::self)
+      .def(py::self - s)
+      .def(s - py::self)
+      .def(py::self * py::self)
+      .def(py::self * s)
+      .def(s * py::self)
+      .def(py::self += py::self)
+      .def(py::self += s)
+      .def(py::self -= py::self)
+      .def(py::self -= s)
+      .def(py::self *= py::self)
+      .def(py::self *= s)
+      .def(-py::self)
+      .def(py::self == py::self)
+      .def(py::self != py::self);
 
   // numpy scalars on the left (np.float64(2) * op) defer to __rmul__ instead of broadcasting.
   cls.attr("__array_ufunc__") = py::none();
@@ -174,7 +158,8 @@ void pybind_pauli_methods(py::module_& m, PauliClasses& classes) {
       .def("__str__", &PauliOperator::to_string)
       .def("__repr__", &PauliOperator::to_string)
       .def("__copy__", [](const PauliOperator& a) { return a; })
-      .def("__deepcopy__", [](const PauliOperator& a, py::dict) { return a; }, py::arg("memo"))
+      .def(
+          "__deepcopy__", [](const PauliOperator& a, py::dict) { return a; }, py::arg("memo"))
       .def("approx_equal", &PauliOperator::approx_equal, py::arg("other"), py::arg("tol") = 1e-12,
            "True when every coefficient differs from other's by at most tol (absolute).\n\n"
            ">>> PauliOperator(\"Z0\", 1.0).approx_equal(PauliOperator(\"Z0\", 1.0 + 1e-15))\nTrue")
@@ -190,7 +175,8 @@ void pybind_pauli_methods(py::module_& m, PauliClasses& classes) {
             std::map<std::uint32_t, std::uint32_t> renumbering;
             PauliOperator result = op.remap_qubit_index(renumbering);
             mapping.clear();
-            for (auto [old_index, new_index] : renumbering) mapping[py::int_(old_index)] = new_index;
+            for (auto [old_index, new_index] : renumbering)
+              mapping[py::int_(old_index)] = new_index;
             return result;
           },
           py::arg("mapping"),
@@ -198,10 +184,11 @@ void pybind_pauli_methods(py::module_& m, PauliClasses& classes) {
           "it uses; mapping (a dict) is cleared and filled with {old: new}.\n\n"
           ">>> m = {}\n>>> PauliOperator(\"Z3 Z7\", 1).remapQubitIndex(m), m\n"
           "({\n\"Z0 Z1\" : 1.000000\n}, {3: 0, 7: 1})")
-      .def("getMaxIndex", &PauliOperator::max_index,
-           "The largest qubit index used, or -1 when the operator acts on no qubit, so that\n"
-           "getMaxIndex() + 1 is the number of qubits it needs.\n\n"
-           ">>> PauliOperator(\"Z0 X5\", 1).getMaxIndex(), PauliOperator(3).getMaxIndex()\n(5, -1)");
+      .def(
+          "getMaxIndex", &PauliOperator::max_index,
+          "The largest qubit index used, or -1 when the operator acts on no qubit, so that\n"
+          "getMaxIndex() + 1 is the number of qubits it needs.\n\n"
+          ">>> PauliOperator(\"Z0 X5\", 1).getMaxIndex(), PauliOperator(3).getMaxIndex()\n(5, -1)");
 
   m.def(
       "binary_polynomial_to_z_operator",

@@ -74,6 +74,12 @@ def test_malformed_keys_raise_value_error_naming_the_key(key):
         PauliOperator({"Z0": 1.0, key: 2.0})
 
 
+@pytest.mark.parametrize("args", [({1: 2.0},), ({"Z0": "x"},), ("Z0", "a"), (None,), (1, 2)])
+def test_wrong_argument_types_raise_type_error(args):
+    with pytest.raises(TypeError):
+        PauliOperator(*args)
+
+
 def test_arithmetic_matches_dense_matrices(rng):
     n = 3
     for _ in range(10):

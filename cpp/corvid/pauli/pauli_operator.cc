@@ -75,7 +75,8 @@ PauliOperator::PauliOperator(PauliString string, Coefficient scalar) {
 PauliOperator::PauliOperator(const std::vector<std::pair<std::string, Coefficient>>& terms) {
   std::vector<Term> parsed;
   parsed.reserve(terms.size());
-  for (const auto& [key, coefficient] : terms) parsed.push_back({parse_pauli_key(key), coefficient});
+  for (const auto& [key, coefficient] : terms)
+    parsed.push_back({parse_pauli_key(key), coefficient});
   *this = from_terms(std::move(parsed));
 }
 
@@ -124,19 +125,22 @@ PauliOperator::Hamiltonian PauliOperator::to_hamiltonian() const {
   list.reserve(terms_.size());
   for (const Term& t : terms_) {
     std::map<std::uint32_t, char> letters;
-    for (const PauliFactor& f : t.string.factors()) letters.emplace_hint(letters.end(), f.qubit, f.letter);
+    for (const PauliFactor& f : t.string.factors())
+      letters.emplace_hint(letters.end(), f.qubit, f.letter);
     list.emplace_back(std::move(letters), t.coefficient.real());
   }
   return list;
 }
 
-PauliOperator PauliOperator::remap_qubit_index(std::map<std::uint32_t, std::uint32_t>& mapping) const {
+PauliOperator PauliOperator::remap_qubit_index(
+    std::map<std::uint32_t, std::uint32_t>& mapping) const {
   std::set<std::uint32_t> used;
   for (const Term& t : terms_) {
     for (const PauliFactor& f : t.string.factors()) used.insert(f.qubit);
   }
   mapping.clear();
-  for (std::uint32_t q : used) mapping.emplace_hint(mapping.end(), q, static_cast<std::uint32_t>(mapping.size()));
+  for (std::uint32_t q : used)
+    mapping.emplace_hint(mapping.end(), q, static_cast<std::uint32_t>(mapping.size()));
   // An increasing renumbering keeps each string's factor order and the term order.
   PauliOperator result = *this;
   std::vector<PauliFactor> factors;
@@ -160,7 +164,8 @@ std::string PauliOperator::to_string() const {
   std::string text = "{\n";
   for (std::size_t i = 0; i < terms_.size(); ++i) {
     if (i > 0) text += ",\n";
-    text += '"' + format_pauli_key(terms_[i].string) + "\" : " + format_coefficient(terms_[i].coefficient);
+    text += '"' + format_pauli_key(terms_[i].string) +
+            "\" : " + format_coefficient(terms_[i].coefficient);
   }
   if (!terms_.empty()) text += '\n';
   return text + "}";

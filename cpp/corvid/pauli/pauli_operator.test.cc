@@ -127,14 +127,14 @@ TEST(PauliOperator, ScalarsOnEitherSideAndInPlaceForms) {
   EXPECT_EQ(acc, PauliOperator(C(0, 2)));
   PauliOperator x("X0", 1.0), y("Y0", 1.0);
   EXPECT_EQ(x * y - y * x, PauliOperator("Z0", C(0, 2)));  // [X, Y] = 2iZ
-  EXPECT_TRUE((x * y + y * x).empty());                     // {X, Y} = 0
+  EXPECT_TRUE((x * y + y * x).empty());                    // {X, Y} = 0
 }
 
 TEST(PauliOperator, HandExample) {
   // 2·x0·x1 + 3·x2 − 1 with x = (I − Z)/2.
   PauliOperator h = 2.0 * p1(0) * p1(1) + 3.0 * p1(2) - 1.0;
-  EXPECT_EQ(h, PauliOperator({{"", 1.0}, {"Z0", -0.5}, {"Z1", -0.5}, {"Z2", -1.5},
-                              {"Z0 Z1", 0.5}}));
+  EXPECT_EQ(h,
+            PauliOperator({{"", 1.0}, {"Z0", -0.5}, {"Z1", -0.5}, {"Z2", -1.5}, {"Z0 Z1", 0.5}}));
   std::vector<std::string> keys;
   for (const auto& t : h) keys.push_back(format_pauli_key(t.string));
   EXPECT_EQ(keys, (std::vector<std::string>{"", "Z0", "Z1", "Z2", "Z0 Z1"}));

@@ -50,8 +50,8 @@ TEST(PauliString, SortsFactorsAndRejectsRepeatsAndBadLetters) {
 }
 
 TEST(PauliString, TermOrderIsSizeThenQubitsThenLetters) {
-  const char* sorted[] = {"", "Z0", "X1", "Y1", "Z1", "Z2", "X0 Z1", "Z0 X1", "Z0 Z1",
-                          "X0 Z2", "Z1 Z2", "Z0 Z1 Z2"};
+  const char* sorted[] = {"",      "Z0",    "X1",    "Y1",    "Z1",    "Z2",
+                          "X0 Z1", "Z0 X1", "Z0 Z1", "X0 Z2", "Z1 Z2", "Z0 Z1 Z2"};
   for (std::size_t i = 0; i < std::size(sorted); ++i) {
     for (std::size_t j = 0; j < std::size(sorted); ++j) {
       EXPECT_EQ(parse_pauli_key(sorted[i]) <=> parse_pauli_key(sorted[j]), i <=> j)

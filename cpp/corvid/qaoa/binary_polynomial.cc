@@ -27,7 +27,8 @@ void require_expansion_memory(const std::vector<std::vector<std::uint32_t>>& set
   for (const auto& set : sets) {
     double n = std::ldexp(1.0, static_cast<int>(set.size()));
     terms += n;
-    bytes += n * static_cast<double>(sizeof(PauliOperator::Term) + set.size() * sizeof(PauliFactor));
+    bytes +=
+        n * static_cast<double>(sizeof(PauliOperator::Term) + set.size() * sizeof(PauliFactor));
   }
   if (bytes < static_cast<double>(std::size_t{1} << 26)) return;
   char what[96];
