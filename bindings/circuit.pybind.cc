@@ -56,8 +56,8 @@ std::uint32_t to_index(py::handle value, const char* what) {
 }
 
 bool is_qubit_list(py::handle value) {
-  return !py::isinstance<Qubit>(value) && !PyIndex_Check(value.ptr()) &&
-         py::isinstance<py::iterable>(value) && !py::isinstance<py::str>(value);
+  return !py::isinstance<Qubit>(value) && py::isinstance<py::iterable>(value) &&
+         !py::isinstance<py::str>(value);
 }
 
 // One-qubit gates take a qubit, or a list of qubits and return a circuit with the gate on each.
@@ -148,6 +148,11 @@ std::int64_t to_integer(py::handle value, const char* what) {
                                 std::string(py::repr(value)));
   }
   py::int_ i = py::reinterpret_steal<py::int_>(PyNumber_Index(value.ptr()));
+  if (!i) {  // e.g. a numpy array of several integers
+    PyErr_Clear();
+    throw std::invalid_argument(std::string(what) + " must be an integer, got " +
+                                std::string(py::repr(value)));
+  }
   int overflow = 0;
   const long long v = PyLong_AsLongLongAndOverflow(i.ptr(), &overflow);
   if (overflow != 0) {

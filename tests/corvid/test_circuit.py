@@ -145,3 +145,11 @@ def test_program_takes_gates_circuits_and_terminal_measurements():
 def test_measure_all_needs_equal_lengths():
     with pytest.raises(ValueError, match="3 qubits but 2 classical bits"):
         measure_all([0, 1, 2], [0, 1])
+
+
+def test_numpy_integers_and_arrays_are_accepted_as_qubits():
+    import numpy as np
+
+    assert corvid.H(np.int64(2)) == corvid.H(2)
+    assert RX(np.arange(3), np.float64(0.5)) == RX([0, 1, 2], 0.5)
+    assert CNOT(np.int32(1), 0).qubits == (1, 0)

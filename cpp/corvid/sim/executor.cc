@@ -7,19 +7,6 @@
 #include "corvid/sim/kernels.h"
 
 namespace corvid {
-namespace {
-
-kernels::Matrix2 rotation_x(double angle) {
-  const double c = std::cos(angle / 2), s = std::sin(angle / 2);
-  return {Amplitude(c, 0), Amplitude(0, -s), Amplitude(0, -s), Amplitude(c, 0)};
-}
-
-kernels::Matrix2 rotation_y(double angle) {
-  const double c = std::cos(angle / 2), s = std::sin(angle / 2);
-  return {Amplitude(c, 0), Amplitude(-s, 0), Amplitude(s, 0), Amplitude(c, 0)};
-}
-
-}  // namespace
 
 void apply_gate(StateVector& state, const Gate& gate) {
   using K = GateKind;
@@ -35,14 +22,14 @@ void apply_gate(StateVector& state, const Gate& gate) {
 #endif
   switch (gate.kind()) {
     case K::I: return;
-    case K::H: return kernels::apply_matrix1(a, n, q0, {one * r, one * r, one * r, -one * r});
+    case K::H: return kernels::apply_h(a, n, q0);
     case K::X: return kernels::apply_x(a, n, q0);
-    case K::Y: return kernels::apply_matrix1(a, n, q0, {0, Amplitude(0, -1), Amplitude(0, 1), 0});
+    case K::Y: return kernels::apply_y(a, n, q0);
     case K::Z: return kernels::apply_diagonal1(a, n, q0, one, -one);
     case K::S: return kernels::apply_diagonal1(a, n, q0, one, Amplitude(0, 1));
     case K::T: return kernels::apply_diagonal1(a, n, q0, one, Amplitude(r, r));
-    case K::RX: return kernels::apply_matrix1(a, n, q0, rotation_x(phi));
-    case K::RY: return kernels::apply_matrix1(a, n, q0, rotation_y(phi));
+    case K::RX: return kernels::apply_rx(a, n, q0, phi);
+    case K::RY: return kernels::apply_ry(a, n, q0, phi);
     case K::RZ:
       return kernels::apply_diagonal1(a, n, q0, std::polar(1.0, -phi / 2), std::polar(1.0, phi / 2));
     case K::P: return kernels::apply_diagonal1(a, n, q0, one, std::polar(1.0, phi));

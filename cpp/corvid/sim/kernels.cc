@@ -64,12 +64,25 @@ void for_each_quad(unsigned num_qubits, unsigned a, unsigned b, Body body) {
 
 }  // namespace
 
-void apply_matrix1(Amplitude* amps, unsigned num_qubits, unsigned q, const Matrix2& m) {
+void apply_h(Amplitude* amps, unsigned num_qubits, unsigned q) {
+  const double r = std::sqrt(0.5);
   for_each_pair(num_qubits, q, [&](Index i0, Index i1) {
     const Amplitude a0 = amps[i0];
     const Amplitude a1 = amps[i1];
-    amps[i0] = mul(m[0], a0) + mul(m[1], a1);
-    amps[i1] = mul(m[2], a0) + mul(m[3], a1);
+    amps[i0] = r * (a0 + a1);
+    amps[i1] = r * (a0 - a1);
+  });
+}
+
+void apply_x(Amplitude* amps, unsigned num_qubits, unsigned q) {
+  for_each_pair(num_qubits, q, [&](Index i0, Index i1) { std::swap(amps[i0], amps[i1]); });
+}
+
+void apply_y(Amplitude* amps, unsigned num_qubits, unsigned q) {
+  for_each_pair(num_qubits, q, [&](Index i0, Index i1) {
+    const Amplitude a0 = amps[i0];
+    amps[i0] = mul_minus_i(1.0, amps[i1]);
+    amps[i1] = mul_minus_i(-1.0, a0);
   });
 }
 
@@ -80,8 +93,26 @@ void apply_diagonal1(Amplitude* amps, unsigned num_qubits, unsigned q, Amplitude
   });
 }
 
-void apply_x(Amplitude* amps, unsigned num_qubits, unsigned q) {
-  for_each_pair(num_qubits, q, [&](Index i0, Index i1) { std::swap(amps[i0], amps[i1]); });
+void apply_rx(Amplitude* amps, unsigned num_qubits, unsigned q, double angle) {
+  const double c = std::cos(angle / 2);
+  const double s = std::sin(angle / 2);
+  for_each_pair(num_qubits, q, [&](Index i0, Index i1) {
+    const Amplitude a0 = amps[i0];
+    const Amplitude a1 = amps[i1];
+    amps[i0] = c * a0 + mul_minus_i(s, a1);
+    amps[i1] = c * a1 + mul_minus_i(s, a0);
+  });
+}
+
+void apply_ry(Amplitude* amps, unsigned num_qubits, unsigned q, double angle) {
+  const double c = std::cos(angle / 2);
+  const double s = std::sin(angle / 2);
+  for_each_pair(num_qubits, q, [&](Index i0, Index i1) {
+    const Amplitude a0 = amps[i0];
+    const Amplitude a1 = amps[i1];
+    amps[i0] = c * a0 - s * a1;
+    amps[i1] = s * a0 + c * a1;
+  });
 }
 
 void apply_cnot(Amplitude* amps, unsigned num_qubits, unsigned control, unsigned target) {

@@ -8,21 +8,22 @@
 /// team above kParallelThreshold amplitudes. These are the plain, obviously correct versions
 /// that faster variants are tested against.
 
-#include <array>
-
 #include "corvid/sim/state_vector.h"
 
 namespace corvid::kernels {
 
-/// A 2x2 matrix in row-major order {m00, m01, m10, m11}, acting on (|0⟩, |1⟩).
-using Matrix2 = std::array<Amplitude, 4>;
-
-/// Any one-qubit unitary (H, Y, RX, RY).
-void apply_matrix1(Amplitude* amps, unsigned num_qubits, unsigned q, const Matrix2& m);
-/// diag(d0, d1) on qubit q (Z, S, T, RZ, P).
-void apply_diagonal1(Amplitude* amps, unsigned num_qubits, unsigned q, Amplitude d0, Amplitude d1);
+/// Hadamard: (a0, a1) -> ((a0 + a1)/√2, (a0 − a1)/√2).
+void apply_h(Amplitude* amps, unsigned num_qubits, unsigned q);
 /// Pauli X: swaps the halves of every pair.
 void apply_x(Amplitude* amps, unsigned num_qubits, unsigned q);
+/// Pauli Y: (a0, a1) -> (−i·a1, i·a0).
+void apply_y(Amplitude* amps, unsigned num_qubits, unsigned q);
+/// diag(d0, d1) on qubit q (Z, S, T, RZ, P).
+void apply_diagonal1(Amplitude* amps, unsigned num_qubits, unsigned q, Amplitude d0, Amplitude d1);
+/// exp(−iφX/2) = [[c, −is], [−is, c]] and exp(−iφY/2) = [[c, −s], [s, c]], c = cos(φ/2),
+/// s = sin(φ/2).
+void apply_rx(Amplitude* amps, unsigned num_qubits, unsigned q, double angle);
+void apply_ry(Amplitude* amps, unsigned num_qubits, unsigned q, double angle);
 
 /// Flips `target` where `control` is 1.
 void apply_cnot(Amplitude* amps, unsigned num_qubits, unsigned control, unsigned target);
