@@ -127,15 +127,6 @@ def test_probability_view_is_zero_copy_and_keeps_the_buffer_alive():
     np.testing.assert_allclose(a, 1 / 4096, rtol=1e-12)
 
 
-def test_exact_run_of_the_uniform_superposition_and_rotations():
-    # RX on the uniform superposition only adds a global phase.
-    qvm = CPUQVM()
-    q = qvm.qAlloc_many(3)
-    m = qvm.prob_run_dict(QProg() << H(q) << RX(q, -0.8), q, -1)
-    assert list(m) == ["000", "001", "010", "011", "100", "101", "110", "111"]
-    np.testing.assert_allclose(m.probabilities, 0.125, rtol=1e-12)
-
-
 @pytest.mark.parametrize("seed", [1, 2])
 def test_sampled_frequencies_are_within_five_sigma(rng, seed):
     n, shots = 4, 40000

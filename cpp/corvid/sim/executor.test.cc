@@ -96,17 +96,4 @@ TEST(Executor, LargeRegisterWithWideStridesMatchesReference) {
   }
 }
 
-TEST(StateVector, StartsInZeroStateAndResets) {
-  StateVector s(15);
-  EXPECT_EQ(s.size(), std::uint64_t{1} << 15);
-  EXPECT_EQ(s[0], Amplitude(1.0));
-  Circuit c;
-  c << Gate(GateKind::H, {14});
-  execute(s, c.gates());
-  s.reset();
-  for (std::uint64_t i = 1; i < s.size(); ++i) ASSERT_EQ(s[i], Amplitude(0.0));
-  EXPECT_EQ(s[0], Amplitude(1.0));
-  EXPECT_EQ(StateVector(0).size(), 1u);
-}
-
 }  // namespace corvid

@@ -97,18 +97,6 @@ TEST(Machine, SamplingMapsMeasurementsToBits) {
   EXPECT_EQ(m.sample(Program(), c, 5), (std::vector<OutcomeCount>{{0, 5}}));
 }
 
-TEST(Machine, SeededMachinesAgree) {
-  Circuit c;
-  c << Gate(GateKind::H, {0}) << Gate(GateKind::RY, {1}, 1.1);
-  Program p(c);
-  p << measure_all(std::vector<Qubit>{0, 1}, std::vector<CBit>{0, 1});
-  Machine a(77), b(77);
-  a.allocate_qubits(2), b.allocate_qubits(2);
-  a.allocate_cbits(2), b.allocate_cbits(2);
-  const std::vector<CBit> cs{0, 1};
-  EXPECT_EQ(a.sample(p, cs, 500), b.sample(p, cs, 500));
-}
-
 TEST(Machine, RejectsBadRequests) {
   Machine m, other;
   const auto q = m.allocate_qubits(2);
