@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 namespace corvid {
@@ -25,7 +26,13 @@ class FactorList {
 
   FactorList() noexcept {}
   explicit FactorList(std::span<const PauliFactor> factors) { assign(factors); }
-  FactorList(const FactorList& other) { assign(other.span()); }
+  FactorList(const FactorList& other) {
+    if (other.on_heap()) {
+      assign(other.span());
+    } else {
+      copy_inline(other);
+    }
+  }
   FactorList(FactorList&& other) noexcept { take(other); }
   FactorList& operator=(const FactorList& other) {
     if (this != &other) assign(other.span());
@@ -74,13 +81,19 @@ class FactorList {
     size_ = 0;
     capacity_ = kInline;
   }
+  // A fixed-size copy of the whole inline array compiles to a few register moves, where a
+  // variable-length one would call memmove.
+  void copy_inline(const FactorList& other) noexcept {
+    std::memcpy(static_cast<void*>(inline_), other.inline_, sizeof inline_);
+    size_ = other.size_;
+  }
   // Steals a heap array, or copies inline factors; `other` is left empty.
   void take(FactorList& other) noexcept {
     if (other.on_heap()) {
       heap_ = other.heap_;
       capacity_ = other.capacity_;
     } else {
-      std::copy(other.inline_, other.inline_ + other.size_, inline_);
+      copy_inline(other);
     }
     size_ = other.size_;
     other.size_ = 0;

@@ -46,7 +46,8 @@ class PauliOperator {
   /// The sum of (key, coefficient) pairs; repeated keys are added up.
   explicit PauliOperator(const std::vector<std::pair<std::string, Coefficient>>& terms);
 
-  /// The sum of `terms` in any order, like strings merged and zeros dropped. O(t log t).
+  /// The sum of `terms` in any order, like strings merged and zeros dropped. O(t + d log d) for
+  /// d distinct strings (see TermAccumulator).
   static PauliOperator from_terms(std::vector<Term> terms);
 
   std::size_t size() const noexcept { return terms_.size(); }
@@ -59,8 +60,8 @@ class PauliOperator {
   /// in place inserts each one by binary search instead.
   friend PauliOperator operator+(PauliOperator a, const PauliOperator& b) { return a += b; }
   friend PauliOperator operator-(PauliOperator a, const PauliOperator& b) { return a -= b; }
-  /// Operator product: m·k string products, then one merge. O(m·k·(q + log(m·k))) for strings
-  /// of up to q factors.
+  /// Operator product: m·k string products summed through a TermAccumulator, O(m·k·q + d log d)
+  /// for strings of up to q factors and d distinct products.
   friend PauliOperator operator*(const PauliOperator& a, const PauliOperator& b);
   friend PauliOperator operator*(PauliOperator a, Coefficient s) { return a *= s; }
   friend PauliOperator operator*(Coefficient s, PauliOperator a) { return a *= s; }

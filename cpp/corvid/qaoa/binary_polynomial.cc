@@ -38,10 +38,11 @@ void require_expansion_memory(const std::vector<std::vector<std::uint32_t>>& set
 }
 
 // Appends c·2^{−k}·Σ_{S⊆T} (−1)^{|S|} Z_S for the k distinct variables T.
-void expand(const std::vector<std::uint32_t>& set, double coefficient, TermAccumulator& out) {
+// `factors` is scratch space, reused across calls.
+void expand(const std::vector<std::uint32_t>& set, double coefficient, TermAccumulator& out,
+            std::vector<PauliFactor>& factors) {
   const double scale = std::ldexp(coefficient, -static_cast<int>(set.size()));
   const std::uint64_t subsets = std::uint64_t{1} << set.size();
-  std::vector<PauliFactor> factors;
   for (std::uint64_t mask = 0; mask < subsets; ++mask) {
     factors.clear();
     for (std::size_t j = 0; j < set.size(); ++j) {
@@ -57,14 +58,17 @@ void expand(const std::vector<std::uint32_t>& set, double coefficient, TermAccum
 PauliOperator binary_polynomial_to_z_operator(const std::vector<Monomial>& monomials) {
   std::vector<std::vector<std::uint32_t>> sets;  // of the monomials with nonzero coefficients
   std::vector<double> coefficients;
+  sets.reserve(monomials.size());
+  coefficients.reserve(monomials.size());
   for (const Monomial& m : monomials) {
     if (m.coefficient == 0.0) continue;
     sets.push_back(distinct_sorted(m.variables));
     coefficients.push_back(m.coefficient);
   }
   require_expansion_memory(sets);
-  TermAccumulator sum(4 * sets.size());
-  for (std::size_t i = 0; i < sets.size(); ++i) expand(sets[i], coefficients[i], sum);
+  TermAccumulator sum(sets.size());
+  std::vector<PauliFactor> factors;
+  for (std::size_t i = 0; i < sets.size(); ++i) expand(sets[i], coefficients[i], sum, factors);
   return sum.finish();
 }
 
