@@ -18,7 +18,8 @@ def spsa_minimize(fun, x0, bounds=None, maxiter=100, a=None, c=0.1, A=None, alph
     fun: objective, a function of one vector returning a real.
     x0: starting vector.
     bounds: optional sequence of (low, high) pairs, one per coordinate; None or +-inf ends
-        leave that side open. Iterates and probe points are clipped into the box.
+        leave that side open. Iterates are clipped into the box and the objective is only
+        evaluated inside it.
     maxiter: number of iterations (two evaluations each).
     a: step gain; None calibrates it so that the first step moves coordinates by about
         `target_step`, from the mean gradient magnitude over `calibration_samples` estimates
@@ -43,10 +44,14 @@ def spsa_minimize(fun, x0, bounds=None, maxiter=100, a=None, c=0.1, A=None, alph
     x = np.clip(x, low, high)
 
     def gradient(point, size):
-        delta = rng.choice((-1.0, 1.0), size=len(point))
-        plus = fun(np.clip(point + size * delta, low, high))
-        minus = fun(np.clip(point - size * delta, low, high))
-        return (plus - minus) / (2.0 * size * delta)
+        # Probe symmetrically around a centre pulled inside the box, so both probes are feasible
+        # and the difference stays an unbiased slope estimate next to a bound.
+        sizes = np.minimum(size, (high - low) / 2)
+        centre = np.clip(point, low + sizes, high - sizes)
+        delta = rng.choice((-1.0, 1.0), size=len(point)) * (sizes > 0)
+        difference = fun(centre + sizes * delta) - fun(centre - sizes * delta)
+        steps = np.where(sizes > 0, 2.0 * sizes * delta, 1.0)
+        return np.where(sizes > 0, difference / steps, 0.0)
 
     if a is None:
         magnitude = np.mean([np.mean(np.abs(gradient(x, c))) for _ in range(calibration_samples)])
