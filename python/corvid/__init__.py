@@ -14,3 +14,4 @@ from ._core import (  # noqa: E402,F401
     ProbabilityMap, QCircuit, QProg, Qubit, S, T, X, Y, Z, hadamard_circuit, measure_all,
     measure_bandwidth,
 )
+from . import diagonal  # noqa: E402,F401
