@@ -1,6 +1,7 @@
 """The final distribution of ``run``, ordered by descending probability."""
 
-from collections.abc import Mapping
+from collections.abc import ItemsView, Mapping
+from itertools import islice
 
 from corvid import diagonal
 
@@ -35,8 +36,7 @@ class SortedDistribution(Mapping):
             yield self._key(index)
 
     def items(self):
-        probabilities = self._result.probabilities
-        return [(self._key(i), float(probabilities[i])) for i in self._order]
+        return _Items(self)
 
     @property
     def probabilities(self):
@@ -49,6 +49,16 @@ class SortedDistribution(Mapping):
         return self._order
 
     def __repr__(self):
-        head = ", ".join(f"{k!r}: {v:.6g}" for k, v in self.items()[:4])
+        head = ", ".join(f"{k!r}: {v!r}" for k, v in islice(self.items(), 4))
         more = ", ..." if len(self) > 4 else ""
         return f"SortedDistribution({{{head}{more}}})"
+
+
+class _Items(ItemsView):
+    """(key, probability) pairs by descending probability, made as they are read."""
+
+    def __iter__(self):
+        distribution = self._mapping
+        probabilities = distribution.probabilities
+        for index in distribution.order:
+            yield distribution._key(index), float(probabilities[index])
