@@ -6,6 +6,7 @@
 #include "corvid/util/errors.h"
 #include "corvid/util/parallel.h"
 #include "pauli.pybind.h"
+#include "problems.pybind.h"
 #include "qaoa.pybind.h"
 #include "sim.pybind.h"
 
@@ -28,11 +29,13 @@ PYBIND11_MODULE(_core, m) {
   auto circuit = corvid_py::pybind_circuit_classes(m);
   auto sim = corvid_py::pybind_sim_classes(m);
   auto qaoa = corvid_py::pybind_qaoa_classes(m);
+  auto problems = corvid_py::pybind_problems_classes(m);
 
   corvid_py::pybind_pauli_methods(m, pauli);
   corvid_py::pybind_circuit_methods(m, circuit);
   corvid_py::pybind_sim_methods(m, sim);
   corvid_py::pybind_qaoa_methods(m, qaoa);
+  corvid_py::pybind_problems_methods(m, problems);
 
   m.def("set_num_threads", &corvid::set_num_threads, py::arg("n"),
         "Set the number of threads the simulation kernels use (default: OMP_NUM_THREADS, else "
