@@ -4,6 +4,7 @@
 
 #include "circuit.pybind.h"
 #include "corvid/util/errors.h"
+#include "corvid/util/interrupt.h"
 #include "corvid/util/parallel.h"
 #include "pauli.pybind.h"
 #include "problems.pybind.h"
@@ -24,6 +25,18 @@ PYBIND11_MODULE(_core, m) {
       PyErr_SetNone(PyExc_KeyboardInterrupt);
     }
   });
+
+  // Long C++ loops poll this hook (corvid/util/interrupt.h), so Ctrl-C stops a simulation that
+  // runs without the GIL. A signal handler that raised is reported as KeyboardInterrupt.
+  corvid::set_interrupt_check([] {
+    py::gil_scoped_acquire gil;
+    if (PyErr_CheckSignals() == 0) return false;
+    PyErr_Clear();
+    return true;
+  });
+  // The hook needs a live interpreter; drop it before the interpreter goes away.
+  py::module_::import("atexit").attr("register")(
+      py::cpp_function([] { corvid::set_interrupt_check({}); }));
 
   auto pauli = corvid_py::pybind_pauli_classes(m);
   auto circuit = corvid_py::pybind_circuit_classes(m);
