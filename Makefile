@@ -7,7 +7,7 @@ PY            := $(VENV)/bin/python
 BUILD         ?= build/dev
 JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
-PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis
+PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib
 
 .PHONY: all system venv build test test-cpp test-python demo bench install clean
 
@@ -41,7 +41,7 @@ test-python: build
 test: test-cpp test-python
 
 demo: build
-	$(DEV_PATH) $(PY) examples/demo.py
+	$(DEV_PATH) $(PY) -m corvid_alg.QAOA --maxcut examples/maxcut14.txt --layers 3 --interp --seed 7
 
 bench: build
 	$(DEV_PATH) $(PY) bench/run_all.py

@@ -1,0 +1,100 @@
+"""corvid-qaoa: read a problem, run QAOA on it, report the solutions."""
+
+import contextlib
+import sys
+import time
+import warnings
+
+import corvid
+import numpy as np
+
+from . import inputs, options as cli_options, plot, report
+from .errors import InputError, UsageError
+from .progress import Progress
+from .tracked import TrackedQAOA
+
+_READERS = (("expr", inputs.polynomial), ("model", inputs.json_model),
+            ("qubo", inputs.qubo_matrix), ("maxcut", inputs.edge_list))
+
+
+def main(argv=None, stdout=None, stderr=None):
+    """Run the command line with `argv` (default sys.argv[1:]); returns the exit status.
+
+    0: solved; 1: the problem could not be read or solved; 2: bad options.
+    Errors are one line on stderr, never a traceback.
+    """
+    stdout = sys.stdout if stdout is None else stdout
+    stderr = sys.stderr if stderr is None else stderr
+    _short_warnings(stderr)
+    try:
+        opts = cli_options.parse(sys.argv[1:] if argv is None else argv)
+        problem = _read(opts)
+        document = _solve(problem, opts, stderr)
+        if opts.plot:
+            plot.write_png(document, opts.plot)
+        print(report.to_json(document) if opts.json else report.to_text(document), file=stdout)
+        return 0
+    except (UsageError, InputError) as error:
+        print(f"{cli_options.PROG}: error: {error}", file=stderr)
+        return error.exit_status
+    except MemoryError as error:
+        print(f"{cli_options.PROG}: error: out of memory: {error}", file=stderr)
+        return 1
+    except KeyboardInterrupt:
+        print(f"{cli_options.PROG}: interrupted", file=stderr)
+        return 130
+
+
+def _short_warnings(stderr):
+    """Warnings (for example scipy's about methods without bounds) as one line each."""
+    def show(message, category, filename, lineno, file=None, line=None):
+        print(f"{cli_options.PROG}: warning: {message}", file=stderr)
+    warnings.showwarning = show
+
+
+def _read(opts):
+    for name, reader in _READERS:
+        value = getattr(opts, name)
+        if value is not None:
+            return reader(value)
+    raise UsageError("give a problem: --expr, --model, --qubo or --maxcut")
+
+
+def _solve(problem, opts, stderr):
+    if opts.threads:
+        corvid.set_num_threads(opts.threads)
+    if opts.seed is not None:
+        np.random.seed(opts.seed % 2**32)  # QAOA draws its starting angles from numpy's global generator
+    progress = Progress(stderr, enabled=False if opts.quiet else None)
+    qaoa = TrackedQAOA(problem.target, norm=opts.norm, on_loss=progress.update,
+                       sample_seed=opts.seed)
+    start = time.perf_counter()
+    try:
+        # The algorithm prints its rare warnings on stdout; keep stdout for the report alone.
+        with contextlib.redirect_stdout(stderr):
+            solutions, angles, loss = qaoa.run(**_run_arguments(opts))
+    except ValueError as error:  # the algorithm's own checks of the options
+        raise UsageError(str(error)) from None
+    except TypeError as error:  # an --option the optimiser does not take
+        raise UsageError(f"the optimizer rejected its options: {error}") from None
+    finally:
+        progress.close()
+    return report.build(problem, qaoa, opts, solutions, angles, loss,
+                        time.perf_counter() - start)
+
+
+def _run_arguments(opts):
+    """The keyword arguments of QAOA.run for the options."""
+    optimizer_option = dict(opts.option)
+    if opts.optimizer == "SPSA" and opts.seed is not None:
+        optimizer_option.setdefault("seed", opts.seed)
+    initial = opts.initial_angles
+    if opts.interp and initial is None:
+        initial = list(np.random.random(2) * np.pi)  # INTERP starts from one layer
+    arguments = dict(layer=opts.layers, initial_para=initial, shots=opts.shots,
+                     loss_type=opts.loss, optimize_type="interp" if opts.interp else "default",
+                     optimizer=opts.optimizer, optimizer_option=optimizer_option)
+    for name in ("alpha", "temperature", "gamma_bounds", "beta_bounds"):
+        if getattr(opts, name) is not None:
+            arguments[name] = getattr(opts, name)
+    return arguments
