@@ -83,11 +83,26 @@ def _solve(problem, opts, stderr):
                         time.perf_counter() - start)
 
 
+# Keywords of scipy.optimize.minimize itself; any other --option is one of the method's options.
+_MINIMIZE_KEYWORDS = {"args", "jac", "hess", "hessp", "constraints", "tol", "callback", "options"}
+
+
+def _optimizer_option(opts):
+    given = dict(opts.option)
+    if opts.optimizer == "SPSA":
+        if opts.seed is not None:
+            given.setdefault("seed", opts.seed)
+        return given
+    options = {key: value for key, value in given.items() if key not in _MINIMIZE_KEYWORDS}
+    keywords = {key: value for key, value in given.items() if key in _MINIMIZE_KEYWORDS}
+    if options:
+        keywords["options"] = {**keywords.get("options", {}), **options}
+    return keywords
+
+
 def _run_arguments(opts):
     """The keyword arguments of QAOA.run for the options."""
-    optimizer_option = dict(opts.option)
-    if opts.optimizer == "SPSA" and opts.seed is not None:
-        optimizer_option.setdefault("seed", opts.seed)
+    optimizer_option = _optimizer_option(opts)
     initial = opts.initial_angles
     if opts.interp and initial is None:
         initial = list(np.random.random(2) * np.pi)  # INTERP starts from one layer

@@ -169,9 +169,9 @@ def build_parser():
                      help="SPSA, or a scipy.optimize.minimize method such as COBYLA, Nelder-Mead, "
                           "L-BFGS-B (default: scipy's choice)")
     run.add_argument("--option", type=_option, action="append", default=[], metavar="KEY=VALUE",
-                     help="an optimiser option, e.g. maxiter=50 (repeatable); SPSA options are "
-                          "keywords of spsa_minimize, others go to scipy as keywords (use "
-                          'options={"maxiter": 50} for scipy\'s options dict)')
+                     help="an optimiser option, e.g. maxiter=50 (repeatable): a keyword of "
+                          "spsa_minimize for SPSA; for scipy, tol goes to minimize() and the "
+                          "rest (maxiter, rhobeg, ...) into its options dict")
     run.add_argument("--interp", action="store_true",
                      help="grow the circuit one layer at a time (INTERP) up to --layers")
     run.add_argument("--initial-angles", type=_angles, metavar="G1,..,B1,..",

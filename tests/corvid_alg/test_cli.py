@@ -1,0 +1,258 @@
+"""The corvid-qaoa command line: every input kind end to end, the JSON fields against
+independently computed energies, reproducibility, the plot, and bad input."""
+
+import io
+import itertools
+import json
+import os
+import subprocess
+import sys
+
+import numpy as np
+import pytest
+
+from corvid_alg.QAOA.cli import main
+from corvid_alg.QAOA.cli.progress import Progress
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+MAXCUT14 = os.path.join(ROOT, "examples", "maxcut14.txt")
+FAST = ["--optimizer", "COBYLA", "--option", "maxiter=25", "--seed", "5", "--quiet"]
+
+
+def run_cli(*argv):
+    """main() in this process: (status, stdout, stderr)."""
+    out, err = io.StringIO(), io.StringIO()
+    status = main(list(argv), stdout=out, stderr=err)
+    return status, out.getvalue(), err.getvalue()
+
+
+def run_process(*argv):
+    return subprocess.run([sys.executable, "-m", "corvid_alg.QAOA", *argv], capture_output=True,
+                          text=True, env=os.environ.copy(), timeout=120)
+
+
+def solved(*argv):
+    status, out, err = run_cli(*argv, "--json", *FAST)
+    assert status == 0, err
+    return json.loads(out)
+
+
+def vector(bits):
+    return np.array([int(b) for b in reversed(bits)])
+
+
+def assert_well_formed(doc, top):
+    solutions = doc["solutions"]
+    assert len(solutions) == top
+    probabilities = [s["probability"] for s in solutions]
+    assert probabilities == sorted(probabilities, reverse=True)
+    assert 0 < sum(probabilities) <= 1 + 1e-9
+    layers = doc["settings"]["layers"]
+    assert len(doc["angles"]["gammas"]) == len(doc["angles"]["betas"]) == layers
+    assert doc["evaluations"] == len(doc["loss_history"]) > 0
+    assert doc["loss_history"][-1] == pytest.approx(doc["loss"])  # the final evaluation
+    assert doc["best"]["energy"] == min(s["energy"] for s in solutions)
+
+
+@pytest.fixture
+def qubo(tmp_path):
+    Q = np.array([[-1.0, 2.0, 0.0, 0.5], [0.0, -1.0, 2.0, 0.0],
+                  [0.0, 0.0, -1.0, 2.0], [0.0, 0.0, 0.0, -1.0]])
+    np.save(tmp_path / "q.npy", Q)
+    np.savetxt(tmp_path / "q.csv", Q, delimiter=",")
+    return Q, tmp_path
+
+
+def test_polynomial_in_a_subprocess():
+    result = run_process("-e", "2*x0*x1 + 3*x2 - 1", "--layers", "2", "--json", *FAST)
+    assert result.returncode == 0, result.stderr
+    doc = json.loads(result.stdout)
+    assert_well_formed(doc, top=5)
+    assert doc["problem"]["variables"] == ["x0", "x1", "x2"]
+    for s in doc["solutions"]:
+        x = vector(s["bits"])
+        assert s["energy"] == pytest.approx(2 * x[0] * x[1] + 3 * x[2] - 1)
+        assert s["assignment"] == {"x0": x[0], "x1": x[1], "x2": x[2]}
+
+
+def test_qubo_matrix_in_a_subprocess_npy_and_csv_agree(qubo):
+    Q, folder = qubo
+    result = run_process("--qubo", str(folder / "q.npy"), "--top", "16", "--json", *FAST)
+    assert result.returncode == 0, result.stderr
+    doc = json.loads(result.stdout)
+    assert_well_formed(doc, top=16)
+    for s in doc["solutions"]:
+        assert s["energy"] == pytest.approx(vector(s["bits"]) @ Q @ vector(s["bits"]))
+    assert doc["best"]["energy"] == pytest.approx(-2.0)  # x = 0101 or 1010 by hand
+    from_csv = solved("--qubo", str(folder / "q.csv"), "--top", "16")
+    assert from_csv["solutions"] == doc["solutions"]
+
+
+def test_json_model_in_a_subprocess_keeps_names(tmp_path):
+    model = {"type": "ising", "variables": ["a", "b", "c", "unused"], "offset": 0.5,
+             "linear": {"a": 1.0}, "quadratic": [["a", "b", -1.0], ["b", "c", 2.0]],
+             "terms": [[["a", "b", "c"], 0.25]]}
+    path = tmp_path / "model.json"
+    path.write_text(json.dumps(model))
+    result = run_process("--model", str(path), "--top", "8", "--json", *FAST)
+    assert result.returncode == 0, result.stderr
+    doc = json.loads(result.stdout)
+    assert_well_formed(doc, top=8)
+    assert doc["problem"]["variables"] == ["a", "b", "c"]
+    assert doc["problem"]["free_variables"] == ["unused"]
+    for sol in doc["solutions"]:
+        s = 1 - 2 * vector(sol["bits"])  # bit 0 is spin +1
+        assert sol["assignment"] == {"a": s[0], "b": s[1], "c": s[2], "unused": 1}
+        expected = 0.5 + s[0] - s[0] * s[1] + 2 * s[1] * s[2] + 0.25 * s[0] * s[1] * s[2]
+        assert sol["energy"] == pytest.approx(expected)
+
+
+def test_maxcut_edge_list_in_a_subprocess_text_report():
+    result = run_process("--maxcut", MAXCUT14, "--layers", "2", "--interp", *FAST)
+    assert result.returncode == 0, result.stderr
+    assert "14 qubits" in result.stdout and "cut weight" in result.stdout
+    assert "side 0:" in result.stdout and "Traceback" not in result.stderr
+
+
+def test_maxcut_energies_are_minus_cuts(tmp_path):
+    path = tmp_path / "g.txt"
+    path.write_text("# weighted square with a diagonal\na b 2\nb c\nc d, 1.5\nd a\na c -1\n")
+    edges = [(0, 1, 2), (1, 2, 1), (2, 3, 1.5), (3, 0, 1), (0, 2, -1)]
+    doc = solved("--maxcut", str(path), "--top", "16")
+    assert doc["problem"]["variables"] == ["a", "b", "c", "d"]
+    for s in doc["solutions"]:
+        x = vector(s["bits"])
+        assert s["energy"] == pytest.approx(-sum(w for i, j, w in edges if x[i] != x[j]))
+        assert s["assignment"] == dict(zip("abcd", x))
+    assert doc["best"]["energy"] >= -5.5  # the maximum cut, by enumeration of 16 cuts
+
+
+@pytest.mark.parametrize("extra", [
+    # random starting angles and sampling
+    ["--shots", "300", "--loss", "cvar", "--alpha", "0.3", "--optimizer", "COBYLA",
+     "--option", "maxiter=15"],
+    # SPSA's perturbations and sampling, from given angles
+    ["--optimizer", "SPSA", "--option", "maxiter=10", "--shots", "200",
+     "--initial-angles", "0.5,0.5"],
+    # INTERP's random first layer
+    ["--loss", "gibbs", "--temperature", "0.5", "--layers", "2", "--interp",
+     "--optimizer", "COBYLA", "--option", "maxiter=10"],
+])
+def test_a_seed_makes_runs_repeat(extra):
+    def history(seed):
+        status, out, err = run_cli("-e", "x0*x1 - 2*x1 + x2*x0", "--json", "--seed", seed, *extra)
+        assert status == 0, err
+        doc = json.loads(out)
+        doc.pop("seconds")
+        return doc
+
+    first = history("5")
+    assert history("5") == first
+    assert history("6")["loss_history"] != first["loss_history"]
+
+
+def test_bounds_are_respected():
+    doc = solved("-e", "x0 + x1 - 3*x0*x1", "--layers", "2", "--gamma-bounds", "0.1,0.2",
+                 "--beta-bounds", "0,0.5", "--beta-bounds", "0.5,0.6")
+    eps = 1e-12  # COBYLA may step outside by rounding
+    assert all(0.1 - eps <= g <= 0.2 + eps for g in doc["angles"]["gammas"])
+    b1, b2 = doc["angles"]["betas"]
+    assert -eps <= b1 <= 0.5 + eps and 0.5 - eps <= b2 <= 0.6 + eps
+
+
+def test_plot_writes_a_png(tmp_path):
+    path = tmp_path / "run.png"
+    status, _, err = run_cli("-e", "x0 - x1", "--plot", str(path), *FAST)
+    assert status == 0, err
+    data = path.read_bytes()
+    assert data[:8] == b"\x89PNG\r\n\x1a\n" and len(data) > 1000
+
+
+class FakeTerminal(io.StringIO):
+    def isatty(self):
+        return True
+
+
+def test_progress_draws_only_on_a_terminal():
+    times = itertools.count(0, 0.05)
+    screen = FakeTerminal()
+    progress = Progress(screen, clock=lambda: next(times))
+    for k, loss in enumerate([3.0, 1.0, 2.0, 0.5], 1):
+        progress.update(k, loss)
+    drawn = screen.getvalue()
+    # redrawn at most every 0.1 s of the fake clock: evaluations 1 and 3 only
+    assert "1 evaluations" in drawn and "3 evaluations  loss 2  best 1" in drawn
+    assert "2 evaluations" not in drawn and "4 evaluations" not in drawn
+    progress.close()
+    assert screen.getvalue().endswith("\r")
+    pipe = io.StringIO()
+    Progress(pipe).update(1, 1.0)
+    assert pipe.getvalue() == ""
+
+
+@pytest.mark.parametrize("argv, status, fragment", [
+    ([], 2, "one of the arguments"),
+    (["-e", "x0", "--layers", "0"], 2, "positive integer"),
+    (["-e", "x0", "--shots", "-3"], 2, "--shots"),
+    (["-e", "x0", "--alpha", "0.5"], 2, "--loss cvar"),
+    (["-e", "x0", "--loss", "cvar", "--alpha", "1.5"], 2, "[0, 1]"),
+    (["-e", "x0", "--loss", "gibbs", "--temperature", "0"], 2, "(0, 1]"),
+    (["-e", "x0", "--optimizer", "newton"], 2, "SPSA or a scipy"),
+    (["-e", "x0", "--optimizer", "SPSA", "--option", "bogus=1"], 2, "bogus"),
+    (["-e", "x0", "--option", "bounds=1"], 2, "--gamma-bounds"),
+    (["-e", "x0", "--interp"], 2, "at least 2"),
+    (["-e", "x0", "--layers", "2", "--interp", "--initial-angles", "1,2,3,4"], 2, "fewer layers"),
+    (["-e", "x0", "--layers", "3", "--gamma-bounds", "0,1", "--gamma-bounds", "0,1"], 2, "once per layer"),
+    (["-e", "x0", "--gamma-bounds", "2,1"], 2, "LOW must not exceed"),
+    (["-e", "x0", "--plot", "out.svg"], 2, "PNG"),
+    (["-e", "sqrt(x0)"], 1, "not a polynomial"),
+    (["-e", "x0 +* 1"], 1, "cannot parse"),
+    (["-e", "3"], 1, "no variables"),
+    (["-e", "I*x0"], 1, "real coefficients"),
+    (["--maxcut", "/no/such/file"], 1, "cannot read"),
+    (["--qubo", "q.txt"], 1, ".npy or .csv"),
+])
+def test_bad_options_and_inputs_fail_with_one_line(argv, status, fragment):
+    code, out, err = run_cli(*argv)
+    assert code == status
+    assert out == ""
+    assert err.count("\n") == 1 and err.startswith("corvid-qaoa: error: ")
+    assert fragment in err
+
+
+@pytest.mark.parametrize("name, content, fragment", [
+    ("g.txt", "0 1\n1 1\n", "line 2: self-loop"),
+    ("g.txt", "0 1 x\n", "line 1: weight 'x'"),
+    ("g.txt", "0 1 2 3\n", "line 1: expected"),
+    ("g.txt", "# nothing\n", "no edges"),
+    ("g.txt", b"\xff\xfe\x00", "not a text file"),
+    ("q.csv", "1,2\n3\n", "q.csv"),
+    ("q.csv", "1,2,3\n4,5,6\n", "square"),
+    ("q.npy", "not numpy", "q.npy"),
+    ("m.json", "{", "not valid JSON"),
+    ("m.json", '{"linear": {"a": 1}, "quadratc": []}', "unknown key(s) quadratc"),
+    ("m.json", '{"type": "spin", "linear": {"a": 1}}', '"type"'),
+    ("m.json", '{"variables": ["a"], "linear": {"b": 1}}', "'b' is not listed"),
+    ("m.json", '{"linear": {"a": "heavy"}}', "must be a number"),
+    ("m.json", '{"quadratic": [["a", "b"]]}', '"quadratic" entry 0'),
+    ("m.json", '{"offset": 2}', "no linear, quadratic"),
+    ("m.json", '{"linear": {"a": 1, "b": 0}, "quadratic": [["a", "a", -1]]}', "nothing to optimise"),
+])
+def test_bad_files_exit_1(tmp_path, name, content, fragment):
+    path = tmp_path / name
+    if isinstance(content, bytes):
+        path.write_bytes(content)
+    else:
+        path.write_text(content)
+    option = {"g.txt": "--maxcut", "q.csv": "--qubo", "q.npy": "--qubo", "m.json": "--model"}[name]
+    code, out, err = run_cli(option, str(path))
+    assert (code, out) == (1, "")
+    assert err.count("\n") == 1 and fragment in err, err
+
+
+def test_bad_file_in_a_subprocess_has_no_traceback(tmp_path):
+    path = tmp_path / "g.txt"
+    path.write_text("0 0\n")
+    result = run_process("--maxcut", str(path))
+    assert result.returncode == 1
+    assert result.stderr.startswith("corvid-qaoa: error:") and "Traceback" not in result.stderr
