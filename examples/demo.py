@@ -14,12 +14,13 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 def main(quick=False):
     layers = "2" if quick else "3"
+    budget = ["--optimizer", "COBYLA", "--option", "maxiter=20"] if quick else []
     status = corvid_qaoa(["-e", "2*x0*x1 + 3*x2 - 1", "--layers", "2", "--seed", "2026",
                           "--top", "3"])
     print()
     status |= corvid_qaoa(["--maxcut", os.path.join(HERE, "maxcut14.txt"), "--layers", layers,
                            "--interp", "--initial-angles", "0.4,0.6", "--seed", "2026",
-                           "--top", "3"])
+                           "--top", "3", *budget])
     return status
 
 

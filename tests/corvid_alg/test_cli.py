@@ -108,7 +108,7 @@ def test_json_model_in_a_subprocess_keeps_names(tmp_path):
 
 
 def test_maxcut_edge_list_in_a_subprocess_text_report():
-    result = run_process("--maxcut", MAXCUT14, "--layers", "2", "--interp", *FAST)
+    result = run_process("--maxcut", MAXCUT14, *FAST)
     assert result.returncode == 0, result.stderr
     assert "14 qubits" in result.stdout and "cut weight" in result.stdout
     assert "side 0:" in result.stdout and "Traceback" not in result.stderr

@@ -17,7 +17,8 @@ def write_png(document, path):
 
     losses = document["loss_history"]
     history.plot(range(1, len(losses) + 1), losses, color="tab:blue", linewidth=1)
-    history.set(title="loss per evaluation", xlabel="evaluation", ylabel=document["settings"]["loss"])
+    history.set(title="loss per evaluation", xlabel="evaluation",
+                ylabel=f"loss ({document['settings']['loss']})")
     history.grid(alpha=0.3)
 
     solutions = document["solutions"]
