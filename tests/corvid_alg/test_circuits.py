@@ -51,8 +51,11 @@ def test_phase_circuit_of_the_road_example_and_default_gamma():
 
 
 def test_phase_circuit_rejects_a_qubit_outside_the_list():
-    with pytest.raises(IndexError):
-        pauli_z_operator_to_circuit([({3: "Z"}, 1.0)], [0, 1])
+    with pytest.raises(IndexError, match="acts on qubit 3 but the qubit list has 2"):
+        pauli_z_operator_to_circuit([({0: "Z", 3: "Z"}, 1.0)], [0, 1])
+    gapped = QAOA(corvid.PauliOperator({"Z0 Z2": 1.0}))  # two qubits used, index 2
+    with pytest.raises(IndexError, match="remapQubitIndex"):
+        gapped.run(layer=1)
 
 
 def test_ansatz_gate_sequence_and_layer_bookkeeping():

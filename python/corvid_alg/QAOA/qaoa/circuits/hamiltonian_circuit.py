@@ -27,6 +27,11 @@ def pauli_z_operator_to_circuit(operator, qlist, gamma=_PI):
         if not index_list:
             constant += coefficient
             continue
+        if index_list[-1] >= len(qlist):
+            raise IndexError(
+                f"the Hamiltonian acts on qubit {index_list[-1]} but the qubit list has "
+                f"{len(qlist)} qubits (an operator whose qubit indices have gaps needs "
+                "renumbering, e.g. with remapQubitIndex)")
         qubits = [qlist[i] for i in index_list]
         for j in range(len(qubits) - 1):
             circuit << corvid.CNOT(qubits[j], qubits[j + 1])
