@@ -10,6 +10,9 @@
 #include "circuit.pybind.h"
 #include "corvid/sim/bandwidth.h"
 #include "corvid/sim/basis_key.h"
+#include "corvid/sim/compiler.h"
+#include "corvid/sim/diagonal_cache.h"
+#include "corvid/sim/kernel_set.h"
 
 namespace py = pybind11;
 using corvid::Machine;
@@ -205,8 +208,64 @@ Example:
 A copy (complex128 numpy array) of the final state of the last run, before any measurement;
 index bit i is qubit i. ValueError when nothing has run yet.
 )doc")
+      .def(
+          "last_run_timings",
+          [](const Machine& m) {
+            const corvid::RunTimings t = m.last_run_timings();
+            py::dict out;
+            out["compile"] = t.compile;
+            out["init"] = t.init;
+            out["diagonal"] = t.diagonal;
+            out["layer"] = t.layer;
+            out["gates"] = t.gates;
+            out["probabilities"] = t.probabilities;
+            return out;
+          },
+          R"doc(
+Seconds the last run spent per kind of operation, as a dict: 'compile' (fusing the program,
+including the one-off transform of a new cost diagonal), 'init' (initial state), 'diagonal'
+(fused phase passes), 'layer' (one-qubit layers such as mixers), 'gates' (gates run one by one)
+and 'probabilities' (the probability table). All zero before the first run.
+)doc")
       .def("finalize", &Machine::finalize,
            "Releases the machine's memory; any later use other than finalize() is a ValueError.");
+}
+
+void bind_performance_controls(py::module_& m) {
+  m.def("set_fusion_enabled", &corvid::set_fusion_enabled, py::arg("enabled"), R"doc(
+Turns program fusion on (the default) or off for every machine of the process. Off, every gate
+is one pass over the state: the plain reference path, for comparisons and benchmarks.
+)doc");
+  m.def("fusion_enabled", &corvid::fusion_enabled, "Whether program fusion is on.");
+  m.def(
+      "kernel_sets",
+      [] {
+        std::vector<std::string> names;
+        for (const corvid::KernelSet* k : corvid::available_kernel_sets()) names.emplace_back(k->name);
+        return names;
+      },
+      "Names of the kernel sets this CPU can run, the portable 'scalar' one first.");
+  m.def("kernel_set", [] { return std::string(corvid::active_kernel_set().name); },
+        "Name of the kernel set in use (the best one this CPU supports unless set).");
+  m.def("set_kernel_set", [](const std::string& name) { corvid::set_active_kernel_set(name); },
+        py::arg("name"), "Chooses the kernel set by name; ValueError if this CPU cannot run it.");
+  m.def(
+      "diagonal_cache_info",
+      [] {
+        py::dict out;
+        out["bytes"] = corvid::diagonal_cache_bytes();
+        out["limit"] = corvid::diagonal_cache_limit();
+        out["hits"] = corvid::diagonal_cache_hits();
+        out["misses"] = corvid::diagonal_cache_misses();
+        return out;
+      },
+      R"doc(
+The process-wide store of cost diagonals (reused while only the angles' common scale, such as
+gamma, changes): {'bytes', 'limit', 'hits', 'misses'}.
+)doc");
+  m.def("set_diagonal_cache_limit", &corvid::set_diagonal_cache_limit, py::arg("bytes"),
+        "Bounds the diagonal store to `bytes` (0: store nothing), evicting least recently used.");
+  m.def("clear_diagonal_cache", &corvid::clear_diagonal_cache, "Empties the diagonal store.");
 }
 
 }  // namespace
@@ -226,6 +285,7 @@ index) and `.num_qubits` the key length. Equal to a plain dict with the same ite
 void pybind_sim_methods(py::module_& m, SimClasses& c) {
   bind_probability_map(c.probability_map);
   bind_machine(c.machine);
+  bind_performance_controls(m);
   m.def(
       "measure_bandwidth",
       [](std::size_t bytes_per_array, int repetitions) {

@@ -11,6 +11,7 @@
 
 #include "corvid/circuit/gate.h"
 #include "corvid/sim/probabilities.h"
+#include "corvid/sim/run_timings.h"
 
 namespace corvid {
 
@@ -37,6 +38,9 @@ class Backend {
 
   /// Copies the 2^num_qubits amplitudes of the current state to `out` (host memory).
   virtual void copy_state(std::complex<double>* out) const = 0;
+
+  /// Time spent per kind of operation by the last reset, run and probabilities calls.
+  virtual RunTimings last_run_timings() const = 0;
 
   /// Frees the state.
   virtual void release() = 0;

@@ -259,6 +259,11 @@ void Machine::copy_state(std::span<std::complex<double>> out) const {
   backend_->copy_state(out.data());
 }
 
+RunTimings Machine::last_run_timings() const {
+  std::lock_guard lock(mutex_);
+  return backend_->last_run_timings();
+}
+
 void Machine::finalize() {
   std::lock_guard lock(mutex_);
   finalized_ = true;

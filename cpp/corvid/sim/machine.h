@@ -19,6 +19,7 @@
 #include "corvid/circuit/qubit.h"
 #include "corvid/sim/backend.h"
 #include "corvid/sim/probabilities.h"
+#include "corvid/sim/run_timings.h"
 #include "corvid/sim/sampler.h"
 
 namespace corvid {
@@ -72,6 +73,10 @@ class Machine {
   /// exactly state_size() amplitudes. Throws std::invalid_argument when nothing has been run
   /// since the last init() or when the sizes differ.
   void copy_state(std::span<std::complex<double>> out) const;
+
+  /// Seconds spent in the last run per kind of operation (compile, initial state, diagonal
+  /// passes, one-qubit layers, plain gates, probabilities); all zero before the first run.
+  RunTimings last_run_timings() const;
 
   /// Releases the machine; any later call other than finalize() throws std::invalid_argument.
   void finalize();

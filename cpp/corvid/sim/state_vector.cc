@@ -32,10 +32,14 @@ void require_state_memory(std::uint64_t num_qubits) {
   require_memory(bytes, describe(num_qubits));
 }
 
-StateVector::StateVector(unsigned num_qubits) : num_qubits_(num_qubits) {
+StateVector::StateVector(unsigned num_qubits) : StateVector(uninitialized(num_qubits)) { reset(); }
+
+StateVector StateVector::uninitialized(unsigned num_qubits) {
   require_state_memory(num_qubits);
-  amplitudes_ = AlignedBuffer<Amplitude>(std::size_t{1} << num_qubits, describe(num_qubits));
-  reset();
+  StateVector state;
+  state.num_qubits_ = num_qubits;
+  state.amplitudes_ = AlignedBuffer<Amplitude>(std::size_t{1} << num_qubits, describe(num_qubits));
+  return state;
 }
 
 void StateVector::reset() {

@@ -25,6 +25,9 @@ class StateVector {
   /// Allocates 2^num_qubits amplitudes (refused with OutOfMemory before allocating when they do
   /// not fit) and sets |0…0⟩. The buffer is first written by the threads that later work on it.
   explicit StateVector(unsigned num_qubits);
+  /// Allocates like the above but leaves the amplitudes unwritten, for a caller that writes
+  /// every one of them next (first touch by the threads that keep working on them).
+  static StateVector uninitialized(unsigned num_qubits);
 
   /// Sets |0…0⟩ again without reallocating. O(2^n), parallel.
   void reset();

@@ -1,0 +1,84 @@
+#include "corvid/sim/compiled_executor.h"
+
+#include <cassert>
+#include <chrono>
+#include <optional>
+
+#include "corvid/sim/diagonal_pass.h"
+#include "corvid/sim/executor.h"
+#include "corvid/util/interrupt.h"
+
+namespace corvid {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double seconds_since(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+const DiagonalOp* diagonal_at(const CompiledProgram& p, std::size_t i) {
+  return i < p.ops.size() ? std::get_if<DiagonalOp>(&p.ops[i]) : nullptr;
+}
+
+const LayerOp* layer_at(const CompiledProgram& p, std::size_t i) {
+  return i < p.ops.size() ? std::get_if<LayerOp>(&p.ops[i]) : nullptr;
+}
+
+// Prepares the initial state; returns the number of operations it already applied.
+std::size_t start_from_zero(StateVector& state, const CompiledProgram& p, const KernelSet& k) {
+  const LayerOp* layer = layer_at(p, 0);
+  if (layer == nullptr) {
+    state.reset();
+    return 0;
+  }
+  if (const DiagonalOp* d = diagonal_at(p, 1)) {
+    const DiagonalPass pass(*d, k);
+    write_product_state(state.data(), state.num_qubits(), layer->gates, &pass);
+    return 2;
+  }
+  write_product_state(state.data(), state.num_qubits(), layer->gates);
+  return 1;
+}
+
+}  // namespace
+
+void execute(StateVector& state, const CompiledProgram& program, bool from_zero,
+             RunTimings* timings, const KernelSet& kernels) {
+  assert(program.num_qubits == state.num_qubits());
+  const unsigned n = state.num_qubits();
+  RunTimings local;
+  RunTimings& t = timings ? *timings : local;
+  std::size_t i = 0;
+  if (from_zero) {
+    const auto start = Clock::now();
+    i = start_from_zero(state, program, kernels);
+    t.init += seconds_since(start);
+  }
+  while (i < program.ops.size()) {
+    throw_if_interrupted();  // between passes, on the calling thread: Ctrl-C stops a long run
+    const auto start = Clock::now();
+    if (const DiagonalOp* d = diagonal_at(program, i)) {
+      const DiagonalPass pass(*d, kernels);
+      if (const LayerOp* layer = layer_at(program, i + 1)) {
+        apply_rotation_layer(state.data(), n, layer->gates, kernels, &pass);
+        t.layer += seconds_since(start);
+        i += 2;
+      } else {
+        pass.apply_all(state.data(), n);
+        t.diagonal += seconds_since(start);
+        i += 1;
+      }
+    } else if (const LayerOp* layer = layer_at(program, i)) {
+      apply_rotation_layer(state.data(), n, layer->gates, kernels);
+      t.layer += seconds_since(start);
+      i += 1;
+    } else {
+      apply_gate(state, std::get<GateOp>(program.ops[i]).gate);
+      t.gates += seconds_since(start);
+      i += 1;
+    }
+  }
+}
+
+}  // namespace corvid

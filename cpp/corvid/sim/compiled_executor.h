@@ -1,0 +1,21 @@
+#pragma once
+/// Runs compiled programs: each operation is about one pass over the state, done by the active
+/// kernel set over cache-sized tiles on the OpenMP team. A diagonal followed by a layer shares
+/// the layer's first pass, and a leading layer on |0…0⟩ is written directly as a product state
+/// (with a diagonal that follows it applied in the same pass).
+
+#include "corvid/sim/compiler.h"
+#include "corvid/sim/kernel_set.h"
+#include "corvid/sim/run_timings.h"
+#include "corvid/sim/state_vector.h"
+
+namespace corvid {
+
+/// Applies `program` (num_qubits == state.num_qubits(); asserted) to `state`. With
+/// `from_zero`, the state's contents are ignored and the run starts from |0…0⟩. Adds the time
+/// of each kind of operation to `timings` when given (a diagonal sharing a layer's pass counts
+/// as layer time, one sharing the initial state's pass as init time).
+void execute(StateVector& state, const CompiledProgram& program, bool from_zero,
+             RunTimings* timings = nullptr, const KernelSet& kernels = active_kernel_set());
+
+}  // namespace corvid

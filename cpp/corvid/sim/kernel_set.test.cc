@@ -1,0 +1,113 @@
+// Every kernel set against the scalar reference on random tiles and matrices.
+#include "corvid/sim/kernel_set.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "corvid/util/aligned_buffer.h"
+
+namespace corvid {
+namespace {
+
+constexpr double kTol = 1e-12;
+constexpr unsigned kBits = 8;
+
+AlignedBuffer<Amplitude> random_tile(std::mt19937_64& rng, unsigned bits = kBits) {
+  std::normal_distribution<double> normal;
+  AlignedBuffer<Amplitude> t(std::size_t{1} << bits);
+  for (Amplitude& a : t) a = {normal(rng), normal(rng)};
+  return t;
+}
+
+AlignedBuffer<Amplitude> copy(const AlignedBuffer<Amplitude>& from) {
+  AlignedBuffer<Amplitude> to(from.size());
+  std::copy(from.begin(), from.end(), to.begin());
+  return to;
+}
+
+void expect_equal(const AlignedBuffer<Amplitude>& got, const AlignedBuffer<Amplitude>& want) {
+  for (std::size_t i = 0; i < want.size(); ++i) {
+    ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, kTol) << "amplitude " << i;
+  }
+}
+
+// The shapes the vector sets specialise (real, real diagonal with imaginary off-diagonal) and
+// the general case.
+Matrix2 random_matrix(std::mt19937_64& rng, int shape) {
+  std::normal_distribution<double> x;
+  switch (shape) {
+    case 0: return {x(rng), x(rng), x(rng), x(rng)};
+    case 1: return {x(rng), {0, x(rng)}, {0, x(rng)}, x(rng)};
+    default: return {{x(rng), x(rng)}, {x(rng), x(rng)}, {x(rng), x(rng)}, {x(rng), x(rng)}};
+  }
+}
+
+class Variants : public ::testing::TestWithParam<const KernelSet*> {};
+
+TEST_P(Variants, MatrixTileOnEveryQubitAndShape) {
+  std::mt19937_64 rng(1);
+  for (int shape = 0; shape < 3; ++shape) {
+    for (unsigned q = 0; q < kBits; ++q) {
+      const Matrix2 m = random_matrix(rng, shape);
+      auto want = random_tile(rng);
+      auto got = copy(want);
+      scalar_kernel_set().matrix_tile(want.data(), kBits, q, m);
+      GetParam()->matrix_tile(got.data(), kBits, q, m);
+      expect_equal(got, want);
+    }
+  }
+}
+
+TEST_P(Variants, MatrixPairEqualsTwoSingleSweeps) {
+  std::mt19937_64 rng(2);
+  for (unsigned qa = 0; qa < kBits; ++qa) {
+    for (unsigned qb = 0; qb < kBits; ++qb) {
+      if (qa == qb) continue;
+      const Matrix2 ma = random_matrix(rng, qa % 3), mb = random_matrix(rng, qb % 3);
+      auto want = random_tile(rng);
+      auto got = copy(want);
+      scalar_kernel_set().matrix_tile(want.data(), kBits, qa, ma);
+      scalar_kernel_set().matrix_tile(want.data(), kBits, qb, mb);
+      GetParam()->matrix_pair_tile(got.data(), kBits, qa, ma, qb, mb);
+      expect_equal(got, want);
+    }
+  }
+}
+
+TEST_P(Variants, PhaseTablesOfBothIndexWidths) {
+  std::mt19937_64 rng(3);
+  const std::size_t size = std::size_t{1} << kBits;
+  const auto table = random_tile(rng, 16);  // 65536 entries: every uint16 index is valid
+  AlignedBuffer<std::uint8_t> i8(size);
+  AlignedBuffer<std::uint16_t> i16(size);
+  for (std::size_t i = 0; i < size; ++i) {
+    i8[i] = static_cast<std::uint8_t>(rng());
+    i16[i] = static_cast<std::uint16_t>(rng());
+  }
+  for (std::size_t count : {size, std::size_t{2}, std::size_t{1}}) {
+    auto want = random_tile(rng);
+    auto got = copy(want);
+    scalar_kernel_set().phase_table8(want.data(), i8.data(), table.data(), count);
+    GetParam()->phase_table8(got.data(), i8.data(), table.data(), count);
+    scalar_kernel_set().phase_table16(want.data(), i16.data(), table.data(), count);
+    GetParam()->phase_table16(got.data(), i16.data(), table.data(), count);
+    expect_equal(got, want);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Available, Variants, ::testing::ValuesIn(available_kernel_sets().begin(),
+                                                                   available_kernel_sets().end()),
+                         [](const auto& info) { return std::string(info.param->name); });
+
+TEST(KernelSet, ChoosingByName) {
+  const std::string_view best = active_kernel_set().name;
+  set_active_kernel_set("scalar");
+  EXPECT_EQ(active_kernel_set().name, "scalar");
+  EXPECT_THROW(set_active_kernel_set("avx9000"), std::invalid_argument);
+  set_active_kernel_set(best);
+  EXPECT_EQ(active_kernel_set().name, available_kernel_sets().back()->name);
+}
+
+}  // namespace
+}  // namespace corvid

@@ -1,0 +1,199 @@
+// The AVX2 + FMA kernel set. Only this file is compiled for AVX2 (by a target pragma around
+// the kernels), and avx2_kernel_set() hands it out only when the running CPU supports it.
+#include <immintrin.h>
+
+#include <algorithm>
+
+#include "corvid/sim/kernel_set.h"
+
+namespace corvid {
+namespace {
+
+using Index = std::uint64_t;
+
+#pragma GCC push_options
+#pragma GCC target("avx2,fma")
+
+// One __m256d holds two amplitudes (re0, im0, re1, im1).
+inline __m256d load(const Amplitude* p) { return _mm256_load_pd(reinterpret_cast<const double*>(p)); }
+inline void store(Amplitude* p, __m256d v) { _mm256_store_pd(reinterpret_cast<double*>(p), v); }
+inline __m256d swap_re_im(__m256d v) { return _mm256_permute_pd(v, 0x5); }
+
+// Lane-wise complex product t·a.
+inline __m256d cmul(__m256d t, __m256d a) {
+  const __m256d re = _mm256_movedup_pd(t);
+  const __m256d im = _mm256_permute_pd(t, 0xF);
+  return _mm256_fmaddsub_pd(re, a, _mm256_mul_pd(im, swap_re_im(a)));
+}
+
+inline __m256d pair(const Amplitude& lo, const Amplitude& hi) {
+  const __m128d l = _mm_loadu_pd(reinterpret_cast<const double*>(&lo));
+  const __m128d h = _mm_loadu_pd(reinterpret_cast<const double*>(&hi));
+  return _mm256_insertf128_pd(_mm256_castpd128_pd256(l), h, 1);
+}
+
+template <class T>
+void phase_table(Amplitude* amps, const T* index, const Amplitude* table, Index count) {
+  Index i = 0;
+  for (; i + 2 <= count; i += 2) {
+    store(amps + i, cmul(pair(table[index[i]], table[index[i + 1]]), load(amps + i)));
+  }
+  for (; i < count; ++i) {  // odd counts only occur for states of one amplitude
+    const Amplitude a = amps[i], t = table[index[i]];
+    amps[i] = {t.real() * a.real() - t.imag() * a.imag(), t.real() * a.imag() + t.imag() * a.real()};
+  }
+}
+
+// Real and imaginary parts of a matrix entry (or, for qubit 0, of two entries, one per lane).
+struct Split {
+  __m256d re, im;
+  Split(const Amplitude& lo, const Amplitude& hi)
+      : re(_mm256_setr_pd(lo.real(), lo.real(), hi.real(), hi.real())),
+        im(_mm256_setr_pd(lo.imag(), lo.imag(), hi.imag(), hi.imag())) {}
+};
+
+// x·a + y·b, lane-wise complex, with x and y split.
+inline __m256d combine(const Split& x, __m256d a, const Split& y, __m256d b) {
+  const __m256d real = _mm256_fmadd_pd(x.re, a, _mm256_mul_pd(y.re, b));
+  const __m256d imag = _mm256_fmadd_pd(x.im, swap_re_im(a), _mm256_mul_pd(y.im, swap_re_im(b)));
+  return _mm256_addsub_pd(real, imag);
+}
+
+// c·I − i·s·X-like matrices (RX and its products): real diagonal, imaginary off-diagonal.
+bool is_real_imaginary(const Matrix2& m) {
+  return m.m00.imag() == 0 && m.m11.imag() == 0 && m.m01.real() == 0 && m.m10.real() == 0;
+}
+
+bool is_real(const Matrix2& m) {
+  return m.m00.imag() == 0 && m.m01.imag() == 0 && m.m10.imag() == 0 && m.m11.imag() == 0;
+}
+
+// A matrix applied to two vectors (a0, a1) of amplitudes at distance 2^q, q >= 1; one type per
+// shape so that each shape does only the arithmetic it needs.
+struct RealImaginaryOp {
+  __m256d d0, d1, k01, k10;
+  explicit RealImaginaryOp(const Matrix2& m)
+      : d0(_mm256_set1_pd(m.m00.real())), d1(_mm256_set1_pd(m.m11.real())),
+        k01(_mm256_setr_pd(-m.m01.imag(), m.m01.imag(), -m.m01.imag(), m.m01.imag())),
+        k10(_mm256_setr_pd(-m.m10.imag(), m.m10.imag(), -m.m10.imag(), m.m10.imag())) {}
+  // (i·b)·(x + iy) = (−b·y, b·x): a product with the swapped vector and alternating signs.
+  void operator()(__m256d& a0, __m256d& a1) const {
+    const __m256d s0 = swap_re_im(a0), s1 = swap_re_im(a1);
+    a0 = _mm256_fmadd_pd(d0, a0, _mm256_mul_pd(k01, s1));
+    a1 = _mm256_fmadd_pd(d1, a1, _mm256_mul_pd(k10, s0));
+  }
+};
+
+struct RealOp {
+  __m256d r00, r01, r10, r11;
+  explicit RealOp(const Matrix2& m)
+      : r00(_mm256_set1_pd(m.m00.real())), r01(_mm256_set1_pd(m.m01.real())),
+        r10(_mm256_set1_pd(m.m10.real())), r11(_mm256_set1_pd(m.m11.real())) {}
+  void operator()(__m256d& a0, __m256d& a1) const {
+    const __m256d x = a0;
+    a0 = _mm256_fmadd_pd(r00, x, _mm256_mul_pd(r01, a1));
+    a1 = _mm256_fmadd_pd(r10, x, _mm256_mul_pd(r11, a1));
+  }
+};
+
+struct GeneralOp {
+  Split m00, m01, m10, m11;
+  explicit GeneralOp(const Matrix2& m)
+      : m00(m.m00, m.m00), m01(m.m01, m.m01), m10(m.m10, m.m10), m11(m.m11, m.m11) {}
+  void operator()(__m256d& a0, __m256d& a1) const {
+    const __m256d x = a0;
+    a0 = combine(m00, x, m01, a1);
+    a1 = combine(m10, x, m11, a1);
+  }
+};
+
+template <class F>
+void with_op(const Matrix2& m, F f) {
+  if (is_real_imaginary(m)) return f(RealImaginaryOp(m));
+  if (is_real(m)) return f(RealOp(m));
+  f(GeneralOp(m));
+}
+
+// One matrix on qubit q >= 1: pairs of vectors at distance 2^q.
+template <class Op>
+void sweep(double* __restrict tile, const Index size, const Index stride, const Op op) {
+  for (Index base = 0; base < size; base += 2 * stride) {
+    double* __restrict p = tile + 2 * base;
+    for (Index i = 0; i < 2 * stride; i += 4) {
+      __m256d a0 = _mm256_load_pd(p + i);
+      __m256d a1 = _mm256_load_pd(p + i + 2 * stride);
+      op(a0, a1);
+      _mm256_store_pd(p + i, a0);
+      _mm256_store_pd(p + i + 2 * stride, a1);
+    }
+  }
+}
+
+// Two matrices on qubits with strides sa, sb >= 2 amplitudes: each group of four vectors is
+// loaded once for both.
+template <class OpA, class OpB>
+void sweep_pair(double* __restrict tile, const Index size, const Index sa, const Index sb,
+                const OpA opa, const OpB opb) {
+  const Index lo = std::min(sa, sb), hi = std::max(sa, sb);
+  const Index da = 2 * sa, db = 2 * sb;  // in doubles
+  for (Index b1 = 0; b1 < size; b1 += 2 * hi) {
+    for (Index b0 = b1; b0 < b1 + hi; b0 += 2 * lo) {
+      double* __restrict p = tile + 2 * b0;
+      for (Index i = 0; i < 2 * lo; i += 4) {
+        __m256d a00 = _mm256_load_pd(p + i), a10 = _mm256_load_pd(p + i + da);
+        __m256d a01 = _mm256_load_pd(p + i + db), a11 = _mm256_load_pd(p + i + da + db);
+        opa(a00, a10);
+        opa(a01, a11);
+        opb(a00, a01);
+        opb(a10, a11);
+        _mm256_store_pd(p + i, a00);
+        _mm256_store_pd(p + i + da, a10);
+        _mm256_store_pd(p + i + db, a01);
+        _mm256_store_pd(p + i + da + db, a11);
+      }
+    }
+  }
+}
+
+void matrix_tile(Amplitude* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
+  const Index size = Index{1} << tile_bits;
+  if (q == 0) {
+    // Each vector holds one pair (a0, a1): out = (m00, m11)·v + (m01, m10)·swap_halves(v).
+    const Split diag(m.m00, m.m11), off(m.m01, m.m10);
+    for (Index i = 0; i < size; i += 2) {
+      const __m256d v = load(tile + i);
+      store(tile + i, combine(diag, v, off, _mm256_permute2f128_pd(v, v, 1)));
+    }
+    return;
+  }
+  double* t = reinterpret_cast<double*>(tile);
+  with_op(m, [=](const auto& op) { sweep(t, size, Index{1} << q, op); });
+}
+
+void matrix_pair_tile(Amplitude* tile, unsigned tile_bits, unsigned qa, const Matrix2& ma,
+                      unsigned qb, const Matrix2& mb) {
+  if (qa == 0 || qb == 0) {
+    matrix_tile(tile, tile_bits, qa, ma);
+    return matrix_tile(tile, tile_bits, qb, mb);
+  }
+  double* t = reinterpret_cast<double*>(tile);
+  const Index size = Index{1} << tile_bits, sa = Index{1} << qa, sb = Index{1} << qb;
+  with_op(ma, [=](const auto& opa) {
+    with_op(mb, [=](const auto& opb) { sweep_pair(t, size, sa, sb, opa, opb); });
+  });
+}
+
+#pragma GCC pop_options
+
+const KernelSet kAvx2{"avx2", &phase_table<std::uint8_t>, &phase_table<std::uint16_t>,
+                      &matrix_tile, &matrix_pair_tile};
+
+}  // namespace
+
+const KernelSet* avx2_kernel_set() {
+  __builtin_cpu_init();
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) return &kAvx2;
+  return nullptr;
+}
+
+}  // namespace corvid

@@ -1,0 +1,51 @@
+#pragma once
+/// A run of CNOT and diagonal gates seen as a phase polynomial.
+///
+/// While such a run is applied, wire w carries the parity of the input bits in mask[w]
+/// (CNOT(c, t): mask[t] ^= mask[c]); every diagonal gate then contributes phases that depend on
+/// parities of the input bits. Wherever every wire carries its own bit again, the run so far
+/// is the diagonal operator
+///     amp[x] *= exp(i·(global_phase − Σ_t angle_t · (−1)^popcount(x & mask_t)))
+/// and can be applied as one pass over the state. Bit q of x is qubit q.
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "corvid/circuit/gate.h"
+
+namespace corvid {
+
+/// exp(−i·angle·(−1)^popcount(x & mask)): an RZ(2·angle) on the parity `mask`.
+struct PhaseTerm {
+  std::uint64_t mask;
+  double angle;
+  friend bool operator==(const PhaseTerm&, const PhaseTerm&) = default;
+};
+
+struct PhasePolynomial {
+  /// Distinct nonzero masks in ascending order, nonzero angles.
+  std::vector<PhaseTerm> terms;
+  /// Radians; the global phase is kept so that fused and gate-by-gate states agree exactly.
+  double global_phase = 0.0;
+};
+
+/// True for the kinds a phase polynomial absorbs: CNOT and the diagonal gates I, Z, S, T, RZ,
+/// P, CZ, RZZ.
+bool is_phase_polynomial_kind(GateKind kind);
+
+/// The longest prefix of a run of phase-polynomial gates that is diagonal.
+struct DiagonalRun {
+  std::size_t length = 0;  ///< gates consumed (0: no prefix of `gates` is a diagonal run)
+  std::size_t weight = 0;  ///< gates of the prefix other than I
+  PhasePolynomial polynomial;
+};
+
+/// Scans at most `max_gates` leading gates of `gates` while they are phase-polynomial kinds and
+/// returns the longest prefix after which every wire carries its own bit again. Qubits must be
+/// < num_qubits <= 64. O(length · log length) time.
+DiagonalRun longest_diagonal_run(std::span<const Gate> gates, unsigned num_qubits,
+                                 std::size_t max_gates);
+
+}  // namespace corvid

@@ -1,0 +1,160 @@
+#include "corvid/sim/rotation_layer.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstdint>
+#include <vector>
+
+#include "corvid/sim/diagonal_pass.h"
+#include "corvid/util/aligned_buffer.h"
+#include "corvid/util/parallel.h"
+
+namespace corvid {
+namespace {
+
+using Index = std::uint64_t;
+
+// Inserts a zero bit at each of `positions` (ascending) into i.
+inline Index insert_zeros(Index i, std::span<const unsigned> positions) {
+  for (unsigned p : positions) {
+    const Index low = i & ((Index{1} << p) - 1);
+    i = ((i ^ low) << 1) | low;
+  }
+  return i;
+}
+
+// body(t, scratch) for every tile t; `scratch_size` amplitudes of per-thread scratch.
+template <class Body>
+void for_each_tile(Index tiles, Index work, Index scratch_size, Body body) {
+  const auto count = static_cast<std::int64_t>(tiles);
+#pragma omp parallel if (parallel_worthwhile(work) && tiles > 1)
+  {
+    AlignedBuffer<Amplitude> scratch(scratch_size, "layer tile");
+#pragma omp for schedule(static)
+    for (std::int64_t t = 0; t < count; ++t) body(static_cast<Index>(t), scratch.data());
+  }
+}
+
+// Two qubits per sweep over the tile.
+void apply_pairs(Amplitude* tile, unsigned bits, std::span<const QubitMatrix> gates,
+                 const KernelSet& k) {
+  std::size_t j = 0;
+  for (; j + 1 < gates.size(); j += 2) {
+    k.matrix_pair_tile(tile, bits, gates[j].qubit, gates[j].matrix, gates[j + 1].qubit,
+                       gates[j + 1].matrix);
+  }
+  if (j < gates.size()) k.matrix_tile(tile, bits, gates[j].qubit, gates[j].matrix);
+}
+
+// `local`: ascending tile-local qubits. Those below kInnerBits are applied per L1-sized
+// sub-tile, so that their sweeps stay in L1; the rest sweep the whole (L2-resident) tile.
+void apply_to_tile(Amplitude* tile, unsigned bits, std::span<const QubitMatrix> local,
+                   const KernelSet& k, const LayerTiling& tiling) {
+  const unsigned inner = std::min(bits, tiling.inner_bits);
+  const auto split = std::partition_point(local.begin(), local.end(),
+                                          [&](const QubitMatrix& g) { return g.qubit < inner; });
+  if (split != local.begin()) {
+    for (Index sub = 0; sub < (Index{1} << (bits - inner)); ++sub) {
+      apply_pairs(tile + (sub << inner), inner, {local.begin(), split}, k);
+    }
+  }
+  apply_pairs(tile, bits, {split, local.end()}, k);
+}
+
+void apply_low(Amplitude* amps, unsigned n, std::span<const QubitMatrix> low, const KernelSet& k,
+               const DiagonalPass* before, const LayerTiling& tiling) {
+  const unsigned bits = std::min(n, tiling.tile_bits);
+  for_each_tile(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, Amplitude*) {
+    if (before != nullptr) before->apply(amps, t << bits, Index{1} << bits);
+    apply_to_tile(amps + (t << bits), bits, low, k, tiling);
+  });
+}
+
+// `group`: ascending qubits, all >= tile_bits, at most tile_bits − min_chunk_bits of them.
+void apply_high(Amplitude* amps, unsigned n, std::span<const QubitMatrix> group,
+                const KernelSet& k, const LayerTiling& tiling) {
+  const unsigned bits = tiling.tile_bits;
+  const auto m = static_cast<unsigned>(group.size());
+  const unsigned c = bits - m;
+  const Index chunk = Index{1} << c;
+  std::vector<unsigned> fixed;  // bit positions a tile does not enumerate: [0, c) and the group
+  std::vector<Index> offsets(Index{1} << m, 0);
+  std::vector<QubitMatrix> local;  // the group's qubits as tile-local qubits c, c+1, ...
+  for (unsigned b = 0; b < c; ++b) fixed.push_back(b);
+  for (unsigned j = 0; j < m; ++j) {
+    fixed.push_back(group[j].qubit);
+    local.push_back({c + j, group[j].matrix});
+    for (Index s = 0; s < offsets.size(); ++s) {
+      if ((s >> j) & 1) offsets[s] |= Index{1} << group[j].qubit;
+    }
+  }
+  for_each_tile(Index{1} << (n - bits), Index{1} << n, Index{1} << bits, [&](Index t, Amplitude* tile) {
+    const Index base = insert_zeros(t, fixed);
+    for (Index s = 0; s < offsets.size(); ++s) {
+      std::copy_n(amps + base + offsets[s], chunk, tile + s * chunk);
+    }
+    apply_to_tile(tile, bits, local, k, tiling);
+    for (Index s = 0; s < offsets.size(); ++s) {
+      std::copy_n(tile + s * chunk, chunk, amps + base + offsets[s]);
+    }
+  });
+}
+
+}  // namespace
+
+void apply_rotation_layer(Amplitude* amps, unsigned n, std::span<const QubitMatrix> layer,
+                          const KernelSet& kernels, const DiagonalPass* before,
+                          LayerTiling tiling) {
+  std::vector<QubitMatrix> sorted(layer.begin(), layer.end());
+  std::sort(sorted.begin(), sorted.end(),
+            [](const QubitMatrix& a, const QubitMatrix& b) { return a.qubit < b.qubit; });
+  assert(sorted.empty() || sorted.back().qubit < n);
+  const auto split = std::partition_point(sorted.begin(), sorted.end(), [&](const QubitMatrix& g) {
+    return g.qubit < tiling.tile_bits;
+  });
+  if (split != sorted.begin()) {
+    apply_low(amps, n, {sorted.begin(), split}, kernels, before, tiling);
+  } else if (before != nullptr) {
+    before->apply_all(amps, n);
+  }
+  const std::ptrdiff_t group = tiling.tile_bits - tiling.min_chunk_bits;
+  for (auto it = split; it != sorted.end();) {
+    const auto end = it + std::min(group, sorted.end() - it);
+    apply_high(amps, n, {it, end}, kernels, tiling);
+    it = end;
+  }
+}
+
+void write_product_state(Amplitude* amps, unsigned n, std::span<const QubitMatrix> layer,
+                         const DiagonalPass* after) {
+  // Column 0 of every qubit's matrix: (1, 0) unless the layer acts on it.
+  std::vector<Amplitude> u0(n, 1.0), u1(n, 0.0);
+  for (const QubitMatrix& g : layer) {
+    u0[g.qubit] = g.matrix.m00;
+    u1[g.qubit] = g.matrix.m10;
+  }
+  const unsigned bits = std::min(n, kTileBits);
+  const Index size = Index{1} << bits;
+  // The low qubits' factor of every index within a tile, built by doubling.
+  std::vector<Amplitude> low(size);
+  low[0] = 1.0;
+  for (unsigned q = 0; q < bits; ++q) {
+    const Index half = Index{1} << q;
+    for (Index i = 0; i < half; ++i) {
+      low[i + half] = low[i] * u1[q];
+      low[i] *= u0[q];
+    }
+  }
+  for_each_tile(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, Amplitude*) {
+    Amplitude high = 1.0;
+    for (unsigned q = bits; q < n; ++q) high *= ((t >> (q - bits)) & 1) ? u1[q] : u0[q];
+    Amplitude* tile = amps + (t << bits);
+    const double hr = high.real(), hi = high.imag();
+    for (Index i = 0; i < size; ++i) {
+      tile[i] = {hr * low[i].real() - hi * low[i].imag(), hr * low[i].imag() + hi * low[i].real()};
+    }
+    if (after != nullptr) after->apply(amps, t << bits, size);
+  });
+}
+
+}  // namespace corvid

@@ -1,0 +1,112 @@
+"""The fused execution path (diagonals, blocked layers, vector kernels) through the SDK, against
+the plain gate-by-gate path and the independent numpy simulator."""
+
+import numpy as np
+import pytest
+
+import corvid
+from corvid import CNOT, CPUQVM, RX, RZ, H, I, QCircuit, QProg
+from dense_reference import simulate
+
+
+def qaoa_gates(edges, n, gammas, betas):
+    """(name, qubits, params) triples of a QAOA circuit as the algorithm module builds it."""
+    gates = [("H", (q,), ()) for q in range(n)]
+    for gamma, beta in zip(gammas, betas):
+        for (a, b), w in edges.items():
+            gates += [("CNOT", (a, b), ()), ("RZ", (b,), (2 * w * gamma,)), ("CNOT", (a, b), ())]
+        gates += [("I", (q,), ()) for q in range(n)]
+        gates += [("RX", (q,), (-2 * beta,)) for q in range(n)]
+    return gates
+
+
+def run(gates, n, fused=True, kernels=None):
+    previous, previous_kernels = corvid.fusion_enabled(), corvid.kernel_set()
+    corvid.set_fusion_enabled(fused)
+    corvid.set_kernel_set(kernels or previous_kernels)
+    try:
+        qvm = CPUQVM()
+        q = qvm.qAlloc_many(n)
+        c = QCircuit()
+        for name, idx, params in gates:
+            c << getattr(corvid, name)(*[q[i] for i in idx], *params)
+        probs = qvm.prob_run_dict(QProg() << c, q).probabilities.copy()
+        return qvm.state_vector(), probs, qvm.last_run_timings()
+    finally:
+        corvid.set_fusion_enabled(previous)
+        corvid.set_kernel_set(previous_kernels)
+
+
+def random_edges(rng, n, count, integer):
+    edges = {}
+    while len(edges) < count:
+        a, b = sorted(int(x) for x in rng.choice(n, 2, replace=False))
+        edges[(a, b)] = float(rng.integers(1, 4)) if integer else float(rng.uniform(-1, 1))
+    return edges
+
+
+@pytest.mark.parametrize("n, integer", [(3, True), (6, True), (6, False), (9, False)])
+def test_qaoa_matches_dense_reference_and_plain_path(rng, n, integer):
+    edges = random_edges(rng, n, n, integer)
+    gammas, betas = rng.uniform(-np.pi, np.pi, 2), rng.uniform(-np.pi, np.pi, 2)
+    gates = qaoa_gates(edges, n, gammas, betas)
+    want = simulate(gates, n)
+    plain, _, _ = run(gates, n, fused=False)
+    np.testing.assert_allclose(plain, want, rtol=0, atol=1e-12)
+    for kernels in corvid.kernel_sets():
+        state, probs, _ = run(gates, n, kernels=kernels)
+        np.testing.assert_allclose(state, want, rtol=0, atol=1e-12)
+        np.testing.assert_allclose(probs, np.abs(want) ** 2, rtol=0, atol=1e-12)
+
+
+def test_large_qaoa_fused_equals_plain_and_threads_agree(rng):
+    # 17 qubits: above the parallel threshold and past the first tile, so the mixer takes its
+    # high-qubit pass; the graph mixes integer weights and one irrational weight.
+    n = 17
+    edges = random_edges(rng, n, 25, integer=True)
+    edges[(0, n - 1)] = np.sqrt(2)
+    gates = qaoa_gates(edges, n, [0.41, -1.3], [0.7, 0.2])
+    plain, plain_probs, _ = run(gates, n, fused=False)
+    threads = corvid.get_num_threads()
+    try:
+        results = []
+        for t in (1, 2):
+            corvid.set_num_threads(t)
+            results.append(run(gates, n))
+    finally:
+        corvid.set_num_threads(threads)
+    for state, probs, _ in results:
+        np.testing.assert_allclose(state, plain, rtol=0, atol=1e-12)
+        np.testing.assert_allclose(probs, plain_probs, rtol=0, atol=1e-12)
+
+
+def test_new_gamma_reuses_the_cost_diagonal():
+    edges = {(0, 1): 1.0, (1, 2): 2.0, (0, 3): 1.0, (2, 3): 1.0}
+    run(qaoa_gates(edges, 4, [0.3], [0.2]), 4)
+    before = corvid.diagonal_cache_info()
+    state, _, timings = run(qaoa_gates(edges, 4, [-1.7], [0.9]), 4)
+    after = corvid.diagonal_cache_info()
+    assert after["misses"] == before["misses"]
+    assert after["hits"] == before["hits"] + 1
+    np.testing.assert_allclose(state, simulate(qaoa_gates(edges, 4, [-1.7], [0.9]), 4), atol=1e-12)
+    assert set(timings) == {"compile", "init", "diagonal", "layer", "gates", "probabilities"}
+    assert all(v >= 0 for v in timings.values())
+
+
+def test_gates_the_compiler_leaves_alone_keep_their_place():
+    # A CNOT that never cancels, a lone H between diagonal runs, and a non-diagonal 2-qubit gate.
+    gates = [("H", (0,), ()), ("H", (1,), ()), ("CNOT", (0, 1), ()), ("RZ", (1,), (0.3,)),
+             ("S", (0,), ()), ("H", (2,), ()), ("RZ", (2,), (1.1,)), ("CZ", (0, 2), ()),
+             ("RXX", (1, 2), (0.7,)), ("T", (1,), ()), ("CNOT", (2, 1), ())]
+    state, _, timings = run(gates, 3)
+    np.testing.assert_allclose(state, simulate(gates, 3), rtol=0, atol=1e-12)
+    assert timings["gates"] > 0
+
+
+def test_controls_reject_unknown_kernel_sets():
+    assert corvid.kernel_sets()[0] == "scalar"
+    assert corvid.kernel_set() in corvid.kernel_sets()
+    with pytest.raises(ValueError):
+        corvid.set_kernel_set("no-such-set")
+    with pytest.raises(TypeError):
+        corvid.set_diagonal_cache_limit(-1)
