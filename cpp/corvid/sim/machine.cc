@@ -185,7 +185,7 @@ ProbabilityTable Machine::probabilities(const Program& program, std::span<const 
   run(program);
   ProbabilityTable table = backend_->probabilities(indices);
   if (select_max > 0 && static_cast<std::uint64_t>(select_max) < table.values.size()) {
-    AlignedBuffer<double> head(static_cast<std::size_t>(select_max), "probability table");
+    PooledBuffer<double> head(static_cast<std::size_t>(select_max), "probability table");
     std::copy_n(table.values.data(), head.size(), head.data());
     table.values = std::move(head);
   }

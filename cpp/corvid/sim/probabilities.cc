@@ -95,7 +95,7 @@ ProbabilityTable marginal_probabilities(const StateVector& state, std::span<cons
   const unsigned k = static_cast<unsigned>(qubits.size());
   assert(k <= state.num_qubits());
   const Index outcomes = Index{1} << k;
-  ProbabilityTable table{k, AlignedBuffer<double>(outcomes, "probability table of " +
+  ProbabilityTable table{k, PooledBuffer<double>(outcomes, "probability table of " +
                                                                 std::to_string(k) + " qubits")};
   if (is_identity_order(state, qubits)) {
     all_qubits(state, table.values.data());

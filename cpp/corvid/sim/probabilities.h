@@ -5,7 +5,7 @@
 #include <span>
 
 #include "corvid/sim/state_vector.h"
-#include "corvid/util/aligned_buffer.h"
+#include "corvid/sim/buffer_pool.h"
 
 namespace corvid {
 
@@ -14,7 +14,7 @@ namespace corvid {
 /// It may hold only the first entries of the full 2^num_qubits table (see Machine::probabilities).
 struct ProbabilityTable {
   unsigned num_qubits = 0;
-  AlignedBuffer<double> values;
+  PooledBuffer<double> values;  ///< returns to the buffer pool when the table goes
 };
 
 /// The marginal distribution of `qubits` (distinct, each < state.num_qubits(); asserted) in the

@@ -38,7 +38,7 @@ StateVector StateVector::uninitialized(unsigned num_qubits) {
   require_state_memory(num_qubits);
   StateVector state;
   state.num_qubits_ = num_qubits;
-  state.amplitudes_ = AlignedBuffer<Amplitude>(std::size_t{1} << num_qubits, describe(num_qubits));
+  state.amplitudes_ = PooledBuffer<Amplitude>(std::size_t{1} << num_qubits, describe(num_qubits));
   return state;
 }
 

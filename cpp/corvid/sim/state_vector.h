@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "corvid/util/aligned_buffer.h"
+#include "corvid/sim/buffer_pool.h"
 
 namespace corvid {
 
@@ -41,7 +41,7 @@ class StateVector {
 
  private:
   unsigned num_qubits_ = 0;
-  AlignedBuffer<Amplitude> amplitudes_;
+  PooledBuffer<Amplitude> amplitudes_;
 };
 
 }  // namespace corvid
