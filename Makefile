@@ -9,7 +9,7 @@ JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
 PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib
 
-.PHONY: all system venv build test test-cpp test-python demo bench install clean
+.PHONY: all system venv build test test-cpp test-python demo bench bench-peers install clean
 
 all: build
 
@@ -45,6 +45,11 @@ demo: build
 
 bench: build
 	$(DEV_PATH) $(PY) bench/run_all.py
+
+# Optional peer comparison: installs the peer into the venv only (not a package requirement).
+bench-peers: build
+	$(PY) -m pip install -q qokit
+	$(DEV_PATH) $(PY) bench/peers.py
 
 install: venv
 	$(PY) -m pip install --no-build-isolation .

@@ -1,17 +1,23 @@
 """One objective evaluation (`QAOA._loss_function`) on MaxCut of seeded random 3-regular graphs.
 
 Per row (n qubits, p layers; exact probabilities, energy expectation): milliseconds per
-evaluation (median), the time spent outside the C++ kernels (Python, bindings, circuit
-building), peak memory of the row's own process, and the ratio to the floor: 2p + 1
-read-and-write passes over the state at the copy bandwidth measured in the same run.
+evaluation (median), split into the machine's own timings (initial state; phase separators and
+mixers, which share sweeps over memory and are reported together; the probability table), the
+loss (the C++ expectation over all 2^n states) and the rest (Python, bindings, circuit
+building, compilation); then peak memory of the row's own process, the achieved bandwidth and
+the ratio to the floor: 2p + 1 read-and-write passes over the state at the copy bandwidth
+measured in the same run (achieved GB/s = the floor's bytes / the time per evaluation).
 
 Run: PYTHONPATH=python:build/dev/python python bench/evaluation.py [--sizes 16 20 24] [--layers 1 4]
+     [--precision single] [--plain]
 """
 
 import argparse
 import json
+import statistics
 import subprocess
 import sys
+import time
 
 import numpy as np
 
@@ -19,61 +25,87 @@ sys.path.insert(0, __file__.rsplit("/", 1)[0])
 from common import (machine_line, maxcut_polynomial, median_seconds,  # noqa: E402
                     peak_rss_bytes, random_regular_graph)
 
+PARTS = ("init", "layers", "probabilities", "loss", "rest")
 
-def measure_row(n, p, repeats):
+
+def measure_row(n, p, repeats, precision, plain):
     import corvid
     from corvid import diagonal
     from corvid_alg.QAOA.qaoa import QAOA
 
+    if precision != "double":
+        corvid.set_default_precision(precision)
+    corvid.set_fusion_enabled(not plain)
     solver = QAOA(maxcut_polynomial(random_regular_graph(n, 3, seed=n), n))
     solver.layer, solver.shots, solver.loss_type = p, -1, "default"
     paras = np.random.default_rng(p).uniform(0, np.pi, 2 * p)
     solver._loss_function(paras)  # the first evaluation also computes all 2^n energies
-    total = median_seconds(lambda: solver._loss_function(paras), repeats, warmup=0)
-
-    # The same work with the Python around it stripped: a prebuilt program and the C++ loss.
-    machine = corvid.CPUQVM()
-    qubits = machine.qAlloc_many(n)
-    program = corvid.QProg() << solver._qaoa_circuit(qubits, paras[:p], paras[p:])
     energies = solver.energy_dict.all_energies()
 
-    def kernels():
-        result = machine.prob_run_dict(program, qubits, -1)
-        diagonal.expectation(result.probabilities, energies)
-
-    kernel = median_seconds(kernels, repeats, warmup=1)
-    return {"seconds": total, "kernel_seconds": kernel, "peak": peak_rss_bytes()}
+    totals, parts = [], {k: [] for k in PARTS}
+    for _ in range(repeats):
+        start = time.perf_counter()
+        solver._loss_function(paras)
+        totals.append(time.perf_counter() - start)
+        t = corvid.last_run_timings()
+        parts["init"].append(t["init"])
+        parts["layers"].append(t["diagonal"] + t["layer"] + t["gates"])
+        parts["probabilities"].append(t["probabilities"])
+    # The loss alone, on a result of the same size.
+    machine = corvid.CPUQVM()
+    qubits = machine.qAlloc_many(n)
+    result = machine.prob_run_dict(corvid.QProg() << corvid.hadamard_circuit(qubits), qubits)
+    loss = median_seconds(lambda: diagonal.expectation(result.probabilities, energies), repeats)
+    machine.finalize()
+    out = {k: statistics.median(v) for k, v in parts.items() if v}
+    out["loss"] = loss
+    out["seconds"] = statistics.median(totals)
+    out["rest"] = max(0.0, out["seconds"] - sum(out[k] for k in PARTS[:-1]))
+    out["peak"] = peak_rss_bytes()
+    out["value"] = float(solver._loss_function(paras))
+    return out
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--sizes", type=int, nargs="+", default=[16, 20, 24])
+    parser.add_argument("--sizes", type=int, nargs="+", default=[16, 20, 22, 24, 26])
     parser.add_argument("--layers", type=int, nargs="+", default=[1, 4])
     parser.add_argument("--repeats", type=int, default=5)
+    parser.add_argument("--precision", choices=["double", "single"], default="double")
+    parser.add_argument("--plain", action="store_true",
+                        help="fusion off: every gate is its own pass (the reference path)")
     parser.add_argument("--row", type=int, nargs=2, help=argparse.SUPPRESS)
     args = parser.parse_args()
     if args.row:
-        print(json.dumps(measure_row(*args.row, args.repeats)))
+        print(json.dumps(measure_row(*args.row, args.repeats, args.precision, args.plain)))
         return
 
     import corvid
     bandwidth = corvid.measure_bandwidth()["copy"]
-    print(f"# _loss_function, MaxCut on random 3-regular graphs, exact; {machine_line()}, "
-          f"{corvid.get_num_threads()} threads, copy bandwidth {bandwidth / 1e9:.1f} GB/s")
-    print("|  n | p | ms / eval | outside C++ | peak MiB | peak / state | floor ms | x floor |")
-    print("|---:|--:|----------:|------------:|---------:|-------------:|---------:|--------:|")
+    item = 8 if args.precision == "single" else 16
+    print(f"# _loss_function, MaxCut on random 3-regular graphs, exact, {args.precision} precision"
+          f"{', fusion off' if args.plain else ''}; {machine_line()}, "
+          f"{corvid.get_num_threads()} threads, {corvid.kernel_set()} kernels, "
+          f"copy bandwidth {bandwidth / 1e9:.1f} GB/s")
+    print("|  n | p | ms / eval |  init | phase+mixer | probs |  loss |  rest | peak MiB "
+          "| peak / state |  GB/s | floor ms | x floor |")
+    print("|---:|--:|----------:|------:|------------:|------:|------:|------:|---------:"
+          "|-------------:|------:|---------:|--------:|")
     for n in args.sizes:
         for p in args.layers:
-            out = subprocess.run([sys.executable, __file__, "--row", str(n), str(p),
-                                  "--repeats", str(args.repeats)],
-                                 check=True, capture_output=True, text=True).stdout
+            cmd = [sys.executable, __file__, "--row", str(n), str(p), "--repeats",
+                   str(args.repeats), "--precision", args.precision] + (["--plain"] if args.plain else [])
+            out = subprocess.run(cmd, check=True, capture_output=True, text=True).stdout
             row = json.loads(out.strip().splitlines()[-1])
-            state = 16 * 2 ** n
-            floor = (2 * p + 1) * 2 * state / bandwidth
-            outside = max(0.0, 1 - row["kernel_seconds"] / row["seconds"])
-            print(f"| {n:2d} | {p} | {row['seconds'] * 1e3:9.1f} | {outside * 100:10.1f}% "
-                  f"| {row['peak'] / 2**20:8.0f} | {row['peak'] / state:12.2f} "
-                  f"| {floor * 1e3:8.1f} | {row['seconds'] / floor:7.1f} |")
+            state = item * 2 ** n
+            floor_bytes = (2 * p + 1) * 2 * state
+            floor = floor_bytes / bandwidth
+            ms = {k: row[k] * 1e3 for k in PARTS}
+            print(f"| {n:2d} | {p} | {row['seconds'] * 1e3:9.1f} | {ms['init']:5.1f} "
+                  f"| {ms['layers']:11.1f} | {ms['probabilities']:5.1f} | {ms['loss']:5.1f} "
+                  f"| {ms['rest']:5.1f} | {row['peak'] / 2**20:8.0f} | {row['peak'] / state:12.2f} "
+                  f"| {floor_bytes / row['seconds'] / 1e9:5.1f} | {floor * 1e3:8.1f} "
+                  f"| {row['seconds'] / floor:7.1f} |", flush=True)
 
 
 if __name__ == "__main__":

@@ -126,6 +126,17 @@ py::dict counts_dict(const std::vector<corvid::OutcomeCount>& counts, unsigned w
   return out;
 }
 
+py::dict timings_dict(const corvid::RunTimings& t) {
+  py::dict out;
+  out["compile"] = t.compile;
+  out["init"] = t.init;
+  out["diagonal"] = t.diagonal;
+  out["layer"] = t.layer;
+  out["gates"] = t.gates;
+  out["probabilities"] = t.probabilities;
+  return out;
+}
+
 void bind_machine(py::class_<Machine>& cls) {
   cls.def(py::init<std::optional<std::uint64_t>>(), py::arg("seed") = py::none(),
           "A CPU state-vector machine. `seed` (a non-negative int) makes its sampling "
@@ -210,28 +221,23 @@ index bit i is qubit i. ValueError when nothing has run yet.
 )doc")
       .def(
           "last_run_timings",
-          [](const Machine& m) {
-            const corvid::RunTimings t = m.last_run_timings();
-            py::dict out;
-            out["compile"] = t.compile;
-            out["init"] = t.init;
-            out["diagonal"] = t.diagonal;
-            out["layer"] = t.layer;
-            out["gates"] = t.gates;
-            out["probabilities"] = t.probabilities;
-            return out;
-          },
+          [](const Machine& m) { return timings_dict(m.last_run_timings()); },
           R"doc(
 Seconds the last run spent per kind of operation, as a dict: 'compile' (fusing the program,
 including the one-off transform of a new cost diagonal), 'init' (initial state), 'diagonal'
 (fused phase passes), 'layer' (one-qubit layers such as mixers), 'gates' (gates run one by one)
-and 'probabilities' (the probability table). All zero before the first run.
+and 'probabilities' (the probability table). All zero before the first run. A phase pass that
+shares the following layer's first sweep over memory counts as 'layer' time.
 )doc")
       .def("finalize", &Machine::finalize,
            "Releases the machine's memory; any later use other than finalize() is a ValueError.");
 }
 
 void bind_performance_controls(py::module_& m) {
+  m.def("last_run_timings", [] { return timings_dict(corvid::latest_run_timings()); }, R"doc(
+CPUQVM.last_run_timings() of the latest run of any machine in the process: for profiling code
+that creates its own machines, such as the QAOA module.
+)doc");
   m.def("set_fusion_enabled", &corvid::set_fusion_enabled, py::arg("enabled"), R"doc(
 Turns program fusion on (the default) or off for every machine of the process. Off, every gate
 is one pass over the state: the plain reference path, for comparisons and benchmarks.

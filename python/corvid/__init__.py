@@ -16,6 +16,6 @@ from ._core import (  # noqa: E402,F401
 )
 from ._core import (  # noqa: E402,F401
     clear_diagonal_cache, diagonal_cache_info, fusion_enabled, kernel_set, kernel_sets,
-    set_diagonal_cache_limit, set_fusion_enabled, set_kernel_set,
+    last_run_timings, set_diagonal_cache_limit, set_fusion_enabled, set_kernel_set,
 )
 from . import diagonal  # noqa: E402,F401

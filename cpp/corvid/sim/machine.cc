@@ -184,6 +184,7 @@ ProbabilityTable Machine::probabilities(const Program& program, std::span<const 
   check_program(program);
   run(program);
   ProbabilityTable table = backend_->probabilities(indices);
+  record_latest_run_timings(backend_->last_run_timings());
   if (select_max > 0 && static_cast<std::uint64_t>(select_max) < table.values.size()) {
     PooledBuffer<double> head(static_cast<std::size_t>(select_max), "probability table");
     std::copy_n(table.values.data(), head.size(), head.data());
@@ -218,6 +219,7 @@ std::vector<OutcomeCount> Machine::sample(const Program& program, std::span<cons
 
   run(program);
   const ProbabilityTable table = backend_->probabilities(measured);
+  record_latest_run_timings(backend_->last_run_timings());
   std::vector<OutcomeCount> counts =
       sample_counts({table.values.data(), table.values.size()}, static_cast<std::uint64_t>(shots), rng_);
 

@@ -12,4 +12,9 @@ struct RunTimings {
   double probabilities = 0.0;  ///< the probability table
 };
 
+/// The timings of the latest run of any machine in the process (for profiling code that
+/// creates its own machines); all zero before the first. Thread-safe.
+RunTimings latest_run_timings();
+void record_latest_run_timings(const RunTimings& timings);
+
 }  // namespace corvid
