@@ -19,6 +19,10 @@ def _phase_circuit(self, qlist):
     """A function of gamma returning the phase circuit exp(-i*gamma*(H - h0)) on `qlist`."""
 
     def phase(gamma):
+        if self.operator is None:
+            raise TypeError("QAOA has no Hamiltonian for a problem of type "
+                            f"{type(self.problem).__name__}: give a sympy polynomial or a "
+                            "corvid.PauliOperator")
         circuit, _ = pauli_z_operator_to_circuit(self.operator, qlist, gamma)
         return circuit
 

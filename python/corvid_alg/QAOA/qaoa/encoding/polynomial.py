@@ -16,6 +16,10 @@ def monomials(problem, variables):
     Fails (sympy's error) when `problem` is not a polynomial in `variables` with numeric
     coefficients, or when there are no variables.
     """
+    if not variables:
+        # Without generators sympy would take any non-numeric atom (pi, nan) for a variable.
+        raise sympy.polys.polyerrors.GeneratorsNeeded(
+            f"{problem} has no variables: a constant is not an optimisation problem")
     terms = sympy.Poly(problem, *variables).as_dict()
     return [(exponents, float(coefficient)) for exponents, coefficient in terms.items()]
 

@@ -38,18 +38,22 @@ class EnergyModel:
             variables = binary_variables(problem)
             terms = monomials(problem, variables) if variables else []
             self.num_variables = len(variables)
-            self.exponents = np.array([e for e, _ in terms], dtype=float).reshape(len(terms), -1)
+            self.exponents = np.array([e for e, _ in terms], dtype=float).reshape(
+                len(terms), self.num_variables)
             self.coeffs = np.array([c for _, c in terms], dtype=float)
-            self.masks = np.array([_mask(i for i, e in enumerate(ex) if e) for ex, _ in terms],
-                                  dtype=np.uint64)
             # Bit strings of the circuit are solutions of the polynomial only when every qubit
             # is a variable; otherwise energies go one by one, and fail as calculate_energy does.
-            self.whole_space = self.num_variables == num_bits
+            self.whole_space = self.num_variables == num_bits < _MAX_MASK_BITS
+            if self.whole_space:
+                self.masks = np.array(
+                    [_mask(i for i, e in enumerate(ex) if e) for ex, _ in terms], dtype=np.uint64)
         elif isinstance(problem, list):
             self.kind = "operator"
-            self.masks = np.array([_mask(m) for m, _ in problem], dtype=np.uint64)
             self.coeffs = np.array([c for _, c in problem], dtype=float)
-            self.whole_space = all(q < num_bits for m, _ in problem for q in m)
+            self.whole_space = num_bits < _MAX_MASK_BITS and all(
+                q < num_bits for m, _ in problem for q in m)
+            if self.whole_space:
+                self.masks = np.array([_mask(m) for m, _ in problem], dtype=np.uint64)
 
     def symbolic_energy(self, x):
         """f(x) of the polynomial at any numeric x (one value per variable, in name order)."""
@@ -79,6 +83,10 @@ class EnergyModel:
         if self.kind == "operator":
             return diagonal.energies_from_z_terms(self.num_bits, self.masks, self.coeffs)
         return np.zeros(1 << self.num_bits)
+
+
+# Masks are 64-bit words; wider problems never fit in memory as 2^n states anyway.
+_MAX_MASK_BITS = 64
 
 
 def _mask(qubits):

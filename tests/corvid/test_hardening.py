@@ -1,0 +1,246 @@
+"""Bad input to the SDK: every row is one entry point faced with one bad value, and must end in a
+clear exception (never a crash, a hang or a silently wrong answer). Also the memory guard, the
+process-wide thread count, and Ctrl-C during a long simulation."""
+
+import resource
+import subprocess
+import threading
+
+import numpy as np
+import pytest
+
+import corvid
+from corvid import CNOT, CPUQVM, RX, RZ, H, PauliOperator, QCircuit, QProg, diagonal
+from interrupt_harness import interrupt_after, run_python
+
+NAN, INF = float("nan"), float("inf")
+GIB = 1 << 30
+
+
+def _machine(n=3, cbits=3, seed=1):
+    qvm = CPUQVM(seed=seed)
+    return qvm, qvm.qAlloc_many(n), qvm.cAlloc_many(cbits)
+
+
+def _finalized():
+    qvm, q, c = _machine(2, 2)
+    qvm.finalize()
+    return qvm, q, c
+
+
+_M, _Q, _C = _machine()
+_OTHER, _OQ, _OC = _machine()
+_DEAD, _DQ, _DC = _finalized()
+_PROG = QProg() << corvid.hadamard_circuit(_Q) << corvid.measure_all(_Q, _C)
+_MASKS, _COEFFS = np.array([1, 2], dtype=np.uint64), np.array([1.0, -2.0])
+_P, _E = np.array([0.25, 0.75]), np.array([1.0, -1.0])
+
+# (entry point and bad input, call, exception, message pattern)
+SDK_CASES = [
+    # Pauli keys
+    ("key without index", lambda: PauliOperator("Z", 1), ValueError, "has no qubit index"),
+    ("key negative index", lambda: PauliOperator("Z-1", 1), ValueError, "not a decimal number"),
+    ("key lower-case letter", lambda: PauliOperator("z0", 1), ValueError, "does not start with X, Y or Z"),
+    ("key qubit twice", lambda: PauliOperator("Z0 X0", 1), ValueError, "appears more than once"),
+    ("key leading zero", lambda: PauliOperator("Z01", 1), ValueError, "leading zero"),
+    ("key double blank", lambda: PauliOperator("Z0  Z1", 1), ValueError, "misplaced blank"),
+    ("key trailing blank", lambda: PauliOperator("Z0 ", 1), ValueError, "misplaced blank"),
+    ("key index above 32 bits", lambda: PauliOperator("Z4294967296", 1), ValueError, "too large"),
+    ("key comma separated", lambda: PauliOperator("Z0,Z1", 1), ValueError, "invalid Pauli key"),
+    ("key full-width letter", lambda: PauliOperator("\uff3a0", 1), ValueError, "invalid Pauli key"),
+    ("key in a dict", lambda: PauliOperator({"Zx": 1}), ValueError, "not a decimal number"),
+    ("key not a string", lambda: PauliOperator(5, 1), TypeError, "incompatible constructor"),
+    ("coefficient a string", lambda: PauliOperator("Z0", "a"), TypeError, "incompatible constructor"),
+    ("operator times a string", lambda: PauliOperator("Z0", 1) * "a", TypeError, "multiply"),
+    ("operator plus None", lambda: PauliOperator("Z0", 1) + None, TypeError, "unsupported operand"),
+    ("remap into a list", lambda: PauliOperator("Z0", 1).remapQubitIndex([]), TypeError, "incompatible"),
+    # binary polynomials
+    ("monomial not a pair", lambda: corvid.binary_polynomial_to_z_operator([([0],)]), ValueError, "pair"),
+    ("monomial negative variable", lambda: corvid.binary_polynomial_to_z_operator([([-1], 1)]), ValueError, "out of range"),
+    ("monomial float variable", lambda: corvid.binary_polynomial_to_z_operator([([1.5], 1)]), TypeError, "integers"),
+    ("monomial string coefficient", lambda: corvid.binary_polynomial_to_z_operator([([1], "a")]), ValueError, "float"),
+    ("monomials not iterable", lambda: corvid.binary_polynomial_to_z_operator(5), TypeError, "incompatible"),
+    ("monomial of 30 variables", lambda: corvid.binary_polynomial_to_z_operator([(list(range(30)), 1)]),
+     MemoryError, r"1\.074e\+09 terms needs"),
+    # gates
+    ("RX nan angle", lambda: RX(0, NAN), ValueError, "angle must be finite"),
+    ("RZ infinite angle", lambda: RZ(0, -INF), ValueError, "angle must be finite"),
+    ("RX numpy nan angle", lambda: RX(0, np.float64("nan")), ValueError, "angle must be finite"),
+    ("RZZ infinite angle", lambda: corvid.RZZ(0, 1, INF), ValueError, "angle must be finite"),
+    ("RX string angle", lambda: RX(0, "a"), TypeError, "incompatible"),
+    ("H negative qubit", lambda: H(-1), IndexError, "out of range"),
+    ("H qubit above 32 bits", lambda: H(2**40), IndexError, "out of range"),
+    ("H bool qubit", lambda: H(True), TypeError, "got bool"),
+    ("H float qubit", lambda: H(1.0), TypeError, "got float"),
+    ("RX list with a negative qubit", lambda: RX([0, -1], 0.1), IndexError, "out of range"),
+    ("CNOT same qubit twice", lambda: CNOT(0, 0), ValueError, "twice"),
+    ("circuit appends an int", lambda: QCircuit() << 5, TypeError, "unsupported operand"),
+    ("circuit index past the end", lambda: QCircuit()[10], IndexError, "out of range"),
+    ("gate after a measurement", lambda: QProg() << corvid.Measure(0, 0) << H(0), ValueError, "mid-circuit"),
+    ("measure_all lengths differ", lambda: corvid.measure_all(_Q, _C[:2]), ValueError, "3 qubits but 2"),
+    # machine set-up
+    ("seed negative", lambda: CPUQVM(seed=-1), TypeError, "incompatible"),
+    ("qAlloc_many negative", lambda: CPUQVM().qAlloc_many(-1), ValueError, "non-negative"),
+    ("qAlloc_many float", lambda: CPUQVM().qAlloc_many(1.5), ValueError, "must be an integer"),
+    ("qAlloc_many bool", lambda: CPUQVM().qAlloc_many(True), ValueError, "must be an integer"),
+    ("qAlloc_many string", lambda: CPUQVM().qAlloc_many("3"), ValueError, "must be an integer"),
+    ("qAlloc_many 40 qubits", lambda: CPUQVM().qAlloc_many(40), MemoryError, r"40 qubits needs 16\.0 TiB"),
+    ("qAlloc_many 64 qubits", lambda: CPUQVM().qAlloc_many(64), MemoryError, "more than any machine has"),
+    ("qAlloc_many 2**40", lambda: CPUQVM().qAlloc_many(2**40), ValueError, "too many qubits"),
+    ("qAlloc_many 2**70", lambda: CPUQVM().qAlloc_many(2**70), ValueError, "too large"),
+    ("cAlloc_many negative", lambda: CPUQVM().cAlloc_many(-1), ValueError, "non-negative"),
+    ("cAlloc_many 2**33", lambda: CPUQVM().cAlloc_many(2**33), ValueError, "too many classical bits"),
+    # machine runs
+    ("select_max 0", lambda: _M.prob_run_dict(_PROG, _Q, 0), ValueError, "select_max"),
+    ("select_max float", lambda: _M.prob_run_dict(_PROG, _Q, 1.5), ValueError, "must be an integer"),
+    ("qubits of another machine", lambda: _M.prob_run_dict(_PROG, _OQ, -1), ValueError, "another machine"),
+    ("program of another machine", lambda: _M.prob_run_dict(QProg() << H(_OQ[0]), _Q, -1), ValueError, "another machine"),
+    ("program on finalized qubits", lambda: _M.prob_run_dict(QProg() << H(_DQ[0]), _Q, -1), ValueError, "another machine"),
+    ("qubit listed twice", lambda: _M.prob_run_dict(_PROG, [_Q[0], _Q[0]], -1), ValueError, "more than once"),
+    ("qubit not allocated", lambda: _M.prob_run_dict(_PROG, [5], -1), IndexError, "not allocated"),
+    ("qubit list not iterable", lambda: _M.prob_run_dict(_PROG, 5, -1), TypeError, "not iterable"),
+    ("program None", lambda: _M.prob_run_dict(None, _Q, -1), TypeError, "incompatible"),
+    ("shots 0", lambda: _M.run_with_configuration(_PROG, _C, 0), ValueError, "positive integer, got 0"),
+    ("shots -1", lambda: _M.run_with_configuration(_PROG, _C, -1), ValueError, "positive integer, got -1"),
+    ("shots float", lambda: _M.run_with_configuration(_PROG, _C, 1.5), ValueError, "must be an integer"),
+    ("shots bool", lambda: _M.run_with_configuration(_PROG, _C, True), ValueError, "must be an integer"),
+    ("shots string", lambda: _M.run_with_configuration(_PROG, _C, "5"), ValueError, "must be an integer"),
+    ("shots 2**64", lambda: _M.run_with_configuration(_PROG, _C, 2**64), ValueError, "too large"),
+    ("bits of another machine", lambda: _M.run_with_configuration(_PROG, _OC, 5), ValueError, "another machine"),
+    ("65 classical bits", lambda: _M.run_with_configuration(_PROG, _M.cAlloc_many(65), 5), ValueError, "at most 64"),
+    ("state before any run", lambda: CPUQVM().state_vector(), ValueError, "no program has been run"),
+    ("finalized: allocate", lambda: _DEAD.qAlloc_many(1), ValueError, "finalized"),
+    ("finalized: run", lambda: _DEAD.prob_run_dict(QProg() << H(_DQ[0]), _DQ, -1), ValueError, "finalized"),
+    ("finalized: init_qvm", lambda: _DEAD.init_qvm(), ValueError, "finalized"),
+    # threads
+    ("threads 0", lambda: corvid.set_num_threads(0), ValueError, "at least 1"),
+    ("threads a million", lambda: corvid.set_num_threads(10**6), ValueError, "at most 1024"),
+    ("threads 2**31", lambda: corvid.set_num_threads(2**31), TypeError, "incompatible"),
+    # whole-space numerics
+    ("energies -1 qubits", lambda: diagonal.energies_from_z_terms(-1, _MASKS, _COEFFS), ValueError, "between 0 and 63"),
+    ("energies 64 qubits", lambda: diagonal.energies_from_z_terms(64, _MASKS, _COEFFS), ValueError, "between 0 and 63"),
+    ("energies 40 qubits", lambda: diagonal.energies_from_z_terms(40, _MASKS, _COEFFS), MemoryError, r"8\.0 TiB"),
+    ("mask beyond the qubits", lambda: diagonal.energies_from_z_terms(1, _MASKS, _COEFFS), ValueError, "uses qubit 1"),
+    ("masks and coeffs differ", lambda: diagonal.energies_from_monomials(2, _MASKS, _COEFFS[:1]), ValueError, "same length"),
+    ("negative mask", lambda: diagonal.energies_from_z_terms(2, np.array([-1]), np.ones(1)), ValueError, "uses qubit 63"),
+    ("p and e differ", lambda: diagonal.expectation(_P, _E[:1]), ValueError, "same length"),
+    ("cvar alpha nan", lambda: diagonal.cvar(_P, _E, NAN), ValueError, "alpha"),
+    ("cvar alpha 2", lambda: diagonal.cvar(_P, _E, 2.0), ValueError, "alpha"),
+    ("gibbs temperature 0", lambda: diagonal.gibbs_sum(_P, _E, 0.0), ValueError, "temperature"),
+    ("gibbs temperature nan", lambda: diagonal.gibbs_sum(_P, _E, NAN), ValueError, "temperature"),
+    ("order of a nan weight", lambda: diagonal.descending_order(np.array([0.1, NAN])), ValueError, "not finite"),
+    ("order of a negative weight", lambda: diagonal.descending_order(np.array([0.1, -1.0])), ValueError, "negative"),
+]
+
+
+@pytest.mark.parametrize("call, error, message", [c[1:] for c in SDK_CASES], ids=[c[0] for c in SDK_CASES])
+def test_bad_input_gets_a_clear_error(call, error, message):
+    before = corvid.get_num_threads()
+    try:
+        with pytest.raises(error, match=message):
+            call()
+    finally:
+        corvid.set_num_threads(before)
+
+
+def test_machine_keeps_working_after_refused_calls():
+    qvm, q, c = _machine(2, 2)
+    prog = QProg() << H(q[0]) << CNOT(q[0], q[1])
+    for bad in (lambda: qvm.qAlloc_many(40), lambda: qvm.prob_run_dict(prog, _OQ, -1),
+                lambda: qvm.run_with_configuration(prog, c, 0), lambda: qvm.cAlloc_many(-1)):
+        with pytest.raises((ValueError, MemoryError)):
+            bad()
+    # Nothing was allocated by the refused calls: numbering continues after the first two.
+    assert [x.addr for x in qvm.qAlloc_many(1)] == [2]
+    assert [x.addr for x in qvm.cAlloc_many(1)] == [2]
+    probs = qvm.prob_run_dict(prog, q, -1)
+    assert dict(probs) == pytest.approx({"00": 0.5, "01": 0.0, "10": 0.0, "11": 0.5})
+
+
+@pytest.mark.parametrize("update", [
+    lambda op: op.__iadd__("a"), lambda op: op.__imul__(None), lambda op: op.__isub__([1]),
+])
+def test_failed_in_place_update_leaves_the_operator_unchanged(update):
+    op = PauliOperator({"": 1, "Z0 Z1": 0.5})
+    text = str(op)
+    result = update(op)
+    if result is not NotImplemented:  # pybind answers NotImplemented, Python then raises
+        pytest.fail(f"in-place update with a bad operand returned {result!r}")
+    assert str(op) == text
+
+
+def _peak_rss_bytes():
+    return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
+
+
+@pytest.mark.parametrize("call", [
+    lambda: CPUQVM().qAlloc_many(40),
+    lambda: CPUQVM().qAlloc_many(36),
+    lambda: diagonal.energies_from_monomials(40, np.zeros(0, np.uint64), np.zeros(0)),
+], ids=["40 qubits", "36 qubits", "energies of 40 variables"])
+def test_memory_guard_refuses_before_allocating(call):
+    before = _peak_rss_bytes()
+    with pytest.raises(MemoryError, match=r"needs \d+\.\d [KMGTP]iB but only .* available"):
+        call()
+    # A 2^36 state would be 1 TiB; even touching a sliver of it would raise the peak.
+    assert _peak_rss_bytes() - before < GIB
+
+
+def test_thread_count_applies_to_threads_that_did_not_set_it():
+    before = corvid.get_num_threads()
+    seen = []
+    try:
+        for n in (1, 3):
+            corvid.set_num_threads(n)
+            worker = threading.Thread(target=lambda: seen.append(corvid.get_num_threads()))
+            worker.start()
+            worker.join()
+    finally:
+        corvid.set_num_threads(before)
+    assert seen == [1, 3]
+
+
+@pytest.mark.xfail(strict=True, reason="sampling time grows with the shot count: 10**12 shots "
+                   "run for hours and cannot be interrupted")
+def test_absurd_shot_count_neither_hangs_nor_is_silently_accepted():
+    code = """
+        import corvid
+        qvm = corvid.CPUQVM(seed=1); q = qvm.qAlloc_many(2); c = qvm.cAlloc_many(2)
+        prog = corvid.QProg() << corvid.H(q[0]) << corvid.measure_all(q, c)
+        try:
+            counts = qvm.run_with_configuration(prog, c, 10**12)
+            print("counted", sum(counts.values()))
+        except ValueError as e:
+            print("refused", e)
+    """
+    try:
+        out = run_python(code, timeout=5)
+    except subprocess.TimeoutExpired:
+        pytest.fail("10**12 shots did not finish or fail within 5 s")
+    assert "refused" in out or "counted 1000000000000" in out
+
+
+# --- Ctrl-C ------------------------------------------------------------------------------------
+
+def test_ctrl_c_stops_a_long_simulation_within_a_second():
+    # 24 qubits and 300 layers run for minutes; each pass over the state takes well under 1 s.
+    elapsed, line = interrupt_after("""
+        n = 24
+        qvm = corvid.CPUQVM(); q = qvm.qAlloc_many(n)
+        c = corvid.QCircuit() << corvid.hadamard_circuit(q)
+        for layer in range(300):
+            for i in range(n - 1):
+                c << corvid.CNOT(q[i], q[i + 1]) << corvid.RZ(q[i + 1], (0.1 + 0.01 * layer) * (i + 1))
+                c << corvid.CNOT(q[i], q[i + 1])
+            c << corvid.RX(q, 0.3 + 0.001 * layer)
+        prog = corvid.QProg() << c
+        print("ready")
+        start = time.monotonic()
+        try:
+            qvm.prob_run_dict(prog, q, 1)
+            print("finished")
+        except KeyboardInterrupt:
+            print("KeyboardInterrupt in simulation")
+    """)
+    assert line == "KeyboardInterrupt in simulation"
+    assert elapsed < 1.0

@@ -1,0 +1,167 @@
+"""Property-based tests: the machine against the dense numpy reference on generated circuits,
+and the laws of the Pauli algebra against dense matrices. Bounded so the suite stays fast."""
+
+import functools
+
+import numpy as np
+from hypothesis import given, settings
+from hypothesis import strategies as st
+
+import corvid
+from corvid import CPUQVM, PauliOperator, QCircuit, QProg
+from dense_reference import marginal, simulate
+
+bounded = settings(max_examples=50, deadline=None)
+
+ONE = ["I", "H", "X", "Y", "Z", "S", "T"]
+ONE_ANGLED = ["RX", "RY", "RZ", "P"]
+TWO = ["CNOT", "CZ", "SWAP"]
+TWO_ANGLED = ["RXX", "RYY", "RZZ"]
+angles = st.floats(-4 * np.pi, 4 * np.pi, allow_nan=False)
+
+
+@st.composite
+def gates(draw, n):
+    """(name, qubits, params) with runs that the machine fuses (diagonals, CNOT ladders,
+    one-qubit layers) as likely as isolated gates."""
+    names = ONE + ONE_ANGLED + (TWO + TWO_ANGLED if n >= 2 else [])
+    name = draw(st.sampled_from(names))
+    k = 2 if name in TWO + TWO_ANGLED else 1
+    qubits = tuple(draw(st.lists(st.integers(0, n - 1), min_size=k, max_size=k, unique=True)))
+    params = (draw(angles),) if name in ONE_ANGLED + TWO_ANGLED else ()
+    return name, qubits, params
+
+
+@st.composite
+def layered_gates(draw, n):
+    """Blocks of the kinds the compiler rewrites: a rotation on every qubit, or a phase gadget."""
+    kind = draw(st.sampled_from(["layer", "gadget", "single"]))
+    if kind == "layer":
+        name = draw(st.sampled_from(["RX", "RY", "H"]))
+        theta = draw(angles)
+        return [(name, (q,), (theta,) if name != "H" else ()) for q in range(n)]
+    if kind == "gadget" and n >= 2:
+        chain = draw(st.permutations(range(n)))[: draw(st.integers(2, n))]
+        ladder = [("CNOT", (a, b), ()) for a, b in zip(chain, chain[1:])]
+        return ladder + [("RZ", (chain[-1],), (draw(angles),))] + ladder[::-1]
+    return [draw(gates(n))]
+
+
+@st.composite
+def circuits(draw):
+    n = draw(st.integers(1, 6))
+    blocks = draw(st.lists(layered_gates(n), max_size=12))
+    return n, [g for block in blocks for g in block]
+
+
+def run_exact(n, gate_list, listed):
+    qvm = CPUQVM()
+    q = qvm.qAlloc_many(n)
+    c = QCircuit()
+    for name, idx, params in gate_list:
+        c << getattr(corvid, name)(*[q[i] for i in idx], *params)
+    probs = qvm.prob_run_dict(QProg() << c, [q[i] for i in listed], -1)
+    return probs.probabilities, qvm.state_vector()
+
+
+@bounded
+@given(circuits(), st.data())
+def test_machine_matches_the_dense_reference(circuit, data):
+    n, gate_list = circuit
+    listed = data.draw(st.permutations(range(n)))[: data.draw(st.integers(1, n))]
+    probs, state = run_exact(n, gate_list, listed)
+    want = simulate(gate_list, n)
+    np.testing.assert_allclose(state, want, atol=1e-10)
+    np.testing.assert_allclose(probs, marginal(want, n, listed), atol=1e-12)
+    assert abs(probs.sum() - 1) < 1e-12
+
+
+# --- Pauli algebra -----------------------------------------------------------------------------
+
+N = 3
+_MATRIX = {"I": np.eye(2), "X": np.array([[0, 1], [1, 0]]), "Y": np.array([[0, -1j], [1j, 0]]),
+           "Z": np.diag([1, -1])}
+
+
+@functools.lru_cache(maxsize=None)
+def string_matrix(key):
+    """Dense matrix of a key on N qubits (qubit 0 the least significant bit)."""
+    letters = {int(f[1:]): f[0] for f in key.split()}
+    out = np.eye(1)
+    for q in reversed(range(N)):  # kron puts its first factor on the most significant bit
+        out = np.kron(out, _MATRIX[letters.get(q, "I")])
+    return out
+
+
+def dense(op):
+    out = np.zeros((1 << N, 1 << N), dtype=complex)
+    for key, c in op:
+        out += c * string_matrix(key)
+    return out
+
+
+keys = st.lists(st.tuples(st.integers(0, N - 1), st.sampled_from("XYZ")), max_size=N,
+                unique_by=lambda f: f[0]).map(lambda fs: " ".join(f"{l}{q}" for q, l in fs))
+# Halves and small integers keep every sum and product exact, so laws hold with ==.
+coefficients = st.builds(complex, st.integers(-4, 4).map(lambda v: v / 2),
+                         st.integers(-4, 4).map(lambda v: v / 2))
+operators = st.dictionaries(keys, coefficients, max_size=4).map(
+    lambda terms: sum((PauliOperator(k, c) for k, c in terms.items()), PauliOperator()))
+
+
+@bounded
+@given(operators, operators, operators)
+def test_ring_laws(a, b, c):
+    assert (a * b) * c == a * (b * c)
+    assert a * (b + c) == a * b + a * c
+    assert (a + b) * c == a * c + b * c
+    assert a + b == b + a
+    assert a - a == PauliOperator() and len(0 * a) == 0
+    assert a * PauliOperator(1) == a == PauliOperator(1) * a
+
+
+@bounded
+@given(operators, operators)
+def test_products_and_sums_match_dense_matrices(a, b):
+    np.testing.assert_allclose(dense(a * b), dense(a) @ dense(b), atol=1e-12)
+    np.testing.assert_allclose(dense(a + b), dense(a) + dense(b), atol=1e-12)
+    np.testing.assert_allclose(dense(2.5 * a - b), 2.5 * dense(a) - dense(b), atol=1e-12)
+
+
+@bounded
+@given(keys, keys)
+def test_product_of_hermitian_strings_is_a_string_times_a_unit_phase(p, q):
+    ((key, phase),) = list(PauliOperator(p, 1) * PauliOperator(q, 1))
+    assert complex(phase) in (1, -1, 1j, -1j)
+    commute = np.allclose(string_matrix(p) @ string_matrix(q), string_matrix(q) @ string_matrix(p))
+    # Commuting Hermitian strings have a Hermitian product (real phase), others an anti-Hermitian.
+    assert (complex(phase).imag == 0) == commute
+    assert PauliOperator(key, 1) * PauliOperator(key, 1) == PauliOperator(1)
+
+
+@bounded
+@given(operators)
+def test_printing_and_list_forms_round_trip(a):
+    assert PauliOperator(dict(iter(a))) == a
+    rebuilt = PauliOperator()
+    for letters, coefficient in a.toHamiltonian(False):
+        key = " ".join(f"{letter}{q}" for q, letter in sorted(letters.items()))
+        rebuilt += PauliOperator(key, coefficient)
+    assert rebuilt == a
+    assert str(a).count("\n") == len(a) + 1
+
+
+@bounded
+@given(st.lists(st.tuples(st.lists(st.integers(0, 4), max_size=4), st.integers(-5, 5)), max_size=6))
+def test_binary_polynomial_diagonal_is_the_polynomial(monomials):
+    op = corvid.binary_polynomial_to_z_operator(monomials)
+    diagonal = np.zeros(32)
+    for key, c in op:
+        assert set(key.replace(" ", "")) <= set("Z0123456789")
+        signs = np.ones(32)
+        for factor in key.split():
+            bit = int(factor[1:])
+            signs *= np.where((np.arange(32) >> bit) & 1, -1, 1)
+        diagonal += np.real(c) * signs
+    values = [sum(c for vs, c in monomials if all((x >> v) & 1 for v in vs)) for x in range(32)]
+    np.testing.assert_array_equal(diagonal, values)
