@@ -14,6 +14,10 @@ sys.exit(0 if os.path.exists(os.path.join(sysconfig.get_paths()["include"], "Pyt
 PY
 [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
 [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
+# make fuzz: clang and its libFuzzer runtime.
+command -v clang++ >/dev/null || need+=(clang)
+compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a" >/dev/null ||
+  need+=(libclang-rt-dev)
 
 if [ ${#need[@]} -eq 0 ]; then exit 0; fi
 echo "installing system packages: ${need[*]}"
