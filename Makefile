@@ -9,7 +9,8 @@ JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
 PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib
 
-.PHONY: all system venv build test test-cpp test-python demo bench bench-peers install clean
+.PHONY: all system venv build test test-cpp test-python demo bench bench-peers install clean \
+        sanitize fuzz
 
 all: build
 
@@ -53,6 +54,34 @@ bench-peers: build
 
 install: venv
 	$(PY) -m pip install --no-build-isolation .
+
+# The C++ core and its tests under AddressSanitizer and UndefinedBehaviorSanitizer (no Python).
+ASAN_BUILD    := build/asan
+SANITIZE      := -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer
+
+sanitize: system
+	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" \
+	  -DCORVID_BUILD_PYTHON=OFF -DCORVID_BUILD_EXAMPLES=OFF \
+	  -DCMAKE_CXX_FLAGS="$(SANITIZE)" -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE)"
+	cmake --build $(ASAN_BUILD) -j $(JOBS) --target corvid_tests
+	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  LSAN_OPTIONS=suppressions=$(CURDIR)/tools/lsan.supp $(ASAN_BUILD)/corvid_tests --gtest_brief=1
+
+# libFuzzer on Pauli keys and the operator algebra, for FUZZ_SECONDS; new inputs it finds go to
+# build/fuzz/corpus, the committed seeds in fuzz/corpus/pauli are only read.
+FUZZ_SECONDS  ?= 60
+FUZZ_BUILD    := build/fuzz
+PAULI_SOURCES := $(filter-out %.test.cc %.perf.cc,$(wildcard cpp/corvid/pauli/*.cc))
+
+$(FUZZ_BUILD)/pauli_fuzz: fuzz/pauli_fuzz.cc $(PAULI_SOURCES) $(wildcard cpp/corvid/pauli/*.h) | system
+	@mkdir -p $(FUZZ_BUILD)
+	clang++ -std=c++20 -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined \
+	  -Icpp fuzz/pauli_fuzz.cc $(PAULI_SOURCES) -o $@
+
+fuzz: $(FUZZ_BUILD)/pauli_fuzz
+	@mkdir -p $(FUZZ_BUILD)/corpus
+	$(FUZZ_BUILD)/pauli_fuzz -max_total_time=$(FUZZ_SECONDS) -dict=fuzz/pauli.dict \
+	  -print_final_stats=1 $(FUZZ_BUILD)/corpus fuzz/corpus/pauli
 
 clean:
 	rm -rf build
