@@ -13,6 +13,7 @@
 #include "corvid/sim/compiler.h"
 #include "corvid/sim/diagonal_cache.h"
 #include "corvid/sim/kernel_set.h"
+#include "corvid/sim/precision.h"
 
 namespace py = pybind11;
 using corvid::Machine;
@@ -138,9 +139,21 @@ py::dict timings_dict(const corvid::RunTimings& t) {
 }
 
 void bind_machine(py::class_<Machine>& cls) {
-  cls.def(py::init<std::optional<std::uint64_t>>(), py::arg("seed") = py::none(),
-          "A CPU state-vector machine. `seed` (a non-negative int) makes its sampling "
-          "reproducible.")
+  cls.def(py::init([](std::optional<std::uint64_t> seed, std::optional<std::string> precision) {
+            std::optional<corvid::Precision> p;
+            if (precision) p = corvid::parse_precision(*precision);
+            return std::make_unique<Machine>(seed, p);
+          }),
+          py::arg("seed") = py::none(), py::arg("precision") = py::none(), R"doc(
+A CPU state-vector machine. `seed` (a non-negative int) makes its sampling reproducible.
+`precision` is "double" (complex128 amplitudes) or "single" (complex64: half the memory and
+about half the time, probabilities good to about 1e-6 relative); None takes the process default
+(see set_default_precision). A single-precision machine writes the full probability table over
+its state, so after prob_run_dict over all qubits in order its state_vector() is a ValueError.
+)doc")
+      .def_property_readonly(
+          "precision", [](const Machine& m) { return std::string(corvid::precision_name(m.precision())); },
+          "'double' or 'single'.")
       .def("init_qvm", &Machine::init, R"doc(
 Prepares the machine. Calling it is optional on a new machine; on one that has allocated, it
 starts over: all qubits and classical bits are dropped and earlier handles become foreign.
@@ -234,6 +247,15 @@ shares the following layer's first sweep over memory counts as 'layer' time.
 }
 
 void bind_performance_controls(py::module_& m) {
+  m.def(
+      "set_default_precision",
+      [](const std::string& name) { corvid::set_default_precision(corvid::parse_precision(name)); },
+      py::arg("precision"), R"doc(
+Sets the precision ("double" or "single") of machines created afterwards without one, such as
+those the QAOA module creates per evaluation. ValueError for any other value.
+)doc");
+  m.def("default_precision", [] { return std::string(corvid::precision_name(corvid::default_precision())); },
+        "The precision new machines get: 'double' (the initial default) or 'single'.");
   m.def("last_run_timings", [] { return timings_dict(corvid::latest_run_timings()); }, R"doc(
 CPUQVM.last_run_timings() of the latest run of any machine in the process: for profiling code
 that creates its own machines, such as the QAOA module.

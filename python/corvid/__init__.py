@@ -15,7 +15,8 @@ from ._core import (  # noqa: E402,F401
     measure_bandwidth,
 )
 from ._core import (  # noqa: E402,F401
-    clear_diagonal_cache, diagonal_cache_info, fusion_enabled, kernel_set, kernel_sets,
-    last_run_timings, set_diagonal_cache_limit, set_fusion_enabled, set_kernel_set,
+    clear_diagonal_cache, default_precision, diagonal_cache_info, fusion_enabled, kernel_set,
+    kernel_sets, last_run_timings, set_default_precision, set_diagonal_cache_limit,
+    set_fusion_enabled, set_kernel_set,
 )
 from . import diagonal  # noqa: E402,F401

@@ -38,6 +38,7 @@ def run(gates, n, fused=True, kernels=None):
 
 
 def random_edges(rng, n, count, integer):
+    count = min(count, n * (n - 1) // 2)
     edges = {}
     while len(edges) < count:
         a, b = sorted(int(x) for x in rng.choice(n, 2, replace=False))
@@ -110,3 +111,49 @@ def test_controls_reject_unknown_kernel_sets():
         corvid.set_kernel_set("no-such-set")
     with pytest.raises(TypeError):
         corvid.set_diagonal_cache_limit(-1)
+
+
+def single_machine_run(gates, n, qubit_order=None):
+    qvm = CPUQVM(precision="single")
+    q = qvm.qAlloc_many(n)
+    c = QCircuit()
+    for name, idx, params in gates:
+        c << getattr(corvid, name)(*[q[i] for i in idx], *params)
+    listed = q if qubit_order is None else [q[i] for i in qubit_order]
+    return qvm, qvm.prob_run_dict(QProg() << c, listed)
+
+
+@pytest.mark.parametrize("n", [2, 7, 15])
+def test_single_precision_follows_double(rng, n):
+    edges = random_edges(rng, n, n, integer=False)
+    gates = qaoa_gates(edges, n, rng.uniform(-2, 2, 2), rng.uniform(-2, 2, 2))
+    gates.append(("RXX", (0, 1), (0.3,)))  # a plain gate on the single-precision path
+    want = np.abs(simulate(gates, n)) ** 2 if n < 10 else run(gates, n)[1]
+    qvm, result = single_machine_run(gates, n)
+    assert qvm.precision == "single"
+    np.testing.assert_allclose(result.probabilities, want, rtol=0, atol=2e-6)
+    # The full table was written over the state, which can no longer be read.
+    with pytest.raises(ValueError, match="probability table"):
+        qvm.state_vector()
+    # A marginal leaves the state in place.
+    qvm, marginal = single_machine_run(gates, n, qubit_order=[n - 1, 0])
+    assert qvm.state_vector().dtype == np.complex128
+    full = want.reshape([2] * n)  # axis n-1-q is qubit q
+    want_marginal = full.sum(axis=tuple(a for a in range(n) if a not in (0, n - 1)))
+    np.testing.assert_allclose(marginal.probabilities, want_marginal.T.reshape(-1), atol=2e-6)
+
+
+def test_default_precision_applies_to_new_machines_only():
+    before = CPUQVM()
+    try:
+        corvid.set_default_precision("single")
+        assert corvid.default_precision() == "single"
+        assert CPUQVM().precision == "single"
+        assert CPUQVM(precision="double").precision == "double"
+        assert before.precision == "double"
+        with pytest.raises(ValueError):
+            corvid.set_default_precision("half")
+        with pytest.raises(ValueError):
+            CPUQVM(precision="quad")
+    finally:
+        corvid.set_default_precision("double")

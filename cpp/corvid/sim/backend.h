@@ -30,13 +30,15 @@ class Backend {
   /// caller).
   virtual void run(std::span<const Gate> gates) = 0;
 
-  /// Marginal probabilities of `qubits` (distinct, < num_qubits) of the current state.
-  virtual ProbabilityTable probabilities(std::span<const unsigned> qubits) const = 0;
+  /// Marginal probabilities of `qubits` (distinct, < num_qubits) of the current state. A
+  /// backend may consume the state to build the table (see precision.h).
+  virtual ProbabilityTable probabilities(std::span<const unsigned> qubits) = 0;
 
   /// Number of qubits of the prepared state (0 before the first reset).
   virtual unsigned num_qubits() const = 0;
 
   /// Copies the 2^num_qubits amplitudes of the current state to `out` (host memory).
+  /// Throws std::invalid_argument when the state was consumed by probabilities().
   virtual void copy_state(std::complex<double>* out) const = 0;
 
   /// Time spent per kind of operation by the last reset, run and probabilities calls.

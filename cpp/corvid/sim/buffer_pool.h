@@ -59,6 +59,17 @@ class PooledBuffer {
   PooledBuffer& operator=(const PooledBuffer&) = delete;
   ~PooledBuffer() { reset(); }
 
+  /// The same block viewed as values of another type of the same size (contents kept
+  /// bit for bit); this buffer becomes empty.
+  template <class U>
+  PooledBuffer<U> reinterpret() && noexcept {
+    static_assert(sizeof(U) == sizeof(T) && std::is_trivially_copyable_v<U>);
+    PooledBuffer<U> out;
+    out.data_ = reinterpret_cast<U*>(std::exchange(data_, nullptr));
+    out.size_ = std::exchange(size_, 0);
+    return out;
+  }
+
   T* data() noexcept { return data_; }
   const T* data() const noexcept { return data_; }
   std::size_t size() const noexcept { return size_; }
@@ -75,6 +86,9 @@ class PooledBuffer {
     data_ = nullptr;
     size_ = 0;
   }
+
+  template <class U>
+  friend class PooledBuffer;
 
   T* data_ = nullptr;
   std::size_t size_ = 0;

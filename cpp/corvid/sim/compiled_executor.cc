@@ -6,6 +6,7 @@
 
 #include "corvid/sim/diagonal_pass.h"
 #include "corvid/sim/executor.h"
+#include "corvid/sim/two_qubit_matrix.h"
 #include "corvid/util/interrupt.h"
 
 namespace corvid {
@@ -25,26 +26,40 @@ const LayerOp* layer_at(const CompiledProgram& p, std::size_t i) {
   return i < p.ops.size() ? std::get_if<LayerOp>(&p.ops[i]) : nullptr;
 }
 
+void apply_plain(StateVector& state, const Gate& g, const KernelSet&) { apply_gate(state, g); }
+
+void apply_plain(StateVector32& state, const Gate& g, const KernelSet32& k) {
+  if (g.kind() == GateKind::I) return;
+  if (g.num_qubits() == 1) {
+    const QubitMatrix m{g.qubit(0), matrix_of(g)};
+    return apply_rotation_layer<float>(state.data(), state.num_qubits(), {&m, 1}, k);
+  }
+  apply_matrix4(state.data(), state.num_qubits(), g.qubit(0), g.qubit(1), matrix4_of(g));
+}
+
 // Prepares the initial state; returns the number of operations it already applied.
-std::size_t start_from_zero(StateVector& state, const CompiledProgram& p, const KernelSet& k) {
+template <class Real>
+std::size_t start_from_zero(BasicStateVector<Real>& state, const CompiledProgram& p,
+                            const BasicKernelSet<Real>& k) {
   const LayerOp* layer = layer_at(p, 0);
   if (layer == nullptr) {
     state.reset();
     return 0;
   }
   if (const DiagonalOp* d = diagonal_at(p, 1)) {
-    const DiagonalPass pass(*d, k);
-    write_product_state(state.data(), state.num_qubits(), layer->gates, &pass);
+    const BasicDiagonalPass<Real> pass(*d, k);
+    write_product_state<Real>(state.data(), state.num_qubits(), layer->gates, &pass);
     return 2;
   }
-  write_product_state(state.data(), state.num_qubits(), layer->gates);
+  write_product_state<Real>(state.data(), state.num_qubits(), layer->gates);
   return 1;
 }
 
 }  // namespace
 
-void execute(StateVector& state, const CompiledProgram& program, bool from_zero,
-             RunTimings* timings, const KernelSet& kernels) {
+template <class Real>
+void execute(BasicStateVector<Real>& state, const CompiledProgram& program, bool from_zero,
+             RunTimings* timings, const std::type_identity_t<BasicKernelSet<Real>>& kernels) {
   assert(program.num_qubits == state.num_qubits());
   const unsigned n = state.num_qubits();
   RunTimings local;
@@ -59,9 +74,9 @@ void execute(StateVector& state, const CompiledProgram& program, bool from_zero,
     throw_if_interrupted();  // between passes, on the calling thread: Ctrl-C stops a long run
     const auto start = Clock::now();
     if (const DiagonalOp* d = diagonal_at(program, i)) {
-      const DiagonalPass pass(*d, kernels);
+      const BasicDiagonalPass<Real> pass(*d, kernels);
       if (const LayerOp* layer = layer_at(program, i + 1)) {
-        apply_rotation_layer(state.data(), n, layer->gates, kernels, &pass);
+        apply_rotation_layer<Real>(state.data(), n, layer->gates, kernels, &pass);
         t.layer += seconds_since(start);
         i += 2;
       } else {
@@ -70,15 +85,20 @@ void execute(StateVector& state, const CompiledProgram& program, bool from_zero,
         i += 1;
       }
     } else if (const LayerOp* layer = layer_at(program, i)) {
-      apply_rotation_layer(state.data(), n, layer->gates, kernels);
+      apply_rotation_layer<Real>(state.data(), n, layer->gates, kernels);
       t.layer += seconds_since(start);
       i += 1;
     } else {
-      apply_gate(state, std::get<GateOp>(program.ops[i]).gate);
+      apply_plain(state, std::get<GateOp>(program.ops[i]).gate, kernels);
       t.gates += seconds_since(start);
       i += 1;
     }
   }
 }
+
+template void execute<double>(StateVector&, const CompiledProgram&, bool, RunTimings*,
+                              const KernelSet&);
+template void execute<float>(StateVector32&, const CompiledProgram&, bool, RunTimings*,
+                             const KernelSet32&);
 
 }  // namespace corvid

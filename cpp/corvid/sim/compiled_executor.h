@@ -4,6 +4,8 @@
 /// the layer's first pass, and a leading layer on |0…0⟩ is written directly as a product state
 /// (with a diagonal that follows it applied in the same pass).
 
+#include <type_traits>
+
 #include "corvid/sim/compiler.h"
 #include "corvid/sim/kernel_set.h"
 #include "corvid/sim/run_timings.h"
@@ -15,7 +17,11 @@ namespace corvid {
 /// `from_zero`, the state's contents are ignored and the run starts from |0…0⟩. Adds the time
 /// of each kind of operation to `timings` when given (a diagonal sharing a layer's pass counts
 /// as layer time, one sharing the initial state's pass as init time).
-void execute(StateVector& state, const CompiledProgram& program, bool from_zero,
-             RunTimings* timings = nullptr, const KernelSet& kernels = active_kernel_set());
+/// Double- and single-precision states alike (plain gates of the latter run through the
+/// one-qubit layer and 4×4 kernels).
+template <class Real>
+void execute(BasicStateVector<Real>& state, const CompiledProgram& program, bool from_zero,
+             RunTimings* timings = nullptr,
+             const std::type_identity_t<BasicKernelSet<Real>>& kernels = active_kernels<Real>());
 
 }  // namespace corvid

@@ -11,6 +11,7 @@
 #include "corvid/sim/compiled_executor.h"
 #include "corvid/sim/diagonal_cache.h"
 #include "corvid/sim/executor.h"
+#include "corvid/sim/probabilities.h"
 #include "corvid/util/parallel.h"
 
 namespace corvid {
@@ -118,6 +119,34 @@ TEST_P(CompiledRandom, MatchesPlainPath) {
 // 1 and 2 qubits reach the degenerate tile sizes; 16 and 17 cross the parallel threshold and
 // the first tile boundary, so layers take their high-qubit pass.
 INSTANTIATE_TEST_SUITE_P(Qubits, CompiledRandom, ::testing::Values(1u, 2u, 5u, 9u, 16u, 17u));
+
+// Single precision follows the double-precision plain path to float rounding, including plain
+// one- and two-qubit gates (which take the layer and 4×4 kernels there) and the in-place table.
+TEST(Compiler, SinglePrecisionFollowsDoubleToFloatRounding) {
+  std::mt19937_64 rng(77);
+  for (unsigned n : {3u, 16u}) {
+    const Circuit c = fusion_circuit(n, 30, rng);
+    StateVector plain(n);
+    execute(plain, c.gates());
+    const CompiledProgram program = compile(c.gates(), n);
+    for (const KernelSet32* kernels : available_kernel_sets<float>()) {
+      StateVector32 single = StateVector32::uninitialized(n);
+      execute<float>(single, program, true, nullptr, *kernels);
+      for (std::uint64_t i = 0; i < plain.size(); ++i) {
+        ASSERT_NEAR(std::abs(Amplitude(single[i]) - plain[i]), 0.0, 2e-5) << "n " << n << ", " << i;
+      }
+      std::vector<unsigned> all(n);
+      for (unsigned q = 0; q < n; ++q) all[q] = q;
+      const ProbabilityTable copied = marginal_probabilities(single, all);
+      const ProbabilityTable in_place = probabilities_in_place(std::move(single));
+      EXPECT_EQ(single.size(), 0u);
+      for (std::uint64_t i = 0; i < plain.size(); ++i) {
+        ASSERT_EQ(in_place.values[i], copied.values[i]);
+        ASSERT_NEAR(in_place.values[i], std::norm(plain[i]), 2e-5);
+      }
+    }
+  }
+}
 
 TEST(Compiler, QaoaCircuitBecomesOneOperationPerLayerAndMatches) {
   const unsigned n = 15;

@@ -10,66 +10,102 @@ namespace {
 
 using Index = std::uint64_t;
 
-inline Amplitude mul(Amplitude a, Amplitude b) {
+template <class Real>
+inline std::complex<Real> mul(std::complex<Real> a, std::complex<Real> b) {
   return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
 }
 
-template <class T>
-void phase_table(Amplitude* amps, const T* index, const Amplitude* table, Index count) {
+template <class Real, class T>
+void phase_table(std::complex<Real>* amps, const T* index, const std::complex<Real>* table,
+                 Index count) {
   for (Index i = 0; i < count; ++i) amps[i] = mul(amps[i], table[index[i]]);
 }
 
-void matrix_tile(Amplitude* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
+template <class Real>
+void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q, const Matrix2& md) {
+  using V = std::complex<Real>;
+  const V m00(md.m00), m01(md.m01), m10(md.m10), m11(md.m11);
   const Index size = Index{1} << tile_bits;
   const Index stride = Index{1} << q;
   for (Index base = 0; base < size; base += 2 * stride) {
     for (Index i = base; i < base + stride; ++i) {
-      const Amplitude a0 = tile[i];
-      const Amplitude a1 = tile[i + stride];
-      tile[i] = mul(m.m00, a0) + mul(m.m01, a1);
-      tile[i + stride] = mul(m.m10, a0) + mul(m.m11, a1);
+      const V a0 = tile[i];
+      const V a1 = tile[i + stride];
+      tile[i] = mul(m00, a0) + mul(m01, a1);
+      tile[i + stride] = mul(m10, a0) + mul(m11, a1);
     }
   }
 }
 
-void matrix_pair_tile(Amplitude* tile, unsigned tile_bits, unsigned qa, const Matrix2& ma,
-                      unsigned qb, const Matrix2& mb) {
-  matrix_tile(tile, tile_bits, qa, ma);
-  matrix_tile(tile, tile_bits, qb, mb);
+template <class Real>
+void matrix_pair_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned qa,
+                      const Matrix2& ma, unsigned qb, const Matrix2& mb) {
+  matrix_tile<Real>(tile, tile_bits, qa, ma);
+  matrix_tile<Real>(tile, tile_bits, qb, mb);
 }
 
-const KernelSet kScalar{"scalar", &phase_table<std::uint8_t>, &phase_table<std::uint16_t>,
-                        &matrix_tile, &matrix_pair_tile};
+template <class Real>
+constexpr BasicKernelSet<Real> kScalar{"scalar", &phase_table<Real, std::uint8_t>,
+                                       &phase_table<Real, std::uint16_t>, &matrix_tile<Real>,
+                                       &matrix_pair_tile<Real>};
 
-std::atomic<const KernelSet*>& active() {
-  static std::atomic<const KernelSet*> set{available_kernel_sets().back()};
+template <class Real>
+const BasicKernelSet<Real>* avx2_set();
+template <>
+const KernelSet* avx2_set<double>() { return avx2_kernel_set(); }
+template <>
+const KernelSet32* avx2_set<float>() { return avx2_kernel_set32(); }
+
+template <class Real>
+std::atomic<const BasicKernelSet<Real>*>& active() {
+  static std::atomic<const BasicKernelSet<Real>*> set{available_kernel_sets<Real>().back()};
   return set;
+}
+
+template <class Real>
+bool choose(std::string_view name) {
+  for (const BasicKernelSet<Real>* set : available_kernel_sets<Real>()) {
+    if (set->name == name) {
+      active<Real>() = set;
+      return true;
+    }
+  }
+  return false;
 }
 
 }  // namespace
 
-const KernelSet& scalar_kernel_set() { return kScalar; }
+const KernelSet& scalar_kernel_set() { return kScalar<double>; }
+const KernelSet32& scalar_kernel_set32() { return kScalar<float>; }
 
-std::span<const KernelSet* const> available_kernel_sets() {
-  static const std::vector<const KernelSet*> sets = [] {
-    std::vector<const KernelSet*> out{&kScalar};
-    if (const KernelSet* avx2 = avx2_kernel_set()) out.push_back(avx2);
+template <class Real>
+std::span<const BasicKernelSet<Real>* const> available_kernel_sets() {
+  static const std::vector<const BasicKernelSet<Real>*> sets = [] {
+    std::vector<const BasicKernelSet<Real>*> out{&kScalar<Real>};
+    if (const BasicKernelSet<Real>* avx2 = avx2_set<Real>()) out.push_back(avx2);
     return out;
   }();
   return sets;
 }
+template std::span<const KernelSet* const> available_kernel_sets<double>();
+template std::span<const KernelSet32* const> available_kernel_sets<float>();
 
-const KernelSet& active_kernel_set() { return *active().load(std::memory_order_relaxed); }
+std::span<const KernelSet* const> available_kernel_sets() { return available_kernel_sets<double>(); }
+
+template <class Real>
+const BasicKernelSet<Real>& active_kernels() {
+  return *active<Real>().load(std::memory_order_relaxed);
+}
+template const KernelSet& active_kernels<double>();
+template const KernelSet32& active_kernels<float>();
+
+const KernelSet& active_kernel_set() { return active_kernels<double>(); }
 
 void set_active_kernel_set(std::string_view name) {
-  for (const KernelSet* set : available_kernel_sets()) {
-    if (set->name == name) {
-      active() = set;
-      return;
-    }
+  if (!choose<double>(name) || !choose<float>(name)) {
+    throw std::invalid_argument("kernel set '" + std::string(name) +
+                                "' is unknown or not supported by this CPU");
   }
-  throw std::invalid_argument("kernel set '" + std::string(name) +
-                              "' is unknown or not supported by this CPU");
 }
 
 }  // namespace corvid

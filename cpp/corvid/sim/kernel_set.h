@@ -1,47 +1,59 @@
 #pragma once
 /// The hot kernels of compiled programs, one implementation per instruction set behind one
-/// table of function pointers. The portable scalar set is the reference every other set is
-/// tested against; the best set the running CPU supports is chosen at first use
-/// (__builtin_cpu_supports), never from the build host.
+/// table of function pointers, for double- and single-precision states. The portable scalar
+/// set is the reference every other set is tested against; the best set the running CPU
+/// supports is chosen at first use (__builtin_cpu_supports), never from the build host.
 ///
 /// Every kernel works serially on the range it is given; callers split the state into ranges
-/// for the OpenMP team. Bit q of an amplitude's index is qubit q.
+/// for the OpenMP team. Bit q of an amplitude's index is qubit q. Tiles are 32-byte aligned.
 
+#include <complex>
 #include <cstdint>
 #include <span>
 #include <string_view>
 
 #include "corvid/sim/matrix2.h"
-#include "corvid/sim/state_vector.h"
 
 namespace corvid {
 
-struct KernelSet {
+template <class Real>
+struct BasicKernelSet {
+  using Value = std::complex<Real>;
   std::string_view name;
   /// amps[i] *= table[index[i]] for i < count.
-  void (*phase_table8)(Amplitude* amps, const std::uint8_t* index, const Amplitude* table,
+  void (*phase_table8)(Value* amps, const std::uint8_t* index, const Value* table,
                        std::uint64_t count);
-  void (*phase_table16)(Amplitude* amps, const std::uint16_t* index, const Amplitude* table,
+  void (*phase_table16)(Value* amps, const std::uint16_t* index, const Value* table,
                         std::uint64_t count);
   /// Applies `m` to qubit q of the 2^tile_bits contiguous amplitudes at `tile` (q < tile_bits).
-  void (*matrix_tile)(Amplitude* tile, unsigned tile_bits, unsigned q, const Matrix2& m);
+  void (*matrix_tile)(Value* tile, unsigned tile_bits, unsigned q, const Matrix2& m);
   /// `ma` on qubit qa and `mb` on qubit qb (distinct, < tile_bits) of the tile: the same as two
   /// matrix_tile calls, in one sweep where the set can.
-  void (*matrix_pair_tile)(Amplitude* tile, unsigned tile_bits, unsigned qa, const Matrix2& ma,
+  void (*matrix_pair_tile)(Value* tile, unsigned tile_bits, unsigned qa, const Matrix2& ma,
                            unsigned qb, const Matrix2& mb);
 };
 
-/// The portable reference set.
+using KernelSet = BasicKernelSet<double>;
+using KernelSet32 = BasicKernelSet<float>;
+
+/// The portable reference sets.
 const KernelSet& scalar_kernel_set();
-/// AVX2 + FMA set, or nullptr when the CPU lacks either.
+const KernelSet32& scalar_kernel_set32();
+/// AVX2 + FMA sets, or nullptr when the CPU lacks either.
 const KernelSet* avx2_kernel_set();
+const KernelSet32* avx2_kernel_set32();
+
 /// Every set this CPU can run, the scalar one first.
+template <class Real>
+std::span<const BasicKernelSet<Real>* const> available_kernel_sets();
 std::span<const KernelSet* const> available_kernel_sets();
 
 /// The set compiled programs use: the best available unless chosen otherwise.
+template <class Real>
+const BasicKernelSet<Real>& active_kernels();
 const KernelSet& active_kernel_set();
-/// Chooses the active set by name ("scalar", "avx2"); std::invalid_argument when that set is
-/// unknown or this CPU cannot run it.
+/// Chooses the active sets of both precisions by name ("scalar", "avx2");
+/// std::invalid_argument when that set is unknown or this CPU cannot run it.
 void set_active_kernel_set(std::string_view name);
 
 }  // namespace corvid

@@ -111,3 +111,56 @@ TEST(KernelSet, ChoosingByName) {
 
 }  // namespace
 }  // namespace corvid
+
+namespace corvid {
+namespace {
+
+// Single precision: every set against the scalar float set, to float rounding.
+class Variants32 : public ::testing::TestWithParam<const KernelSet32*> {};
+
+TEST_P(Variants32, MatrixTilesAndPhaseTables) {
+  std::mt19937_64 rng(4);
+  std::normal_distribution<float> x;
+  const std::size_t size = std::size_t{1} << kBits;
+  auto random32 = [&](std::size_t n) {
+    AlignedBuffer<Amplitude32> t(n);
+    for (Amplitude32& a : t) a = {x(rng), x(rng)};
+    return t;
+  };
+  auto expect_close = [](const AlignedBuffer<Amplitude32>& got, const AlignedBuffer<Amplitude32>& want) {
+    for (std::size_t i = 0; i < want.size(); ++i) {
+      ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0f, 1e-5f * (1 + std::abs(want[i]))) << i;
+    }
+  };
+  for (int shape = 0; shape < 3; ++shape) {
+    for (unsigned q = 0; q < kBits; ++q) {
+      const Matrix2 m = random_matrix(rng, shape);
+      auto want = random32(size);
+      AlignedBuffer<Amplitude32> got(size);
+      std::copy(want.begin(), want.end(), got.begin());
+      scalar_kernel_set32().matrix_tile(want.data(), kBits, q, m);
+      GetParam()->matrix_pair_tile(got.data(), kBits, q, m, (q + 3) % kBits, m);
+      scalar_kernel_set32().matrix_tile(want.data(), kBits, (q + 3) % kBits, m);
+      expect_close(got, want);
+    }
+  }
+  const auto table = random32(256);
+  AlignedBuffer<std::uint8_t> index(size);
+  for (auto& i : index) i = static_cast<std::uint8_t>(rng());
+  for (std::size_t count : {size, std::size_t{3}}) {
+    auto want = random32(size);
+    AlignedBuffer<Amplitude32> got(size);
+    std::copy(want.begin(), want.end(), got.begin());
+    scalar_kernel_set32().phase_table8(want.data(), index.data(), table.data(), count);
+    GetParam()->phase_table8(got.data(), index.data(), table.data(), count);
+    expect_close(got, want);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Available, Variants32,
+                         ::testing::ValuesIn(available_kernel_sets<float>().begin(),
+                                             available_kernel_sets<float>().end()),
+                         [](const auto& info) { return std::string(info.param->name); });
+
+}  // namespace
+}  // namespace corvid

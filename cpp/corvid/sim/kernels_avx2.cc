@@ -183,17 +183,120 @@ void matrix_pair_tile(Amplitude* tile, unsigned tile_bits, unsigned qa, const Ma
   });
 }
 
+// Single precision: one __m256 holds four amplitudes (re0, im0, ..., re3, im3).
+namespace f32 {
+
+using Value = std::complex<float>;
+
+inline __m256 load(const Value* p) { return _mm256_load_ps(reinterpret_cast<const float*>(p)); }
+inline void store(Value* p, __m256 v) { _mm256_store_ps(reinterpret_cast<float*>(p), v); }
+inline __m256 swap_re_im(__m256 v) { return _mm256_permute_ps(v, 0xB1); }
+
+inline __m256 cmul(__m256 t, __m256 a) {
+  return _mm256_fmaddsub_ps(_mm256_moveldup_ps(t), a,
+                            _mm256_mul_ps(_mm256_movehdup_ps(t), swap_re_im(a)));
+}
+
+template <class T>
+void phase_table(Value* amps, const T* index, const Value* table, Index count) {
+  const auto* entries = reinterpret_cast<const long long*>(table);  // one amplitude = 8 bytes
+  Index i = 0;
+  for (; i + 4 <= count; i += 4) {
+    const __m256 t = _mm256_castsi256_ps(_mm256_setr_epi64x(
+        entries[index[i]], entries[index[i + 1]], entries[index[i + 2]], entries[index[i + 3]]));
+    store(amps + i, cmul(t, load(amps + i)));
+  }
+  for (; i < count; ++i) {  // states of fewer than four amplitudes
+    const Value a = amps[i], t = table[index[i]];
+    amps[i] = {t.real() * a.real() - t.imag() * a.imag(), t.real() * a.imag() + t.imag() * a.real()};
+  }
+}
+
+struct RealImaginaryOp {
+  __m256 d0, d1, k01, k10;
+  explicit RealImaginaryOp(const Matrix2& m)
+      : d0(_mm256_set1_ps(float(m.m00.real()))), d1(_mm256_set1_ps(float(m.m11.real()))),
+        k01(alternate(float(m.m01.imag()))), k10(alternate(float(m.m10.imag()))) {}
+  static __m256 alternate(float b) { return _mm256_setr_ps(-b, b, -b, b, -b, b, -b, b); }
+  void operator()(__m256& a0, __m256& a1) const {
+    const __m256 s0 = swap_re_im(a0), s1 = swap_re_im(a1);
+    a0 = _mm256_fmadd_ps(d0, a0, _mm256_mul_ps(k01, s1));
+    a1 = _mm256_fmadd_ps(d1, a1, _mm256_mul_ps(k10, s0));
+  }
+};
+
+struct GeneralOp {
+  __m256 r00, i00, r01, i01, r10, i10, r11, i11;
+  explicit GeneralOp(const Matrix2& m)
+      : r00(re(m.m00)), i00(im(m.m00)), r01(re(m.m01)), i01(im(m.m01)), r10(re(m.m10)),
+        i10(im(m.m10)), r11(re(m.m11)), i11(im(m.m11)) {}
+  static __m256 re(Amplitude z) { return _mm256_set1_ps(float(z.real())); }
+  static __m256 im(Amplitude z) { return _mm256_set1_ps(float(z.imag())); }
+  void operator()(__m256& a0, __m256& a1) const {
+    const __m256 s0 = swap_re_im(a0), s1 = swap_re_im(a1);
+    const __m256 x0 = _mm256_fmadd_ps(r00, a0, _mm256_mul_ps(r01, a1));
+    const __m256 y0 = _mm256_fmadd_ps(i00, s0, _mm256_mul_ps(i01, s1));
+    const __m256 x1 = _mm256_fmadd_ps(r10, a0, _mm256_mul_ps(r11, a1));
+    const __m256 y1 = _mm256_fmadd_ps(i10, s0, _mm256_mul_ps(i11, s1));
+    a0 = _mm256_addsub_ps(x0, y0);
+    a1 = _mm256_addsub_ps(x1, y1);
+  }
+};
+
+template <class F>
+void with_op(const Matrix2& m, F f) {
+  if (is_real_imaginary(m)) return f(RealImaginaryOp(m));
+  f(GeneralOp(m));
+}
+
+template <class Op>
+void sweep(float* __restrict tile, const Index size, const Index stride, const Op op) {
+  for (Index base = 0; base < size; base += 2 * stride) {
+    float* __restrict p = tile + 2 * base;
+    for (Index i = 0; i < 2 * stride; i += 8) {
+      __m256 a0 = _mm256_load_ps(p + i);
+      __m256 a1 = _mm256_load_ps(p + i + 2 * stride);
+      op(a0, a1);
+      _mm256_store_ps(p + i, a0);
+      _mm256_store_ps(p + i + 2 * stride, a1);
+    }
+  }
+}
+
+// Qubits 0 and 1 pair amplitudes inside one vector: those take the portable kernel.
+void matrix_tile(Value* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
+  if (q < 2) return scalar_kernel_set32().matrix_tile(tile, tile_bits, q, m);
+  float* t = reinterpret_cast<float*>(tile);
+  const Index size = Index{1} << tile_bits;
+  with_op(m, [=](const auto& op) { sweep(t, size, Index{1} << q, op); });
+}
+
+void matrix_pair_tile(Value* tile, unsigned tile_bits, unsigned qa, const Matrix2& ma,
+                      unsigned qb, const Matrix2& mb) {
+  matrix_tile(tile, tile_bits, qa, ma);
+  matrix_tile(tile, tile_bits, qb, mb);
+}
+
+}  // namespace f32
+
 #pragma GCC pop_options
 
 const KernelSet kAvx2{"avx2", &phase_table<std::uint8_t>, &phase_table<std::uint16_t>,
                       &matrix_tile, &matrix_pair_tile};
 
+const KernelSet32 kAvx2Single{"avx2", &f32::phase_table<std::uint8_t>,
+                              &f32::phase_table<std::uint16_t>, &f32::matrix_tile,
+                              &f32::matrix_pair_tile};
+
+bool cpu_has_avx2() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+}
+
 }  // namespace
 
-const KernelSet* avx2_kernel_set() {
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) return &kAvx2;
-  return nullptr;
-}
+const KernelSet32* avx2_kernel_set32() { return cpu_has_avx2() ? &kAvx2Single : nullptr; }
+
+const KernelSet* avx2_kernel_set() { return cpu_has_avx2() ? &kAvx2 : nullptr; }
 
 }  // namespace corvid

@@ -51,7 +51,12 @@ void check_distinct(std::vector<unsigned> indices, const char* what) {
 
 }  // namespace
 
-Machine::Machine(std::optional<std::uint64_t> seed) : Machine(make_cpu_backend(), seed) {}
+Machine::Machine(std::optional<std::uint64_t> seed, std::optional<Precision> precision)
+    : Machine(make_cpu_backend(precision.value_or(default_precision())), seed) {
+  precision_ = precision.value_or(default_precision());
+}
+
+Precision Machine::precision() const { return precision_; }
 
 Machine::Machine(std::unique_ptr<Backend> backend, std::optional<std::uint64_t> seed)
     : backend_(std::move(backend)), rng_(make_rng(seed)), id_(next_machine_id()) {}
@@ -81,7 +86,7 @@ std::vector<Qubit> Machine::allocate_qubits(std::int64_t count) {
   check_count(count, num_qubits_, "qubits");
   const auto total = num_qubits_ + static_cast<std::uint64_t>(count);
   // Refuse now rather than at the first run; nothing is allocated until a program runs.
-  require_state_memory(total);
+  require_state_memory(total, precision_ == Precision::kSingle ? 8 : 16);
   std::vector<Qubit> qubits;
   qubits.reserve(static_cast<std::size_t>(count));
   for (auto q = num_qubits_; q < total; ++q) qubits.emplace_back(q, id_);

@@ -18,6 +18,7 @@
 #include "corvid/circuit/program.h"
 #include "corvid/circuit/qubit.h"
 #include "corvid/sim/backend.h"
+#include "corvid/sim/precision.h"
 #include "corvid/sim/probabilities.h"
 #include "corvid/sim/run_timings.h"
 #include "corvid/sim/sampler.h"
@@ -27,10 +28,15 @@ namespace corvid {
 class Machine {
  public:
   /// A CPU machine. `seed` seeds the sampler; without one it is drawn from std::random_device.
-  explicit Machine(std::optional<std::uint64_t> seed = std::nullopt);
+  /// `precision` defaults to default_precision() at construction.
+  explicit Machine(std::optional<std::uint64_t> seed = std::nullopt,
+                   std::optional<Precision> precision = std::nullopt);
   Machine(std::unique_ptr<Backend> backend, std::optional<std::uint64_t> seed);
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
+
+  /// The precision of the state (double unless the machine was made for single).
+  Precision precision() const;
 
   /// Unique among all machines of the process, never 0; handles carry it.
   std::uint64_t id() const;
@@ -71,7 +77,8 @@ class Machine {
   std::uint64_t state_size() const;
   /// Copies the final state of the last run (before any measurement) to `out`, which must hold
   /// exactly state_size() amplitudes. Throws std::invalid_argument when nothing has been run
-  /// since the last init() or when the sizes differ.
+  /// since the last init(), when the sizes differ, or when a single-precision machine turned
+  /// the state into its probability table (see precision.h).
   void copy_state(std::span<std::complex<double>> out) const;
 
   /// Seconds spent in the last run per kind of operation (compile, initial state, diagonal
@@ -91,6 +98,7 @@ class Machine {
 
   mutable std::mutex mutex_;
   std::unique_ptr<Backend> backend_;
+  Precision precision_ = Precision::kDouble;
   std::mt19937_64 rng_;
   std::uint64_t id_;
   unsigned num_qubits_ = 0;

@@ -17,7 +17,11 @@ using Index = std::uint64_t;
 // Below this many outcomes each thread keeps its own table; above it, threads own outputs.
 constexpr Index kPrivateTableLimit = Index{1} << 12;
 
-inline double norm2(const Amplitude& a) { return a.real() * a.real() + a.imag() * a.imag(); }
+template <class Real>
+inline double norm2(const std::complex<Real>& a) {
+  const double re = a.real(), im = a.imag();
+  return re * re + im * im;
+}
 
 // Bit b of the result is bit qubits[b] of i.
 inline Index gather(Index i, std::span<const unsigned> qubits) {
@@ -33,7 +37,8 @@ inline Index scatter(Index j, std::span<const unsigned> qubits) {
   return i;
 }
 
-bool is_identity_order(const StateVector& state, std::span<const unsigned> qubits) {
+template <class State>
+bool is_identity_order(const State& state, std::span<const unsigned> qubits) {
   if (qubits.size() != state.num_qubits()) return false;
   for (std::size_t b = 0; b < qubits.size(); ++b) {
     if (qubits[b] != b) return false;
@@ -41,8 +46,9 @@ bool is_identity_order(const StateVector& state, std::span<const unsigned> qubit
   return true;
 }
 
-void all_qubits(const StateVector& state, double* out) {
-  const Amplitude* a = state.data();
+template <class State>
+void all_qubits(const State& state, double* out) {
+  const auto* a = state.data();
   const auto n = static_cast<std::int64_t>(state.size());
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(state.size()))
   for (std::int64_t i = 0; i < n; ++i) out[i] = norm2(a[i]);
@@ -50,9 +56,10 @@ void all_qubits(const StateVector& state, double* out) {
 
 // Few outcomes: every thread sums its share of the state into a private table; the tables are
 // added in thread order so that equal inputs give bit-identical results.
-void few_outcomes(const StateVector& state, std::span<const unsigned> qubits, double* out,
+template <class State>
+void few_outcomes(const State& state, std::span<const unsigned> qubits, double* out,
                   Index outcomes) {
-  const Amplitude* a = state.data();
+  const auto* a = state.data();
   const auto n = static_cast<std::int64_t>(state.size());
   const bool parallel = parallel_worthwhile(state.size());
   std::vector<std::vector<double>> partial(parallel ? num_threads() : 1);
@@ -71,9 +78,10 @@ void few_outcomes(const StateVector& state, std::span<const unsigned> qubits, do
 
 // Many outcomes: every output sums the 2^(n-k) amplitudes that share its listed bits, walking
 // the unlisted bits with the masked-increment trick.
-void many_outcomes(const StateVector& state, std::span<const unsigned> qubits, double* out,
+template <class State>
+void many_outcomes(const State& state, std::span<const unsigned> qubits, double* out,
                    Index outcomes) {
-  const Amplitude* a = state.data();
+  const auto* a = state.data();
   const Index free_mask = (state.size() - 1) & ~scatter(outcomes - 1, qubits);
   const auto n = static_cast<std::int64_t>(outcomes);
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(state.size()))
@@ -91,7 +99,9 @@ void many_outcomes(const StateVector& state, std::span<const unsigned> qubits, d
 
 }  // namespace
 
-ProbabilityTable marginal_probabilities(const StateVector& state, std::span<const unsigned> qubits) {
+template <class Real>
+ProbabilityTable marginal_probabilities(const BasicStateVector<Real>& state,
+                                        std::span<const unsigned> qubits) {
   const unsigned k = static_cast<unsigned>(qubits.size());
   assert(k <= state.num_qubits());
   const Index outcomes = Index{1} << k;
@@ -105,6 +115,24 @@ ProbabilityTable marginal_probabilities(const StateVector& state, std::span<cons
     many_outcomes(state, qubits, table.values.data(), outcomes);
   }
   return table;
+}
+
+template ProbabilityTable marginal_probabilities(const StateVector&, std::span<const unsigned>);
+template ProbabilityTable marginal_probabilities(const StateVector32&, std::span<const unsigned>);
+
+ProbabilityTable probabilities_in_place(StateVector32&& state) {
+  const unsigned n = state.num_qubits();
+  PooledBuffer<Amplitude32> buffer = state.release_buffer();
+  Amplitude32* a = buffer.data();
+  // Entry i is read before it is overwritten, and no other entry shares its bytes.
+  double* out = reinterpret_cast<double*>(a);
+  const auto size = static_cast<std::int64_t>(buffer.size());
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(buffer.size()))
+  for (std::int64_t i = 0; i < size; ++i) {
+    const double p = norm2(a[i]);
+    out[i] = p;
+  }
+  return {n, std::move(buffer).reinterpret<double>()};
 }
 
 }  // namespace corvid

@@ -20,6 +20,13 @@ struct ProbabilityTable {
 /// The marginal distribution of `qubits` (distinct, each < state.num_qubits(); asserted) in the
 /// order given. One pass over the state, O(2^n + 2^k · threads) time; the table of 2^k entries
 /// is refused with OutOfMemory before allocating when it does not fit.
-ProbabilityTable marginal_probabilities(const StateVector& state, std::span<const unsigned> qubits);
+template <class Real>
+ProbabilityTable marginal_probabilities(const BasicStateVector<Real>& state,
+                                        std::span<const unsigned> qubits);
+
+/// The table of all qubits in order, written over a single-precision state's own buffer (one
+/// float64 probability per 8-byte amplitude, so no second 2^n buffer is needed); the state is
+/// consumed. One parallel pass.
+ProbabilityTable probabilities_in_place(StateVector32&& state);
 
 }  // namespace corvid

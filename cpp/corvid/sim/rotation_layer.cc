@@ -24,20 +24,21 @@ inline Index insert_zeros(Index i, std::span<const unsigned> positions) {
 }
 
 // body(t, scratch) for every tile t; `scratch_size` amplitudes of per-thread scratch.
-template <class Body>
+template <class V, class Body>
 void for_each_tile(Index tiles, Index work, Index scratch_size, Body body) {
   const auto count = static_cast<std::int64_t>(tiles);
 #pragma omp parallel if (parallel_worthwhile(work) && tiles > 1)
   {
-    AlignedBuffer<Amplitude> scratch(scratch_size, "layer tile");
+    AlignedBuffer<V> scratch(scratch_size, "layer tile");
 #pragma omp for schedule(static)
     for (std::int64_t t = 0; t < count; ++t) body(static_cast<Index>(t), scratch.data());
   }
 }
 
 // Two qubits per sweep over the tile.
-void apply_pairs(Amplitude* tile, unsigned bits, std::span<const QubitMatrix> gates,
-                 const KernelSet& k) {
+template <class Real>
+void apply_pairs(std::complex<Real>* tile, unsigned bits, std::span<const QubitMatrix> gates,
+                 const BasicKernelSet<Real>& k) {
   std::size_t j = 0;
   for (; j + 1 < gates.size(); j += 2) {
     k.matrix_pair_tile(tile, bits, gates[j].qubit, gates[j].matrix, gates[j + 1].qubit,
@@ -48,8 +49,9 @@ void apply_pairs(Amplitude* tile, unsigned bits, std::span<const QubitMatrix> ga
 
 // `local`: ascending tile-local qubits. Those below kInnerBits are applied per L1-sized
 // sub-tile, so that their sweeps stay in L1; the rest sweep the whole (L2-resident) tile.
-void apply_to_tile(Amplitude* tile, unsigned bits, std::span<const QubitMatrix> local,
-                   const KernelSet& k, const LayerTiling& tiling) {
+template <class Real>
+void apply_to_tile(std::complex<Real>* tile, unsigned bits, std::span<const QubitMatrix> local,
+                   const BasicKernelSet<Real>& k, const LayerTiling& tiling) {
   const unsigned inner = std::min(bits, tiling.inner_bits);
   const auto split = std::partition_point(local.begin(), local.end(),
                                           [&](const QubitMatrix& g) { return g.qubit < inner; });
@@ -61,18 +63,21 @@ void apply_to_tile(Amplitude* tile, unsigned bits, std::span<const QubitMatrix> 
   apply_pairs(tile, bits, {split, local.end()}, k);
 }
 
-void apply_low(Amplitude* amps, unsigned n, std::span<const QubitMatrix> low, const KernelSet& k,
-               const DiagonalPass* before, const LayerTiling& tiling) {
+template <class Real>
+void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> low,
+               const BasicKernelSet<Real>& k, const BasicDiagonalPass<Real>* before,
+               const LayerTiling& tiling) {
   const unsigned bits = std::min(n, tiling.tile_bits);
-  for_each_tile(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, Amplitude*) {
+  for_each_tile<std::complex<Real>>(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, auto*) {
     if (before != nullptr) before->apply(amps, t << bits, Index{1} << bits);
     apply_to_tile(amps + (t << bits), bits, low, k, tiling);
   });
 }
 
 // `group`: ascending qubits, all >= tile_bits, at most tile_bits − min_chunk_bits of them.
-void apply_high(Amplitude* amps, unsigned n, std::span<const QubitMatrix> group,
-                const KernelSet& k, const LayerTiling& tiling) {
+template <class Real>
+void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> group,
+                const BasicKernelSet<Real>& k, const LayerTiling& tiling) {
   const unsigned bits = tiling.tile_bits;
   const auto m = static_cast<unsigned>(group.size());
   const unsigned c = bits - m;
@@ -88,7 +93,8 @@ void apply_high(Amplitude* amps, unsigned n, std::span<const QubitMatrix> group,
       if ((s >> j) & 1) offsets[s] |= Index{1} << group[j].qubit;
     }
   }
-  for_each_tile(Index{1} << (n - bits), Index{1} << n, Index{1} << bits, [&](Index t, Amplitude* tile) {
+  for_each_tile<std::complex<Real>>(Index{1} << (n - bits), Index{1} << n, Index{1} << bits,
+                                    [&](Index t, std::complex<Real>* tile) {
     const Index base = insert_zeros(t, fixed);
     for (Index s = 0; s < offsets.size(); ++s) {
       std::copy_n(amps + base + offsets[s], chunk, tile + s * chunk);
@@ -102,8 +108,10 @@ void apply_high(Amplitude* amps, unsigned n, std::span<const QubitMatrix> group,
 
 }  // namespace
 
-void apply_rotation_layer(Amplitude* amps, unsigned n, std::span<const QubitMatrix> layer,
-                          const KernelSet& kernels, const DiagonalPass* before,
+template <class Real>
+void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> layer,
+                          const std::type_identity_t<BasicKernelSet<Real>>& kernels,
+                          const std::type_identity_t<BasicDiagonalPass<Real>>* before,
                           LayerTiling tiling) {
   std::vector<QubitMatrix> sorted(layer.begin(), layer.end());
   std::sort(sorted.begin(), sorted.end(),
@@ -125,8 +133,9 @@ void apply_rotation_layer(Amplitude* amps, unsigned n, std::span<const QubitMatr
   }
 }
 
-void write_product_state(Amplitude* amps, unsigned n, std::span<const QubitMatrix> layer,
-                         const DiagonalPass* after) {
+template <class Real>
+void write_product_state(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> layer,
+                         const std::type_identity_t<BasicDiagonalPass<Real>>* after) {
   // Column 0 of every qubit's matrix: (1, 0) unless the layer acts on it.
   std::vector<Amplitude> u0(n, 1.0), u1(n, 0.0);
   for (const QubitMatrix& g : layer) {
@@ -145,16 +154,26 @@ void write_product_state(Amplitude* amps, unsigned n, std::span<const QubitMatri
       low[i] *= u0[q];
     }
   }
-  for_each_tile(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, Amplitude*) {
+  for_each_tile<std::complex<Real>>(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, auto*) {
     Amplitude high = 1.0;
     for (unsigned q = bits; q < n; ++q) high *= ((t >> (q - bits)) & 1) ? u1[q] : u0[q];
-    Amplitude* tile = amps + (t << bits);
+    std::complex<Real>* tile = amps + (t << bits);
     const double hr = high.real(), hi = high.imag();
     for (Index i = 0; i < size; ++i) {
-      tile[i] = {hr * low[i].real() - hi * low[i].imag(), hr * low[i].imag() + hi * low[i].real()};
+      tile[i] = {Real(hr * low[i].real() - hi * low[i].imag()),
+                 Real(hr * low[i].imag() + hi * low[i].real())};
     }
     if (after != nullptr) after->apply(amps, t << bits, size);
   });
 }
+
+template void apply_rotation_layer<double>(Amplitude*, unsigned, std::span<const QubitMatrix>,
+                                           const KernelSet&, const DiagonalPass*, LayerTiling);
+template void apply_rotation_layer<float>(Amplitude32*, unsigned, std::span<const QubitMatrix>,
+                                          const KernelSet32&, const DiagonalPass32*, LayerTiling);
+template void write_product_state<double>(Amplitude*, unsigned, std::span<const QubitMatrix>,
+                                          const DiagonalPass*);
+template void write_product_state<float>(Amplitude32*, unsigned, std::span<const QubitMatrix>,
+                                         const DiagonalPass32*);
 
 }  // namespace corvid

@@ -10,6 +10,7 @@
 /// 1 + ceil((n − kTileBits) / (kTileBits − kMinChunkBits)) passes instead of n.
 
 #include <span>
+#include <type_traits>
 
 #include "corvid/sim/kernel_set.h"
 #include "corvid/sim/matrix2.h"
@@ -17,7 +18,10 @@
 
 namespace corvid {
 
-class DiagonalPass;
+template <class Real>
+class BasicDiagonalPass;
+using DiagonalPass = BasicDiagonalPass<double>;
+using DiagonalPass32 = BasicDiagonalPass<float>;
 
 inline constexpr unsigned kTileBits = 14;
 inline constexpr unsigned kMinChunkBits = 2;  // 4 amplitudes = one 64-byte cache line
@@ -42,14 +46,19 @@ struct QubitMatrix {
 /// given and the layer has qubits below kTileBits, that diagonal is applied first inside the
 /// same tile pass (a phase separator and its mixer in one sweep over memory); otherwise it
 /// gets a pass of its own.
-void apply_rotation_layer(Amplitude* amps, unsigned num_qubits, std::span<const QubitMatrix> layer,
-                          const KernelSet& kernels = active_kernel_set(),
-                          const DiagonalPass* before = nullptr, LayerTiling tiling = {});
+/// Double (Real = double) and single precision (Real = float).
+template <class Real>
+void apply_rotation_layer(
+    std::complex<Real>* amps, unsigned num_qubits, std::span<const QubitMatrix> layer,
+    const std::type_identity_t<BasicKernelSet<Real>>& kernels = active_kernels<Real>(),
+    const std::type_identity_t<BasicDiagonalPass<Real>>* before = nullptr, LayerTiling tiling = {});
 
 /// Writes layer·|0…0⟩ = ⊗_q (column 0 of q's matrix, or |0⟩ for qubits not in the layer) to
 /// `amps` in one parallel pass, each tile first touched by the thread that later works on it.
 /// With `after`, that diagonal is applied to each tile right after it is written.
-void write_product_state(Amplitude* amps, unsigned num_qubits, std::span<const QubitMatrix> layer,
-                         const DiagonalPass* after = nullptr);
+template <class Real>
+void write_product_state(std::complex<Real>* amps, unsigned num_qubits,
+                         std::span<const QubitMatrix> layer,
+                         const std::type_identity_t<BasicDiagonalPass<Real>>* after = nullptr);
 
 }  // namespace corvid
