@@ -1,5 +1,6 @@
 #include "corvid/sim/sampler.h"
 
+#include <algorithm>
 #include <cassert>
 
 namespace corvid {
@@ -10,12 +11,38 @@ double exponential(std::mt19937_64& rng) {
   return dist(rng);
 }
 
+/// Many shots: the hit count of each outcome in turn is binomial given the shots and the mass
+/// left, so the cost is one draw per outcome whatever the number of shots.
+std::vector<OutcomeCount> sample_counts_by_outcome(std::span<const double> weights,
+                                                   std::uint64_t shots, std::mt19937_64& rng) {
+  std::vector<OutcomeCount> counts;
+  double remaining_mass = 0.0;
+  for (double w : weights) remaining_mass += w;
+  std::size_t last_positive = 0;
+  for (std::size_t j = 0; j < weights.size(); ++j) {
+    if (weights[j] > 0.0) last_positive = j;
+  }
+  for (std::size_t j = 0; j < weights.size() && shots > 0; ++j) {
+    if (weights[j] <= 0.0) continue;
+    std::uint64_t hits = shots;  // the last outcome that can occur takes what is left
+    if (j != last_positive) {
+      const double p = std::clamp(weights[j] / remaining_mass, 0.0, 1.0);
+      hits = std::binomial_distribution<std::uint64_t>(shots, p)(rng);
+    }
+    remaining_mass -= weights[j];
+    shots -= hits;
+    if (hits > 0) counts.push_back({j, hits});
+  }
+  return counts;
+}
+
 }  // namespace
 
 std::vector<OutcomeCount> sample_counts(std::span<const double> weights, std::uint64_t shots,
                                         std::mt19937_64& rng) {
   std::vector<OutcomeCount> counts;
   if (shots == 0 || weights.empty()) return counts;
+  if (shots > weights.size()) return sample_counts_by_outcome(weights, shots, rng);
 
   // The walk below adds the weights in this same order, so `total` equals its final running sum.
   double total = 0.0;

@@ -18,9 +18,10 @@ struct OutcomeCount {
 /// Draws `shots` independent outcomes j with probability weights[j] / Σ weights and returns the
 /// outcomes drawn at least once with their hit counts, in ascending outcome order. Outcomes of
 /// weight 0 are never drawn. Weights must be finite and non-negative with a positive sum
-/// (asserted). O(size + shots) time and O(1) extra memory beyond the result: the sorted uniform
-/// variates come from normalised partial sums of exponential variates, merged with one walk over
-/// the running sum of the weights.
+/// (asserted). O(size + min(shots, size)) time and O(1) extra memory beyond the result. Up to
+/// `size` shots, sorted uniform variates (normalised partial sums of exponential variates) are
+/// merged with one walk over the running sum of the weights; beyond that, each outcome's count
+/// is drawn from its binomial given the shots and weight still left.
 std::vector<OutcomeCount> sample_counts(std::span<const double> weights, std::uint64_t shots,
                                         std::mt19937_64& rng);
 

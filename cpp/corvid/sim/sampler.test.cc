@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <numeric>
+#include <tuple>
 #include <vector>
 
 namespace corvid {
@@ -18,22 +19,27 @@ std::uint64_t total_hits(const std::vector<OutcomeCount>& counts) {
 }  // namespace
 
 // Weight sets chosen for their edges: zeros at both ends and between, a single certain outcome,
-// unnormalised weights, one tiny weight.
-class Sampler : public ::testing::TestWithParam<std::vector<double>> {};
+// unnormalised weights, one tiny weight. Each runs as given (more shots than outcomes: counts
+// drawn outcome by outcome) and tiled past the shot count (the sorted-variate walk); tiled
+// outcomes are pooled by their place in the set.
+class Sampler : public ::testing::TestWithParam<std::tuple<std::vector<double>, bool>> {};
 
 TEST_P(Sampler, FrequenciesWithinFiveSigmaAndZerosNeverDrawn) {
-  const std::vector<double>& w = GetParam();
+  const auto& [w, tiled] = GetParam();
+  const std::uint64_t shots = 200000;
+  std::vector<double> weights;
+  do weights.insert(weights.end(), w.begin(), w.end());
+  while (tiled && weights.size() < shots);
   const double sum = std::accumulate(w.begin(), w.end(), 0.0);
   std::mt19937_64 rng(42);
-  const std::uint64_t shots = 200000;
-  const auto counts = sample_counts(w, shots, rng);
+  const auto counts = sample_counts(weights, shots, rng);
   EXPECT_EQ(total_hits(counts), shots);
   std::vector<std::uint64_t> hits(w.size(), 0);
   for (std::size_t i = 0; i < counts.size(); ++i) {
     if (i > 0) ASSERT_LT(counts[i - 1].outcome, counts[i].outcome);  // ascending, merged
-    ASSERT_LT(counts[i].outcome, w.size());
+    ASSERT_LT(counts[i].outcome, weights.size());
     ASSERT_GT(counts[i].hits, 0u);
-    hits[counts[i].outcome] = counts[i].hits;
+    hits[counts[i].outcome % w.size()] += counts[i].hits;
   }
   for (std::size_t j = 0; j < w.size(); ++j) {
     const double p = w[j] / sum;
@@ -48,11 +54,23 @@ TEST_P(Sampler, FrequenciesWithinFiveSigmaAndZerosNeverDrawn) {
 
 INSTANTIATE_TEST_SUITE_P(
     Weights, Sampler,
-    ::testing::Values(std::vector<double>{0.5, 0.5}, std::vector<double>{0, 0, 1, 0},
-                      std::vector<double>{0, 0.25, 0, 0.75, 0},
-                      std::vector<double>{3, 1, 0, 4},  // not normalised
-                      std::vector<double>{1e-6, 1 - 1e-6, 0},
-                      std::vector<double>{0.1, 0.2, 0.3, 0.1, 0.05, 0.05, 0.15, 0.05}));
+    ::testing::Combine(
+        ::testing::Values(std::vector<double>{0.5, 0.5}, std::vector<double>{0, 0, 1, 0},
+                          std::vector<double>{0, 0.25, 0, 0.75, 0},
+                          std::vector<double>{3, 1, 0, 4},  // not normalised
+                          std::vector<double>{1e-6, 1 - 1e-6, 0},
+                          std::vector<double>{0.1, 0.2, 0.3, 0.1, 0.05, 0.05, 0.15, 0.05}),
+        ::testing::Bool()));
+
+TEST(SamplerRng, AHugeShotCountCostsOneDrawPerOutcome) {
+  const std::vector<double> w{0.25, 0, 0.75};
+  std::mt19937_64 rng(3);
+  const std::uint64_t shots = std::uint64_t{1} << 60;
+  const auto counts = sample_counts(w, shots, rng);
+  ASSERT_EQ(counts.size(), 2u);
+  EXPECT_EQ(total_hits(counts), shots);
+  EXPECT_NEAR(double(counts[0].hits) / double(shots), 0.25, 1e-6);
+}
 
 TEST(SamplerRng, SameSeedSameCountsAndOneShot) {
   const std::vector<double> w{0.2, 0.3, 0.5};
