@@ -26,9 +26,13 @@ def run_cli(*argv):
     return status, out.getvalue(), err.getvalue()
 
 
-def run_process(*argv):
-    return subprocess.run([sys.executable, "-m", "corvid_alg.QAOA", *argv], capture_output=True,
-                          text=True, env=os.environ.copy(), timeout=120)
+MODULE = [sys.executable, "-m", "corvid_alg.QAOA"]
+SOURCE_TREE_SCRIPT = [os.path.join(ROOT, "bin", "corvid-qaoa")]
+
+
+def run_process(*argv, launcher=MODULE):
+    return subprocess.run([*launcher, *argv], capture_output=True, text=True,
+                          env=os.environ.copy(), timeout=120)
 
 
 def solved(*argv):
@@ -63,8 +67,10 @@ def qubo(tmp_path):
     return Q, tmp_path
 
 
-def test_polynomial_in_a_subprocess():
-    result = run_process("-e", "2*x0*x1 + 3*x2 - 1", "--layers", "2", "--json", *FAST)
+@pytest.mark.parametrize("launcher", [MODULE, SOURCE_TREE_SCRIPT], ids=["module", "bin-script"])
+def test_polynomial_in_a_subprocess(launcher):
+    result = run_process("-e", "2*x0*x1 + 3*x2 - 1", "--layers", "2", "--json", *FAST,
+                         launcher=launcher)
     assert result.returncode == 0, result.stderr
     doc = json.loads(result.stdout)
     assert_well_formed(doc, top=5)
