@@ -15,16 +15,7 @@ PauliOperator ising_to_operator(std::span<const double> h, SquareMatrixView j, d
   }
   require_square(j, "the coupling matrix");
   require_symmetric(j, "the coupling matrix", /*zero_diagonal=*/true);
-  std::vector<WeightedPair> couplings;
-  for (std::size_t r = 0; r < j.n; ++r) {
-    for (std::size_t c = r + 1; c < j.n; ++c) {
-      const double w = (j(r, c) + j(c, r)) / 2;
-      if (w != 0.0) {
-        couplings.push_back({static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(c), w});
-      }
-    }
-  }
-  return ising_to_operator(h, couplings, offset);
+  return ising_to_operator(h, upper_pairs(j, 0.5), offset);
 }
 
 PauliOperator ising_to_operator(std::span<const double> h,

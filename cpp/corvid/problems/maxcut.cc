@@ -25,14 +25,7 @@ PauliOperator maxcut_operator(std::span<const WeightedPair> edges) {
 PauliOperator maxcut_operator(SquareMatrixView weights) {
   require_square(weights, "the weight matrix");
   require_symmetric(weights, "the weight matrix", /*zero_diagonal=*/true);
-  std::vector<WeightedPair> edges;
-  for (std::size_t r = 0; r < weights.n; ++r) {
-    for (std::size_t c = r + 1; c < weights.n; ++c) {
-      const double w = (weights(r, c) + weights(c, r)) / 2;
-      if (w != 0.0) edges.push_back({static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(c), w});
-    }
-  }
-  return maxcut_operator(edges);
+  return maxcut_operator(upper_pairs(weights, 0.5));
 }
 
 }  // namespace corvid

@@ -27,6 +27,17 @@ void require_term_memory(std::size_t terms) {
 
 }  // namespace
 
+std::vector<WeightedPair> upper_pairs(SquareMatrixView m, double scale) {
+  std::vector<WeightedPair> pairs;
+  for (std::size_t r = 0; r < m.n; ++r) {
+    for (std::size_t c = r + 1; c < m.n; ++c) {
+      const double w = scale * (m(r, c) + m(c, r));
+      if (w != 0.0) pairs.push_back({static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(c), w});
+    }
+  }
+  return pairs;
+}
+
 void require_finite(std::span<const double> values, const char* what) {
   for (std::size_t k = 0; k < values.size(); ++k) {
     if (!std::isfinite(values[k])) {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "corvid/pauli/pauli_operator.h"
 
@@ -42,6 +43,10 @@ void require_square(SquareMatrixView m, const char* what);
 /// Throws std::invalid_argument naming `what` and the first (r, c) where m(r, c) and m(c, r)
 /// differ by more than a relative 1e-9, and, if `zero_diagonal`, the first nonzero m(i, i).
 void require_symmetric(SquareMatrixView m, const char* what, bool zero_diagonal);
+
+/// The pairs (r, c), r < c, of a square matrix with weight scale·(m(r, c) + m(c, r)), row by
+/// row; exact zeros are left out and the diagonal is ignored.
+std::vector<WeightedPair> upper_pairs(SquareMatrixView m, double scale);
 
 /// The operator H above. Pairs may come in any order and either orientation; (i, j) and (j, i)
 /// are the same string and add up. Exact zeros are dropped. Throws std::invalid_argument for a

@@ -38,15 +38,8 @@ PauliOperator from_binary(std::span<const double> linear, std::span<const Weight
 PauliOperator qubo_to_operator(SquareMatrixView q, double offset) {
   require_square(q, "the QUBO matrix");
   std::vector<double> linear(q.n);
-  std::vector<WeightedPair> pairs;
-  for (std::size_t r = 0; r < q.n; ++r) {
-    linear[r] = q(r, r);
-    for (std::size_t c = r + 1; c < q.n; ++c) {
-      const double w = q(r, c) + q(c, r);
-      if (w != 0.0) pairs.push_back({static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(c), w});
-    }
-  }
-  return qubo_to_operator(linear, pairs, offset);
+  for (std::size_t r = 0; r < q.n; ++r) linear[r] = q(r, r);
+  return qubo_to_operator(linear, upper_pairs(q, 1.0), offset);
 }
 
 PauliOperator qubo_to_operator(std::span<const double> linear,
