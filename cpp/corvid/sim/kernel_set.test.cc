@@ -32,13 +32,16 @@ void expect_equal(const AlignedBuffer<Amplitude>& got, const AlignedBuffer<Ampli
   }
 }
 
-// The shapes the vector sets specialise (real, real diagonal with imaginary off-diagonal) and
-// the general case.
+// The shapes the vector sets specialise (real; real diagonal with imaginary off-diagonal; the
+// unit parts of RX-like matrices with ones on or off the diagonal) and the general case.
+constexpr int kShapes = 5;
 Matrix2 random_matrix(std::mt19937_64& rng, int shape) {
   std::normal_distribution<double> x;
   switch (shape) {
     case 0: return {x(rng), x(rng), x(rng), x(rng)};
     case 1: return {x(rng), {0, x(rng)}, {0, x(rng)}, x(rng)};
+    case 2: return {1, {0, x(rng)}, {0, x(rng)}, 1};
+    case 3: return {{0, x(rng)}, 1, 1, {0, x(rng)}};
     default: return {{x(rng), x(rng)}, {x(rng), x(rng)}, {x(rng), x(rng)}, {x(rng), x(rng)}};
   }
 }
@@ -47,7 +50,7 @@ class Variants : public ::testing::TestWithParam<const KernelSet*> {};
 
 TEST_P(Variants, MatrixTileOnEveryQubitAndShape) {
   std::mt19937_64 rng(1);
-  for (int shape = 0; shape < 3; ++shape) {
+  for (int shape = 0; shape < kShapes; ++shape) {
     for (unsigned q = 0; q < kBits; ++q) {
       const Matrix2 m = random_matrix(rng, shape);
       auto want = random_tile(rng);
@@ -64,7 +67,8 @@ TEST_P(Variants, MatrixPairEqualsTwoSingleSweeps) {
   for (unsigned qa = 0; qa < kBits; ++qa) {
     for (unsigned qb = 0; qb < kBits; ++qb) {
       if (qa == qb) continue;
-      const Matrix2 ma = random_matrix(rng, qa % 3), mb = random_matrix(rng, qb % 3);
+      const Matrix2 ma = random_matrix(rng, qa % kShapes),
+                    mb = random_matrix(rng, qb % kShapes);
       auto want = random_tile(rng);
       auto got = copy(want);
       scalar_kernel_set().matrix_tile(want.data(), kBits, qa, ma);
@@ -132,7 +136,7 @@ TEST_P(Variants32, MatrixTilesAndPhaseTables) {
       ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0f, 1e-5f * (1 + std::abs(want[i]))) << i;
     }
   };
-  for (int shape = 0; shape < 3; ++shape) {
+  for (int shape = 0; shape < kShapes; ++shape) {
     for (unsigned q = 0; q < kBits; ++q) {
       const Matrix2 m = random_matrix(rng, shape);
       auto want = random32(size);

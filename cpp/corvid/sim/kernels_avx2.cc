@@ -84,6 +84,32 @@ struct RealImaginaryOp {
   }
 };
 
+// Unit parts of RX-like matrices (see factor_scale): ones on the diagonal, or ones off it, and
+// imaginary entries elsewhere. One multiply-add per vector instead of a multiply and an add.
+struct UnitDiagonalOp {
+  __m256d k01, k10;
+  explicit UnitDiagonalOp(const Matrix2& m) : k01(alternate(m.m01)), k10(alternate(m.m10)) {}
+  static __m256d alternate(const Amplitude& z) {
+    return _mm256_setr_pd(-z.imag(), z.imag(), -z.imag(), z.imag());
+  }
+  void operator()(__m256d& a0, __m256d& a1) const {
+    const __m256d s0 = swap_re_im(a0);
+    a0 = _mm256_fmadd_pd(k01, swap_re_im(a1), a0);
+    a1 = _mm256_fmadd_pd(k10, s0, a1);
+  }
+};
+
+struct UnitOffDiagonalOp {
+  __m256d k00, k11;
+  explicit UnitOffDiagonalOp(const Matrix2& m)
+      : k00(UnitDiagonalOp::alternate(m.m00)), k11(UnitDiagonalOp::alternate(m.m11)) {}
+  void operator()(__m256d& a0, __m256d& a1) const {
+    const __m256d x = a0;
+    a0 = _mm256_fmadd_pd(k00, swap_re_im(x), a1);
+    a1 = _mm256_fmadd_pd(k11, swap_re_im(a1), x);
+  }
+};
+
 struct RealOp {
   __m256d r00, r01, r10, r11;
   explicit RealOp(const Matrix2& m)
@@ -107,8 +133,18 @@ struct GeneralOp {
   }
 };
 
+bool is_unit_diagonal(const Matrix2& m) {
+  return m.m00 == 1.0 && m.m11 == 1.0 && m.m01.real() == 0 && m.m10.real() == 0;
+}
+
+bool is_unit_off_diagonal(const Matrix2& m) {
+  return m.m01 == 1.0 && m.m10 == 1.0 && m.m00.real() == 0 && m.m11.real() == 0;
+}
+
 template <class F>
 void with_op(const Matrix2& m, F f) {
+  if (is_unit_diagonal(m)) return f(UnitDiagonalOp(m));
+  if (is_unit_off_diagonal(m)) return f(UnitOffDiagonalOp(m));
   if (is_real_imaginary(m)) return f(RealImaginaryOp(m));
   if (is_real(m)) return f(RealOp(m));
   f(GeneralOp(m));
@@ -157,6 +193,16 @@ void sweep_pair(double* __restrict tile, const Index size, const Index sa, const
 
 void matrix_tile(Amplitude* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
   const Index size = Index{1} << tile_bits;
+  if (q == 0 && is_unit_diagonal(m)) {
+    // (a0, a1) + (i·m01·a1, i·m10·a0): reversing the four doubles swaps both the halves and
+    // re/im, so one permute and one multiply-add per pair.
+    const __m256d k = _mm256_setr_pd(-m.m01.imag(), m.m01.imag(), -m.m10.imag(), m.m10.imag());
+    for (Index i = 0; i < size; i += 2) {
+      const __m256d v = load(tile + i);
+      store(tile + i, _mm256_fmadd_pd(k, _mm256_permute4x64_pd(v, 0x1B), v));
+    }
+    return;
+  }
   if (q == 0) {
     // Each vector holds one pair (a0, a1): out = (m00, m11)·v + (m01, m10)·swap_halves(v).
     const Split diag(m.m00, m.m11), off(m.m01, m.m10);

@@ -1,6 +1,7 @@
 #include "corvid/sim/matrix2.h"
 
 #include <cassert>
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -9,6 +10,17 @@ namespace corvid {
 Matrix2 then(const Matrix2& a, const Matrix2& b) {
   return {b.m00 * a.m00 + b.m01 * a.m10, b.m00 * a.m01 + b.m01 * a.m11,
           b.m10 * a.m00 + b.m11 * a.m10, b.m10 * a.m01 + b.m11 * a.m11};
+}
+
+ScaledMatrix2 factor_scale(const Matrix2& m) {
+  const double diagonal = std::abs(m.m00), off = std::max(std::abs(m.m01), std::abs(m.m10));
+  if (m.m00 == m.m11 && diagonal != 0 && diagonal >= off) {
+    return {m.m00, {1, m.m01 / m.m00, m.m10 / m.m00, 1}};
+  }
+  if (m.m01 == m.m10 && off != 0 && off > diagonal) {
+    return {m.m01, {m.m00 / m.m01, 1, 1, m.m11 / m.m01}};
+  }
+  return {1, m};
 }
 
 Matrix2 matrix_of(const Gate& gate) {

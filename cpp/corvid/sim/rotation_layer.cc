@@ -106,6 +106,22 @@ void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatri
   });
 }
 
+// The same product of gates with every matrix but the last replaced by its unit part and the
+// scales multiplied into the last: all but one sweep then take one multiply-add per amplitude.
+std::vector<QubitMatrix> with_scales_folded(std::span<const QubitMatrix> gates) {
+  std::vector<QubitMatrix> folded(gates.begin(), gates.end());
+  if (folded.size() < 2) return folded;
+  Amplitude scale = 1.0;
+  for (QubitMatrix& g : folded) {
+    const ScaledMatrix2 f = factor_scale(g.matrix);
+    scale *= f.scale;
+    g.matrix = f.unit;
+  }
+  Matrix2& last = folded.back().matrix;
+  last = {scale * last.m00, scale * last.m01, scale * last.m10, scale * last.m11};
+  return folded;
+}
+
 }  // namespace
 
 template <class Real>
@@ -121,14 +137,14 @@ void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const 
     return g.qubit < tiling.tile_bits;
   });
   if (split != sorted.begin()) {
-    apply_low(amps, n, {sorted.begin(), split}, kernels, before, tiling);
+    apply_low(amps, n, with_scales_folded({sorted.begin(), split}), kernels, before, tiling);
   } else if (before != nullptr) {
     before->apply_all(amps, n);
   }
   const std::ptrdiff_t group = tiling.tile_bits - tiling.min_chunk_bits;
   for (auto it = split; it != sorted.end();) {
     const auto end = it + std::min(group, sorted.end() - it);
-    apply_high(amps, n, {it, end}, kernels, tiling);
+    apply_high(amps, n, with_scales_folded({it, end}), kernels, tiling);
     it = end;
   }
 }
