@@ -38,16 +38,14 @@ void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q, const
 }
 
 template <class Real>
-void matrix_pair_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned qa,
-                      const Matrix2& ma, unsigned qb, const Matrix2& mb) {
-  matrix_tile<Real>(tile, tile_bits, qa, ma);
-  matrix_tile<Real>(tile, tile_bits, qb, mb);
+void matrices_tile(std::complex<Real>* tile, unsigned tile_bits, std::span<const QubitMatrix> gates) {
+  for (const QubitMatrix& g : gates) matrix_tile<Real>(tile, tile_bits, g.qubit, g.matrix);
 }
 
 template <class Real>
 constexpr BasicKernelSet<Real> kScalar{"scalar", &phase_table<Real, std::uint8_t>,
                                        &phase_table<Real, std::uint16_t>, &matrix_tile<Real>,
-                                       &matrix_pair_tile<Real>};
+                                       &matrices_tile<Real>};
 
 template <class Real>
 const BasicKernelSet<Real>* avx2_set();

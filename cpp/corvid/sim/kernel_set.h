@@ -27,10 +27,9 @@ struct BasicKernelSet {
                         std::uint64_t count);
   /// Applies `m` to qubit q of the 2^tile_bits contiguous amplitudes at `tile` (q < tile_bits).
   void (*matrix_tile)(Value* tile, unsigned tile_bits, unsigned q, const Matrix2& m);
-  /// `ma` on qubit qa and `mb` on qubit qb (distinct, < tile_bits) of the tile: the same as two
-  /// matrix_tile calls, in one sweep where the set can.
-  void (*matrix_pair_tile)(Value* tile, unsigned tile_bits, unsigned qa, const Matrix2& ma,
-                           unsigned qb, const Matrix2& mb);
+  /// Every gate of `gates` (distinct qubits, < tile_bits, at most 64 gates) on the tile: the
+  /// same as one matrix_tile call per gate, with several gates per sweep where the set can.
+  void (*matrices_tile)(Value* tile, unsigned tile_bits, std::span<const QubitMatrix> gates);
 };
 
 using KernelSet = BasicKernelSet<double>;

@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <random>
+#include <vector>
 
 #include "corvid/util/aligned_buffer.h"
 
@@ -62,20 +65,24 @@ TEST_P(Variants, MatrixTileOnEveryQubitAndShape) {
   }
 }
 
-TEST_P(Variants, MatrixPairEqualsTwoSingleSweeps) {
+// Random subsets of qubits in random order with random shapes, so that every grouping (three
+// unit gates to a sweep, pairs, leftovers, qubit 0) meets every other.
+TEST_P(Variants, MatricesTileEqualsOneSweepPerGate) {
   std::mt19937_64 rng(2);
-  for (unsigned qa = 0; qa < kBits; ++qa) {
-    for (unsigned qb = 0; qb < kBits; ++qb) {
-      if (qa == qb) continue;
-      const Matrix2 ma = random_matrix(rng, qa % kShapes),
-                    mb = random_matrix(rng, qb % kShapes);
-      auto want = random_tile(rng);
-      auto got = copy(want);
-      scalar_kernel_set().matrix_tile(want.data(), kBits, qa, ma);
-      scalar_kernel_set().matrix_tile(want.data(), kBits, qb, mb);
-      GetParam()->matrix_pair_tile(got.data(), kBits, qa, ma, qb, mb);
-      expect_equal(got, want);
+  for (int trial = 0; trial < 60; ++trial) {
+    std::vector<QubitMatrix> gates;
+    for (unsigned q = 0; q < kBits; ++q) {
+      if (rng() % 3 == 0) continue;
+      // Mostly unit shapes (the mixers' case), some of every other shape.
+      const int shape = rng() % 2 ? 2 + static_cast<int>(rng() % 2) : static_cast<int>(rng() % kShapes);
+      gates.push_back({q, random_matrix(rng, shape)});
     }
+    std::shuffle(gates.begin(), gates.end(), rng);
+    auto want = random_tile(rng);
+    auto got = copy(want);
+    for (const QubitMatrix& g : gates) scalar_kernel_set().matrix_tile(want.data(), kBits, g.qubit, g.matrix);
+    GetParam()->matrices_tile(got.data(), kBits, gates);
+    expect_equal(got, want);
   }
 }
 
@@ -143,7 +150,8 @@ TEST_P(Variants32, MatrixTilesAndPhaseTables) {
       AlignedBuffer<Amplitude32> got(size);
       std::copy(want.begin(), want.end(), got.begin());
       scalar_kernel_set32().matrix_tile(want.data(), kBits, q, m);
-      GetParam()->matrix_pair_tile(got.data(), kBits, q, m, (q + 3) % kBits, m);
+      const std::array<QubitMatrix, 2> pair = {{{q, m}, {(q + 3) % kBits, m}}};
+      GetParam()->matrices_tile(got.data(), kBits, pair);
       scalar_kernel_set32().matrix_tile(want.data(), kBits, (q + 3) % kBits, m);
       expect_close(got, want);
     }

@@ -3,6 +3,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <array>
 
 #include "corvid/sim/kernel_set.h"
 
@@ -216,17 +217,86 @@ void matrix_tile(Amplitude* tile, unsigned tile_bits, unsigned q, const Matrix2&
   with_op(m, [=](const auto& op) { sweep(t, size, Index{1} << q, op); });
 }
 
-void matrix_pair_tile(Amplitude* tile, unsigned tile_bits, unsigned qa, const Matrix2& ma,
-                      unsigned qb, const Matrix2& mb) {
-  if (qa == 0 || qb == 0) {
-    matrix_tile(tile, tile_bits, qa, ma);
-    return matrix_tile(tile, tile_bits, qb, mb);
-  }
+void matrix_pair_tile(Amplitude* tile, unsigned tile_bits, const QubitMatrix& a,
+                      const QubitMatrix& b) {
   double* t = reinterpret_cast<double*>(tile);
-  const Index size = Index{1} << tile_bits, sa = Index{1} << qa, sb = Index{1} << qb;
-  with_op(ma, [=](const auto& opa) {
-    with_op(mb, [=](const auto& opb) { sweep_pair(t, size, sa, sb, opa, opb); });
+  const Index size = Index{1} << tile_bits, sa = Index{1} << a.qubit, sb = Index{1} << b.qubit;
+  with_op(a.matrix, [=](const auto& opa) {
+    with_op(b.matrix, [=](const auto& opb) { sweep_pair(t, size, sa, sb, opa, opb); });
   });
+}
+
+// A unit matrix as its unit-diagonal part and whether an X follows: [[u0, 1], [1, u1]] is
+// X·[[1, u1], [u0, 1]], and an X only renames which address each result is stored to.
+struct UnitPart {
+  UnitDiagonalOp op;
+  bool flip;
+  explicit UnitPart(const Matrix2& m)
+      : op(is_unit_diagonal(m) ? m : Matrix2{1, m.m11, m.m00, 1}), flip(!is_unit_diagonal(m)) {}
+};
+
+// Three unit matrices on qubits 1 <= qa < qb < qc: each group of eight vectors (the pairs of
+// all three qubits) is loaded and stored once.
+void sweep_triple(double* __restrict tile, const Index size, const std::array<QubitMatrix, 3>& g) {
+  const UnitPart a(g[0].matrix), b(g[1].matrix), c(g[2].matrix);
+  const Index sa = Index{1} << g[0].qubit, sb = Index{1} << g[1].qubit,
+              sc = Index{1} << g[2].qubit;
+  const unsigned flip = a.flip | b.flip << 1 | c.flip << 2;
+  Index load_at[8], store_at[8];  // in doubles; vector j has bit 0, 1, 2 set for qa, qb, qc
+  for (unsigned j = 0; j < 8; ++j) {
+    load_at[j] = 2 * ((j & 1 ? sa : 0) + (j & 2 ? sb : 0) + (j & 4 ? sc : 0));
+  }
+  for (unsigned j = 0; j < 8; ++j) store_at[j] = load_at[j ^ flip];
+  for (Index b2 = 0; b2 < size; b2 += 2 * sc) {
+    for (Index b1 = b2; b1 < b2 + sc; b1 += 2 * sb) {
+      for (Index b0 = b1; b0 < b1 + sb; b0 += 2 * sa) {
+        double* __restrict p = tile + 2 * b0;
+        for (Index i = 0; i < 2 * sa; i += 4) {
+          __m256d v[8];
+          for (unsigned j = 0; j < 8; ++j) v[j] = _mm256_load_pd(p + i + load_at[j]);
+          for (unsigned j = 0; j < 8; j += 2) a.op(v[j], v[j + 1]);
+          for (unsigned j : {0u, 1u, 4u, 5u}) b.op(v[j], v[j + 2]);
+          for (unsigned j = 0; j < 4; ++j) c.op(v[j], v[j + 4]);
+          for (unsigned j = 0; j < 8; ++j) _mm256_store_pd(p + i + store_at[j], v[j]);
+        }
+      }
+    }
+  }
+}
+
+bool is_unit(const Matrix2& m) { return is_unit_diagonal(m) || is_unit_off_diagonal(m); }
+
+// Unit gates on qubits >= 1 three to a sweep; the rest (qubit 0 pairs amplitudes inside a
+// vector; other shapes) two to a sweep or alone.
+void matrices_tile(Amplitude* tile, unsigned tile_bits, std::span<const QubitMatrix> gates) {
+  std::array<QubitMatrix, 3> triple;
+  std::size_t in_triple = 0;
+  const QubitMatrix* waiting = nullptr;  // a gate without a partner yet
+  auto take_pair_or_wait = [&](const QubitMatrix& g) {
+    if (waiting == nullptr) {
+      waiting = &g;
+    } else {
+      matrix_pair_tile(tile, tile_bits, *waiting, g);
+      waiting = nullptr;
+    }
+  };
+  for (const QubitMatrix& g : gates) {
+    if (g.qubit == 0) {
+      matrix_tile(tile, tile_bits, 0, g.matrix);
+    } else if (is_unit(g.matrix)) {
+      triple[in_triple++] = g;
+      if (in_triple == 3) {
+        std::sort(triple.begin(), triple.end(),
+                  [](const QubitMatrix& x, const QubitMatrix& y) { return x.qubit < y.qubit; });
+        sweep_triple(reinterpret_cast<double*>(tile), Index{1} << tile_bits, triple);
+        in_triple = 0;
+      }
+    } else {
+      take_pair_or_wait(g);
+    }
+  }
+  for (std::size_t j = 0; j < in_triple; ++j) take_pair_or_wait(triple[j]);
+  if (waiting != nullptr) matrix_tile(tile, tile_bits, waiting->qubit, waiting->matrix);
 }
 
 // Single precision: one __m256 holds four amplitudes (re0, im0, ..., re3, im3).
@@ -317,10 +387,8 @@ void matrix_tile(Value* tile, unsigned tile_bits, unsigned q, const Matrix2& m) 
   with_op(m, [=](const auto& op) { sweep(t, size, Index{1} << q, op); });
 }
 
-void matrix_pair_tile(Value* tile, unsigned tile_bits, unsigned qa, const Matrix2& ma,
-                      unsigned qb, const Matrix2& mb) {
-  matrix_tile(tile, tile_bits, qa, ma);
-  matrix_tile(tile, tile_bits, qb, mb);
+void matrices_tile(Value* tile, unsigned tile_bits, std::span<const QubitMatrix> gates) {
+  for (const QubitMatrix& g : gates) matrix_tile(tile, tile_bits, g.qubit, g.matrix);
 }
 
 }  // namespace f32
@@ -328,11 +396,11 @@ void matrix_pair_tile(Value* tile, unsigned tile_bits, unsigned qa, const Matrix
 #pragma GCC pop_options
 
 const KernelSet kAvx2{"avx2", &phase_table<std::uint8_t>, &phase_table<std::uint16_t>,
-                      &matrix_tile, &matrix_pair_tile};
+                      &matrix_tile, &matrices_tile};
 
 const KernelSet32 kAvx2Single{"avx2", &f32::phase_table<std::uint8_t>,
                               &f32::phase_table<std::uint16_t>, &f32::matrix_tile,
-                              &f32::matrix_pair_tile};
+                              &f32::matrices_tile};
 
 bool cpu_has_avx2() {
   __builtin_cpu_init();

@@ -10,6 +10,12 @@ struct Matrix2 {
   Amplitude m00, m01, m10, m11;
 };
 
+/// A one-qubit matrix and the qubit it acts on.
+struct QubitMatrix {
+  unsigned qubit;
+  Matrix2 matrix;
+};
+
 /// a·b without the NaN-recovering library call std::complex multiplication makes by default.
 inline Amplitude cmul(Amplitude a, Amplitude b) {
   return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};

@@ -35,18 +35,6 @@ void for_each_tile(Index tiles, Index work, Index scratch_size, Body body) {
   }
 }
 
-// Two qubits per sweep over the tile.
-template <class Real>
-void apply_pairs(std::complex<Real>* tile, unsigned bits, std::span<const QubitMatrix> gates,
-                 const BasicKernelSet<Real>& k) {
-  std::size_t j = 0;
-  for (; j + 1 < gates.size(); j += 2) {
-    k.matrix_pair_tile(tile, bits, gates[j].qubit, gates[j].matrix, gates[j + 1].qubit,
-                       gates[j + 1].matrix);
-  }
-  if (j < gates.size()) k.matrix_tile(tile, bits, gates[j].qubit, gates[j].matrix);
-}
-
 // `local`: ascending tile-local qubits. Those below kInnerBits are applied per L1-sized
 // sub-tile, so that their sweeps stay in L1; the rest sweep the whole (L2-resident) tile.
 template <class Real>
@@ -57,10 +45,10 @@ void apply_to_tile(std::complex<Real>* tile, unsigned bits, std::span<const Qubi
                                           [&](const QubitMatrix& g) { return g.qubit < inner; });
   if (split != local.begin()) {
     for (Index sub = 0; sub < (Index{1} << (bits - inner)); ++sub) {
-      apply_pairs(tile + (sub << inner), inner, {local.begin(), split}, k);
+      k.matrices_tile(tile + (sub << inner), inner, {local.begin(), split});
     }
   }
-  apply_pairs(tile, bits, {split, local.end()}, k);
+  if (split != local.end()) k.matrices_tile(tile, bits, {split, local.end()});
 }
 
 template <class Real>

@@ -35,11 +35,6 @@ struct LayerTiling {
   unsigned min_chunk_bits = kMinChunkBits;
 };
 
-struct QubitMatrix {
-  unsigned qubit;
-  Matrix2 matrix;
-};
-
 /// Applies every matrix of `layer` (distinct qubits, each < num_qubits; asserted) to the
 /// 2^num_qubits amplitudes at `amps` (64-byte aligned). The gates commute, so order is free.
 /// O(2^n · |layer|) arithmetic in the passes above; parallel over tiles. When `before` is
