@@ -42,10 +42,39 @@ void matrices_tile(std::complex<Real>* tile, unsigned tile_bits, std::span<const
   for (const QubitMatrix& g : gates) matrix_tile<Real>(tile, tile_bits, g.qubit, g.matrix);
 }
 
+}  // namespace
+
+template <class Real>
+void scalar_matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, Index length,
+                          std::span<const QubitMatrix> gates) {
+  using V = std::complex<Real>;
+  for (const QubitMatrix& g : gates) {
+    const V m00(g.matrix.m00), m01(g.matrix.m01), m10(g.matrix.m10), m11(g.matrix.m11);
+    const Index bit = Index{1} << g.qubit;
+    for (Index r = 0; r < (Index{1} << row_bits); ++r) {
+      if (r & bit) continue;
+      V* p0 = rows[r];
+      V* p1 = rows[r | bit];
+      for (Index i = 0; i < length; ++i) {
+        const V a0 = p0[i], a1 = p1[i];
+        p0[i] = mul(m00, a0) + mul(m01, a1);
+        p1[i] = mul(m10, a0) + mul(m11, a1);
+      }
+    }
+  }
+}
+template void scalar_matrices_rows<double>(Amplitude* const*, unsigned, Index,
+                                           std::span<const QubitMatrix>);
+template void scalar_matrices_rows<float>(Amplitude32* const*, unsigned, Index,
+                                          std::span<const QubitMatrix>);
+
+namespace {
+
 template <class Real>
 constexpr BasicKernelSet<Real> kScalar{"scalar", &phase_table<Real, std::uint8_t>,
                                        &phase_table<Real, std::uint16_t>, &matrix_tile<Real>,
-                                       &matrices_tile<Real>};
+                                       &matrices_tile<Real>,
+                                       &scalar_matrices_rows<Real>};
 
 template <class Real>
 const BasicKernelSet<Real>* avx2_set();

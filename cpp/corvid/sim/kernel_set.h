@@ -30,6 +30,11 @@ struct BasicKernelSet {
   /// Every gate of `gates` (distinct qubits, < tile_bits, at most 64 gates) on the tile: the
   /// same as one matrix_tile call per gate, with several gates per sweep where the set can.
   void (*matrices_tile)(Value* tile, unsigned tile_bits, std::span<const QubitMatrix> gates);
+  /// The same on 2^row_bits rows of `length` amplitudes each (length even, rows 32-byte
+  /// aligned) anywhere in memory, gate qubit j being bit j of the row number (< row_bits): the
+  /// high qubits of a state, applied in place without gathering their rows into a tile.
+  void (*matrices_rows)(Value* const* rows, unsigned row_bits, std::uint64_t length,
+                        std::span<const QubitMatrix> gates);
 };
 
 using KernelSet = BasicKernelSet<double>;
@@ -38,6 +43,10 @@ using KernelSet32 = BasicKernelSet<float>;
 /// The portable reference sets.
 const KernelSet& scalar_kernel_set();
 const KernelSet32& scalar_kernel_set32();
+/// The scalar sets' row kernel, which sets without their own share.
+template <class Real>
+void scalar_matrices_rows(std::complex<Real>* const* rows, unsigned row_bits,
+                          std::uint64_t length, std::span<const QubitMatrix> gates);
 /// AVX2 + FMA sets, or nullptr when the CPU lacks either.
 const KernelSet* avx2_kernel_set();
 const KernelSet32* avx2_kernel_set32();

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 #include "corvid/sim/kernel_set.h"
 
@@ -151,50 +152,146 @@ void with_op(const Matrix2& m, F f) {
   f(GeneralOp(m));
 }
 
-// One matrix on qubit q >= 1: pairs of vectors at distance 2^q.
-template <class Op>
-void sweep(double* __restrict tile, const Index size, const Index stride, const Op op) {
-  for (Index base = 0; base < size; base += 2 * stride) {
-    double* __restrict p = tile + 2 * base;
-    for (Index i = 0; i < 2 * stride; i += 4) {
-      __m256d a0 = _mm256_load_pd(p + i);
-      __m256d a1 = _mm256_load_pd(p + i + 2 * stride);
-      op(a0, a1);
-      _mm256_store_pd(p + i, a0);
-      _mm256_store_pd(p + i + 2 * stride, a1);
+// Where the vectors a group of K gates acts on lie. for_each_run(qubits, body) calls
+// body(ptr, count) for every run of positions: ptr[j] is where vector j of the group starts (bit
+// g of j set: the g-th qubit is 1), and the run is `count` doubles long.
+//
+// A contiguous tile, for qubits >= 1.
+struct TileLayout {
+  double* tile;
+  Index size;  // amplitudes
+
+  template <std::size_t K, class Body>
+  void for_each_run(const std::array<unsigned, K>& qubits, Body body) const {
+    Index mask = 0, offset[1 << K] = {};
+    for (std::size_t g = 0; g < K; ++g) mask |= Index{1} << qubits[g];
+    for (unsigned j = 0; j < (1u << K); ++j) {
+      for (std::size_t g = 0; g < K; ++g) offset[j] += (j >> g & 1) << qubits[g];
+    }
+    const Index run = mask & -mask;  // the lowest qubit's stride: indices below it are contiguous
+    for (Index b = 0; b < size; b = ((b | mask | (run - 1)) + 1) & ~mask) {
+      double* ptr[1 << K];
+      for (unsigned j = 0; j < (1u << K); ++j) ptr[j] = tile + 2 * (b + offset[j]);
+      body(ptr, 2 * run);
     }
   }
-}
+};
 
-// Two matrices on qubits with strides sa, sb >= 2 amplitudes: each group of four vectors is
-// loaded once for both.
-template <class OpA, class OpB>
-void sweep_pair(double* __restrict tile, const Index size, const Index sa, const Index sb,
-                const OpA opa, const OpB opb) {
-  const Index lo = std::min(sa, sb), hi = std::max(sa, sb);
-  const Index da = 2 * sa, db = 2 * sb;  // in doubles
-  for (Index b1 = 0; b1 < size; b1 += 2 * hi) {
-    for (Index b0 = b1; b0 < b1 + hi; b0 += 2 * lo) {
-      double* __restrict p = tile + 2 * b0;
-      for (Index i = 0; i < 2 * lo; i += 4) {
-        __m256d a00 = _mm256_load_pd(p + i), a10 = _mm256_load_pd(p + i + da);
-        __m256d a01 = _mm256_load_pd(p + i + db), a11 = _mm256_load_pd(p + i + da + db);
-        opa(a00, a10);
-        opa(a01, a11);
-        opb(a00, a01);
-        opb(a10, a11);
-        _mm256_store_pd(p + i, a00);
-        _mm256_store_pd(p + i + da, a10);
-        _mm256_store_pd(p + i + db, a01);
-        _mm256_store_pd(p + i + da + db, a11);
+// 2^row_bits rows of `length` amplitudes anywhere in memory; qubit j is bit j of the row number.
+struct RowLayout {
+  Amplitude* const* rows;
+  unsigned row_bits;
+  Index length;
+
+  template <std::size_t K, class Body>
+  void for_each_run(const std::array<unsigned, K>& qubits, Body body) const {
+    Index mask = 0, offset[1 << K] = {};
+    for (std::size_t g = 0; g < K; ++g) mask |= Index{1} << qubits[g];
+    for (unsigned j = 0; j < (1u << K); ++j) {
+      for (std::size_t g = 0; g < K; ++g) offset[j] += (j >> g & 1) << qubits[g];
+    }
+    for (Index r = 0; r < (Index{1} << row_bits); r = ((r | mask) + 1) & ~mask) {
+      double* ptr[1 << K];
+      for (unsigned j = 0; j < (1u << K); ++j) {
+        ptr[j] = reinterpret_cast<double*>(rows[r + offset[j]]);
       }
+      body(ptr, 2 * length);
     }
   }
+};
+
+// A unit matrix as its unit-diagonal part and whether an X follows: [[u0, 1], [1, u1]] is
+// X·[[1, u1], [u0, 1]], and an X only renames where each result is stored.
+struct UnitPart {
+  UnitDiagonalOp op;
+  bool flip;
+  explicit UnitPart(const Matrix2& m)
+      : op(is_unit_diagonal(m) ? m : Matrix2{1, m.m11, m.m00, 1}), flip(!is_unit_diagonal(m)) {}
+};
+
+template <class Layout>
+void sweep(const Layout& layout, const QubitMatrix& g) {
+  with_op(g.matrix, [&](const auto& op) {
+    layout.for_each_run(std::array{g.qubit}, [&](double* const* p, Index count) {
+      for (Index i = 0; i < count; i += 4) {
+        __m256d a0 = _mm256_load_pd(p[0] + i), a1 = _mm256_load_pd(p[1] + i);
+        op(a0, a1);
+        _mm256_store_pd(p[0] + i, a0);
+        _mm256_store_pd(p[1] + i, a1);
+      }
+    });
+  });
 }
 
-void matrix_tile(Amplitude* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
-  const Index size = Index{1} << tile_bits;
-  if (q == 0 && is_unit_diagonal(m)) {
+// Two gates per sweep: each group of four vectors is loaded and stored once for both.
+template <class Layout>
+void sweep_pair(const Layout& layout, const QubitMatrix& a, const QubitMatrix& b) {
+  with_op(a.matrix, [&](const auto& opa) {
+    with_op(b.matrix, [&](const auto& opb) {
+      layout.for_each_run(std::array{a.qubit, b.qubit}, [&](double* const* p, Index count) {
+        for (Index i = 0; i < count; i += 4) {
+          __m256d v[4];
+          for (unsigned j = 0; j < 4; ++j) v[j] = _mm256_load_pd(p[j] + i);
+          opa(v[0], v[1]);
+          opa(v[2], v[3]);
+          opb(v[0], v[2]);
+          opb(v[1], v[3]);
+          for (unsigned j = 0; j < 4; ++j) _mm256_store_pd(p[j] + i, v[j]);
+        }
+      });
+    });
+  });
+}
+
+// Three unit gates per sweep, eight vectors per group.
+template <class Layout>
+void sweep_triple(const Layout& layout, const std::array<QubitMatrix, 3>& g) {
+  const UnitPart a(g[0].matrix), b(g[1].matrix), c(g[2].matrix);
+  const unsigned flip = a.flip | b.flip << 1 | c.flip << 2;
+  layout.for_each_run(std::array{g[0].qubit, g[1].qubit, g[2].qubit},
+                      [&](double* const* p, Index count) {
+    for (Index i = 0; i < count; i += 4) {
+      __m256d v[8];
+      for (unsigned j = 0; j < 8; ++j) v[j] = _mm256_load_pd(p[j] + i);
+      for (unsigned j = 0; j < 8; j += 2) a.op(v[j], v[j + 1]);
+      for (unsigned j : {0u, 1u, 4u, 5u}) b.op(v[j], v[j + 2]);
+      for (unsigned j = 0; j < 4; ++j) c.op(v[j], v[j + 4]);
+      for (unsigned j = 0; j < 8; ++j) _mm256_store_pd(p[j ^ flip] + i, v[j]);
+    }
+  });
+}
+
+bool is_unit(const Matrix2& m) { return is_unit_diagonal(m) || is_unit_off_diagonal(m); }
+
+// Unit gates three to a sweep, the rest two to a sweep or alone.
+template <class Layout>
+void sweep_all(const Layout& layout, std::span<const QubitMatrix> gates) {
+  std::array<QubitMatrix, 3> triple;
+  std::size_t in_triple = 0;
+  std::optional<QubitMatrix> waiting;  // a gate without a partner yet
+  auto pair_or_wait = [&](const QubitMatrix& g) {
+    if (waiting) {
+      sweep_pair(layout, *waiting, g);
+      waiting.reset();
+    } else {
+      waiting = g;
+    }
+  };
+  for (const QubitMatrix& g : gates) {
+    if (!is_unit(g.matrix)) {
+      pair_or_wait(g);
+    } else if (triple[in_triple++] = g; in_triple == 3) {
+      sweep_triple(layout, triple);
+      in_triple = 0;
+    }
+  }
+  for (std::size_t j = 0; j < in_triple; ++j) pair_or_wait(triple[j]);
+  if (waiting) sweep(layout, *waiting);
+}
+
+// Qubit 0 pairs the two amplitudes inside one vector.
+void qubit0_tile(Amplitude* tile, Index size, const Matrix2& m) {
+  if (is_unit_diagonal(m)) {
     // (a0, a1) + (i·m01·a1, i·m10·a0): reversing the four doubles swaps both the halves and
     // re/im, so one permute and one multiply-add per pair.
     const __m256d k = _mm256_setr_pd(-m.m01.imag(), m.m01.imag(), -m.m10.imag(), m.m10.imag());
@@ -204,99 +301,37 @@ void matrix_tile(Amplitude* tile, unsigned tile_bits, unsigned q, const Matrix2&
     }
     return;
   }
-  if (q == 0) {
-    // Each vector holds one pair (a0, a1): out = (m00, m11)·v + (m01, m10)·swap_halves(v).
-    const Split diag(m.m00, m.m11), off(m.m01, m.m10);
-    for (Index i = 0; i < size; i += 2) {
-      const __m256d v = load(tile + i);
-      store(tile + i, combine(diag, v, off, _mm256_permute2f128_pd(v, v, 1)));
-    }
-    return;
-  }
-  double* t = reinterpret_cast<double*>(tile);
-  with_op(m, [=](const auto& op) { sweep(t, size, Index{1} << q, op); });
-}
-
-void matrix_pair_tile(Amplitude* tile, unsigned tile_bits, const QubitMatrix& a,
-                      const QubitMatrix& b) {
-  double* t = reinterpret_cast<double*>(tile);
-  const Index size = Index{1} << tile_bits, sa = Index{1} << a.qubit, sb = Index{1} << b.qubit;
-  with_op(a.matrix, [=](const auto& opa) {
-    with_op(b.matrix, [=](const auto& opb) { sweep_pair(t, size, sa, sb, opa, opb); });
-  });
-}
-
-// A unit matrix as its unit-diagonal part and whether an X follows: [[u0, 1], [1, u1]] is
-// X·[[1, u1], [u0, 1]], and an X only renames which address each result is stored to.
-struct UnitPart {
-  UnitDiagonalOp op;
-  bool flip;
-  explicit UnitPart(const Matrix2& m)
-      : op(is_unit_diagonal(m) ? m : Matrix2{1, m.m11, m.m00, 1}), flip(!is_unit_diagonal(m)) {}
-};
-
-// Three unit matrices on qubits 1 <= qa < qb < qc: each group of eight vectors (the pairs of
-// all three qubits) is loaded and stored once.
-void sweep_triple(double* __restrict tile, const Index size, const std::array<QubitMatrix, 3>& g) {
-  const UnitPart a(g[0].matrix), b(g[1].matrix), c(g[2].matrix);
-  const Index sa = Index{1} << g[0].qubit, sb = Index{1} << g[1].qubit,
-              sc = Index{1} << g[2].qubit;
-  const unsigned flip = a.flip | b.flip << 1 | c.flip << 2;
-  Index load_at[8], store_at[8];  // in doubles; vector j has bit 0, 1, 2 set for qa, qb, qc
-  for (unsigned j = 0; j < 8; ++j) {
-    load_at[j] = 2 * ((j & 1 ? sa : 0) + (j & 2 ? sb : 0) + (j & 4 ? sc : 0));
-  }
-  for (unsigned j = 0; j < 8; ++j) store_at[j] = load_at[j ^ flip];
-  for (Index b2 = 0; b2 < size; b2 += 2 * sc) {
-    for (Index b1 = b2; b1 < b2 + sc; b1 += 2 * sb) {
-      for (Index b0 = b1; b0 < b1 + sb; b0 += 2 * sa) {
-        double* __restrict p = tile + 2 * b0;
-        for (Index i = 0; i < 2 * sa; i += 4) {
-          __m256d v[8];
-          for (unsigned j = 0; j < 8; ++j) v[j] = _mm256_load_pd(p + i + load_at[j]);
-          for (unsigned j = 0; j < 8; j += 2) a.op(v[j], v[j + 1]);
-          for (unsigned j : {0u, 1u, 4u, 5u}) b.op(v[j], v[j + 2]);
-          for (unsigned j = 0; j < 4; ++j) c.op(v[j], v[j + 4]);
-          for (unsigned j = 0; j < 8; ++j) _mm256_store_pd(p + i + store_at[j], v[j]);
-        }
-      }
-    }
+  // out = (m00, m11)·v + (m01, m10)·swap_halves(v).
+  const Split diag(m.m00, m.m11), off(m.m01, m.m10);
+  for (Index i = 0; i < size; i += 2) {
+    const __m256d v = load(tile + i);
+    store(tile + i, combine(diag, v, off, _mm256_permute2f128_pd(v, v, 1)));
   }
 }
 
-bool is_unit(const Matrix2& m) { return is_unit_diagonal(m) || is_unit_off_diagonal(m); }
+void matrix_tile(Amplitude* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
+  const Index size = Index{1} << tile_bits;
+  if (q == 0) return qubit0_tile(tile, size, m);
+  sweep(TileLayout{reinterpret_cast<double*>(tile), size}, QubitMatrix{q, m});
+}
 
-// Unit gates on qubits >= 1 three to a sweep; the rest (qubit 0 pairs amplitudes inside a
-// vector; other shapes) two to a sweep or alone.
 void matrices_tile(Amplitude* tile, unsigned tile_bits, std::span<const QubitMatrix> gates) {
-  std::array<QubitMatrix, 3> triple;
-  std::size_t in_triple = 0;
-  const QubitMatrix* waiting = nullptr;  // a gate without a partner yet
-  auto take_pair_or_wait = [&](const QubitMatrix& g) {
-    if (waiting == nullptr) {
-      waiting = &g;
-    } else {
-      matrix_pair_tile(tile, tile_bits, *waiting, g);
-      waiting = nullptr;
-    }
-  };
+  const Index size = Index{1} << tile_bits;
+  std::array<QubitMatrix, 64> rest;
+  std::size_t count = 0;
   for (const QubitMatrix& g : gates) {
     if (g.qubit == 0) {
-      matrix_tile(tile, tile_bits, 0, g.matrix);
-    } else if (is_unit(g.matrix)) {
-      triple[in_triple++] = g;
-      if (in_triple == 3) {
-        std::sort(triple.begin(), triple.end(),
-                  [](const QubitMatrix& x, const QubitMatrix& y) { return x.qubit < y.qubit; });
-        sweep_triple(reinterpret_cast<double*>(tile), Index{1} << tile_bits, triple);
-        in_triple = 0;
-      }
+      qubit0_tile(tile, size, g.matrix);
     } else {
-      take_pair_or_wait(g);
+      rest[count++] = g;
     }
   }
-  for (std::size_t j = 0; j < in_triple; ++j) take_pair_or_wait(triple[j]);
-  if (waiting != nullptr) matrix_tile(tile, tile_bits, waiting->qubit, waiting->matrix);
+  sweep_all(TileLayout{reinterpret_cast<double*>(tile), size}, {rest.data(), count});
+}
+
+void matrices_rows(Amplitude* const* rows, unsigned row_bits, Index length,
+                   std::span<const QubitMatrix> gates) {
+  sweep_all(RowLayout{rows, row_bits, length}, gates);
 }
 
 // Single precision: one __m256 holds four amplitudes (re0, im0, ..., re3, im3).
@@ -396,11 +431,11 @@ void matrices_tile(Value* tile, unsigned tile_bits, std::span<const QubitMatrix>
 #pragma GCC pop_options
 
 const KernelSet kAvx2{"avx2", &phase_table<std::uint8_t>, &phase_table<std::uint16_t>,
-                      &matrix_tile, &matrices_tile};
+                      &matrix_tile, &matrices_tile, &matrices_rows};
 
 const KernelSet32 kAvx2Single{"avx2", &f32::phase_table<std::uint8_t>,
                               &f32::phase_table<std::uint16_t>, &f32::matrix_tile,
-                              &f32::matrices_tile};
+                              &f32::matrices_tile, &scalar_matrices_rows<float>};
 
 bool cpu_has_avx2() {
   __builtin_cpu_init();

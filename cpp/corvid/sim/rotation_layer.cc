@@ -63,34 +63,37 @@ void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix
 }
 
 // `group`: ascending qubits, all >= tile_bits, at most tile_bits − min_chunk_bits of them.
+// A tile here is 2^m rows of 2^c contiguous amplitudes (m + c = tile_bits) at the strides of
+// the m qubits, worked on in place: row bits below the L1 block are applied per block of rows.
 template <class Real>
 void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> group,
                 const BasicKernelSet<Real>& k, const LayerTiling& tiling) {
+  using V = std::complex<Real>;
   const unsigned bits = tiling.tile_bits;
   const auto m = static_cast<unsigned>(group.size());
   const unsigned c = bits - m;
-  const Index chunk = Index{1} << c;
   std::vector<unsigned> fixed;  // bit positions a tile does not enumerate: [0, c) and the group
   std::vector<Index> offsets(Index{1} << m, 0);
-  std::vector<QubitMatrix> local;  // the group's qubits as tile-local qubits c, c+1, ...
+  std::vector<QubitMatrix> local;  // the group's qubits as row bits 0, 1, ...
   for (unsigned b = 0; b < c; ++b) fixed.push_back(b);
   for (unsigned j = 0; j < m; ++j) {
     fixed.push_back(group[j].qubit);
-    local.push_back({c + j, group[j].matrix});
+    local.push_back({j, group[j].matrix});
     for (Index s = 0; s < offsets.size(); ++s) {
       if ((s >> j) & 1) offsets[s] |= Index{1} << group[j].qubit;
     }
   }
-  for_each_tile<std::complex<Real>>(Index{1} << (n - bits), Index{1} << n, Index{1} << bits,
-                                    [&](Index t, std::complex<Real>* tile) {
+  const unsigned block = std::min(m, tiling.inner_bits > c ? tiling.inner_bits - c : 0);
+  const auto split = local.begin() + block;
+  for_each_tile<V*>(Index{1} << (n - bits), Index{1} << n, Index{1} << m, [&](Index t, V** rows) {
     const Index base = insert_zeros(t, fixed);
-    for (Index s = 0; s < offsets.size(); ++s) {
-      std::copy_n(amps + base + offsets[s], chunk, tile + s * chunk);
+    for (Index s = 0; s < offsets.size(); ++s) rows[s] = amps + base + offsets[s];
+    if (split != local.begin()) {
+      for (Index r = 0; r < offsets.size(); r += Index{1} << block) {
+        k.matrices_rows(rows + r, block, Index{1} << c, {local.begin(), split});
+      }
     }
-    apply_to_tile(tile, bits, local, k, tiling);
-    for (Index s = 0; s < offsets.size(); ++s) {
-      std::copy_n(tile + s * chunk, chunk, amps + base + offsets[s]);
-    }
+    if (split != local.end()) k.matrices_rows(rows, m, Index{1} << c, {split, local.end()});
   });
 }
 
