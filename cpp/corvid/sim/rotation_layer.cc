@@ -62,16 +62,17 @@ void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix
   });
 }
 
-// `group`: ascending qubits, all >= tile_bits, at most tile_bits − min_chunk_bits of them.
-// A tile here is 2^m rows of 2^c contiguous amplitudes (m + c = tile_bits) at the strides of
-// the m qubits, worked on in place: row bits below the L1 block are applied per block of rows.
+// `group`: ascending qubits, all >= tile_bits, at most high_tile_bits − min_row_bits of them.
+// A tile here is 2^m rows of 2^c contiguous amplitudes (m + c = high_tile_bits, or fewer when
+// the state is smaller) at the strides of the m qubits, worked on in place: row bits below the
+// L1 block are applied per block of rows.
 template <class Real>
 void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> group,
                 const BasicKernelSet<Real>& k, const LayerTiling& tiling) {
   using V = std::complex<Real>;
-  const unsigned bits = tiling.tile_bits;
   const auto m = static_cast<unsigned>(group.size());
-  const unsigned c = bits - m;
+  const unsigned bits = std::min(n, tiling.high_tile_bits);
+  const unsigned c = std::min(bits - m, group.front().qubit);  // rows end below the group
   std::vector<unsigned> fixed;  // bit positions a tile does not enumerate: [0, c) and the group
   std::vector<Index> offsets(Index{1} << m, 0);
   std::vector<QubitMatrix> local;  // the group's qubits as row bits 0, 1, ...
@@ -85,7 +86,7 @@ void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatri
   }
   const unsigned block = std::min(m, tiling.inner_bits > c ? tiling.inner_bits - c : 0);
   const auto split = local.begin() + block;
-  for_each_tile<V*>(Index{1} << (n - bits), Index{1} << n, Index{1} << m, [&](Index t, V** rows) {
+  for_each_tile<V*>(Index{1} << (n - m - c), Index{1} << n, Index{1} << m, [&](Index t, V** rows) {
     const Index base = insert_zeros(t, fixed);
     for (Index s = 0; s < offsets.size(); ++s) rows[s] = amps + base + offsets[s];
     if (split != local.begin()) {
@@ -132,7 +133,7 @@ void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const 
   } else if (before != nullptr) {
     before->apply_all(amps, n);
   }
-  const std::ptrdiff_t group = tiling.tile_bits - tiling.min_chunk_bits;
+  const std::ptrdiff_t group = tiling.high_tile_bits - tiling.min_row_bits;
   for (auto it = split; it != sorted.end();) {
     const auto end = it + std::min(group, sorted.end() - it);
     apply_high(amps, n, with_scales_folded({it, end}), kernels, tiling);

@@ -78,9 +78,11 @@ TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
 
 INSTANTIATE_TEST_SUITE_P(
     Tilings, Layers,
-    ::testing::Values(Case{1, {}}, Case{6, {}}, Case{15, {}},   // production tiling
-                      Case{11, {4, 2, 1}},                       // 7 high qubits: 3 groups of ≤ 3
-                      Case{12, {5, 3, 2}}, Case{9, {3, 3, 1}}));
+    ::testing::Values(Case{1, {}}, Case{6, {}}, Case{15, {}}, Case{17, {}},  // production tiling
+                      Case{11, {4, 2, 4, 1}},  // 7 high qubits: 3 groups of <= 3, rows of 2
+                      Case{12, {5, 3, 5, 2}}, Case{9, {3, 3, 3, 1}},
+                      Case{12, {4, 2, 7, 2}},  // high tiles larger than low ones: long rows
+                      Case{10, {3, 1, 9, 4}}));  // rows longer than the low tile
 
 TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
   std::mt19937_64 rng(8);
@@ -88,7 +90,7 @@ TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
   std::vector<PhaseTerm> terms = {{0b11, 1.0}, {0b1100000000, 1.0}, {0b101, 2.0}};
   const DiagonalOp op{std::make_shared<const DiagonalValues>(n, terms), 0.37, 0.1};
   const DiagonalPass pass(op);
-  const LayerTiling tiling{4, 2, 1};
+  const LayerTiling tiling{4, 2, 4, 1};
   for (bool with_low : {true, false}) {
     std::vector<QubitMatrix> layer = {{8, matrix_of(Gate(GateKind::RX, {8}, 0.3))}};
     if (with_low) layer.push_back({1, matrix_of(Gate(GateKind::RY, {1}, 0.9))});
