@@ -35,30 +35,25 @@ void for_each_tile(Index tiles, Index work, Index scratch_size, Body body) {
   }
 }
 
-// `local`: ascending tile-local qubits. Those below kInnerBits are applied per L1-sized
-// sub-tile, so that their sweeps stay in L1; the rest sweep the whole (L2-resident) tile.
-template <class Real>
-void apply_to_tile(std::complex<Real>* tile, unsigned bits, std::span<const QubitMatrix> local,
-                   const BasicKernelSet<Real>& k, const LayerTiling& tiling) {
-  const unsigned inner = std::min(bits, tiling.inner_bits);
-  const auto split = std::partition_point(local.begin(), local.end(),
-                                          [&](const QubitMatrix& g) { return g.qubit < inner; });
-  if (split != local.begin()) {
-    for (Index sub = 0; sub < (Index{1} << (bits - inner)); ++sub) {
-      k.matrices_tile(tile + (sub << inner), inner, {local.begin(), split});
-    }
-  }
-  if (split != local.end()) k.matrices_tile(tile, bits, {split, local.end()});
-}
-
+// `low`: ascending qubits below tile_bits. Per contiguous tile, those below inner_bits are
+// applied per L1-sized sub-tile, preceded there by the diagonal `before` (so that reading the
+// tile from memory overlaps the sweeps), then the rest sweep the whole (L2-resident) tile.
 template <class Real>
 void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> low,
                const BasicKernelSet<Real>& k, const BasicDiagonalPass<Real>* before,
                const LayerTiling& tiling) {
   const unsigned bits = std::min(n, tiling.tile_bits);
+  const unsigned inner = std::min(bits, tiling.inner_bits);
+  const auto split = std::partition_point(low.begin(), low.end(),
+                                          [&](const QubitMatrix& g) { return g.qubit < inner; });
+  const Index sub_size = Index{1} << (split != low.begin() ? inner : bits);
   for_each_tile<std::complex<Real>>(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, auto*) {
-    if (before != nullptr) before->apply(amps, t << bits, Index{1} << bits);
-    apply_to_tile(amps + (t << bits), bits, low, k, tiling);
+    const Index begin = t << bits;
+    for (Index sub = begin; sub < begin + (Index{1} << bits); sub += sub_size) {
+      if (before != nullptr) before->apply(amps, sub, sub_size);
+      if (split != low.begin()) k.matrices_tile(amps + sub, inner, {low.begin(), split});
+    }
+    if (split != low.end()) k.matrices_tile(amps + begin, bits, {split, low.end()});
   });
 }
 
