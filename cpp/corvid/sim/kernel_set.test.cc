@@ -66,24 +66,48 @@ TEST_P(Variants, MatrixTileOnEveryQubitAndShape) {
 }
 
 // Random subsets of qubits in random order with random shapes, so that every grouping (three
-// unit gates to a sweep, pairs, leftovers, qubit 0) meets every other.
-TEST_P(Variants, MatricesTileEqualsOneSweepPerGate) {
+// unit gates to a sweep, pairs, leftovers, qubits inside one vector) meets every other; on a
+// contiguous tile and on rows, the rows' qubit j being tile qubit j + log2(row length).
+template <class Real>
+void expect_gate_lists_match_one_sweep_per_gate(const BasicKernelSet<Real>& set,
+                                                const BasicKernelSet<Real>& reference, double tol) {
+  using V = std::complex<Real>;
   std::mt19937_64 rng(2);
+  std::normal_distribution<Real> x;
   for (int trial = 0; trial < 60; ++trial) {
-    std::vector<QubitMatrix> gates;
+    const unsigned row_shift = 1 + trial % 4;  // rows of 2, 4, 8, 16 amplitudes
+    std::vector<QubitMatrix> gates, row_gates;
     for (unsigned q = 0; q < kBits; ++q) {
       if (rng() % 3 == 0) continue;
       // Mostly unit shapes (the mixers' case), some of every other shape.
       const int shape = rng() % 2 ? 2 + static_cast<int>(rng() % 2) : static_cast<int>(rng() % kShapes);
       gates.push_back({q, random_matrix(rng, shape)});
+      if (q >= row_shift) row_gates.push_back({q - row_shift, gates.back().matrix});
     }
     std::shuffle(gates.begin(), gates.end(), rng);
-    auto want = random_tile(rng);
-    auto got = copy(want);
-    for (const QubitMatrix& g : gates) scalar_kernel_set().matrix_tile(want.data(), kBits, g.qubit, g.matrix);
-    GetParam()->matrices_tile(got.data(), kBits, gates);
-    expect_equal(got, want);
+    AlignedBuffer<V> want(std::size_t{1} << kBits), got(want.size()), rows_got(want.size());
+    for (V& a : want) a = {x(rng), x(rng)};
+    std::copy(want.begin(), want.end(), got.begin());
+    std::copy(want.begin(), want.end(), rows_got.begin());
+    std::vector<V> rows_want(want.begin(), want.end());
+    for (const QubitMatrix& g : gates) reference.matrix_tile(want.data(), kBits, g.qubit, g.matrix);
+    set.matrices_tile(got.data(), kBits, gates);
+    for (const QubitMatrix& g : row_gates) {
+      reference.matrix_tile(rows_want.data(), kBits, g.qubit + row_shift, g.matrix);
+    }
+    std::vector<V*> rows;
+    for (std::size_t r = 0; r < (want.size() >> row_shift); ++r) rows.push_back(rows_got.data() + (r << row_shift));
+    set.matrices_rows(rows.data(), kBits - row_shift, std::uint64_t{1} << row_shift, row_gates);
+    for (std::size_t i = 0; i < want.size(); ++i) {
+      ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, tol * (1 + std::abs(want[i]))) << "tile " << i;
+      ASSERT_NEAR(std::abs(rows_got[i] - rows_want[i]), 0.0, tol * (1 + std::abs(rows_want[i])))
+          << "rows " << i;
+    }
   }
+}
+
+TEST_P(Variants, GateListsEqualOneSweepPerGate) {
+  expect_gate_lists_match_one_sweep_per_gate(*GetParam(), scalar_kernel_set(), kTol);
 }
 
 TEST_P(Variants, PhaseTablesOfBothIndexWidths) {
@@ -167,6 +191,10 @@ TEST_P(Variants32, MatrixTilesAndPhaseTables) {
     GetParam()->phase_table8(got.data(), index.data(), table.data(), count);
     expect_close(got, want);
   }
+}
+
+TEST_P(Variants32, GateListsEqualOneSweepPerGate) {
+  expect_gate_lists_match_one_sweep_per_gate(*GetParam(), scalar_kernel_set32(), 1e-5);
 }
 
 INSTANTIATE_TEST_SUITE_P(Available, Variants32,
