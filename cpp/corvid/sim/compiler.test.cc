@@ -176,6 +176,22 @@ TEST(Compiler, NewGammaReusesTheCachedDiagonal) {
   EXPECT_NEAR(d2.scale / d1.scale, -1.9 / 0.3, 1e-12);
 }
 
+// Diagonal runs whose angles span the double range (a subnormal first angle, all zeros) stay
+// finite: the cache key divides by the largest angle.
+TEST(Compiler, DiagonalsWithExtremeAngleRatiosMatch) {
+  Circuit tiny_first, zeros, huge;
+  tiny_first << Gate(GateKind::RZ, {0}, 2.2e-311) << Gate(GateKind::Z, {2});
+  zeros << Gate(GateKind::RZ, {0}, 0.0) << Gate(GateKind::RZ, {1}, 0.0);
+  huge << Gate(GateKind::RZ, {1}, 1e-300) << Gate(GateKind::RZ, {0}, 3.0)
+       << Gate(GateKind::CZ, {0, 1});
+  for (const Circuit* c : {&tiny_first, &zeros, &huge}) {
+    Circuit from_plus;
+    for (std::uint32_t q = 0; q < 3; ++q) from_plus << Gate(GateKind::H, {q});
+    for (const Gate& g : c->gates()) from_plus << g;
+    expect_compiled_matches_plain(from_plus, 3, "extreme angles");
+  }
+}
+
 TEST(Compiler, LeavesShortRunsAndNonCancellingCnotsToThePlainPath) {
   const Gate cnot(GateKind::CNOT, {0, 1}), rz(GateKind::RZ, {1}, 0.5), h(GateKind::H, {0});
   // CNOT·RZ·CNOT is diagonal; the CNOT after it stays, and so does the lone H.

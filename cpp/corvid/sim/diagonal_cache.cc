@@ -63,10 +63,17 @@ std::shared_ptr<const DiagonalValues> compute(unsigned n, const std::vector<Phas
 }  // namespace
 
 ScaledDiagonal cached_diagonal(const PhasePolynomial& polynomial, unsigned num_qubits) {
-  const double scale = polynomial.terms.at(0).angle;
+  // Angles relative to the largest, so that no ratio overflows (a tiny first angle would make
+  // the others infinite); a new gamma scales them all and keeps the same key.
   std::vector<PhaseTerm> unit = polynomial.terms;
-  for (PhaseTerm& t : unit) t.angle /= scale;
-  unit[0].angle = 1.0;
+  const auto largest = std::max_element(unit.begin(), unit.end(), [](const auto& a, const auto& b) {
+    return std::abs(a.angle) < std::abs(b.angle);
+  });
+  const double scale = largest->angle;
+  if (scale != 0) {
+    for (PhaseTerm& t : unit) t.angle /= scale;
+  }
+  largest->angle = 1.0;
 
   Store& s = store();
   {
