@@ -180,7 +180,7 @@ TEST(Compiler, NewGammaReusesTheCachedDiagonal) {
 // finite: the cache key divides by the largest angle.
 TEST(Compiler, DiagonalsWithExtremeAngleRatiosMatch) {
   Circuit tiny_first, zeros, huge;
-  tiny_first << Gate(GateKind::RZ, {0}, 2.2e-311) << Gate(GateKind::Z, {2});
+  tiny_first << Gate(GateKind::Z, {2}) << Gate(GateKind::RZ, {0}, 2.225073858507e-311);
   zeros << Gate(GateKind::RZ, {0}, 0.0) << Gate(GateKind::RZ, {1}, 0.0);
   huge << Gate(GateKind::RZ, {1}, 1e-300) << Gate(GateKind::RZ, {0}, 3.0)
        << Gate(GateKind::CZ, {0, 1});
@@ -188,7 +188,8 @@ TEST(Compiler, DiagonalsWithExtremeAngleRatiosMatch) {
     Circuit from_plus;
     for (std::uint32_t q = 0; q < 3; ++q) from_plus << Gate(GateKind::H, {q});
     for (const Gate& g : c->gates()) from_plus << g;
-    expect_compiled_matches_plain(from_plus, 3, "extreme angles");
+    expect_compiled_matches_plain(*c, 3, "extreme angles from |0>");
+    expect_compiled_matches_plain(from_plus, 3, "extreme angles from |+>");
   }
 }
 
