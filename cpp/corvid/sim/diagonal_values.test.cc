@@ -77,7 +77,7 @@ TEST(DiagonalCache, ScaledAnglesShareOneEntryOtherStructuresDoNot) {
   const ScaledDiagonal a = cached_diagonal(scaled(0.3), 3);
   const ScaledDiagonal b = cached_diagonal(scaled(-2.1), 3);
   EXPECT_EQ(a.values, b.values);
-  EXPECT_DOUBLE_EQ(b.scale, 0.5 * -2.1);
+  EXPECT_DOUBLE_EQ(b.scale, 1.5 * -2.1);  // the largest angle
   for (std::uint64_t x = 0; x < 8; ++x) {
     EXPECT_NEAR(b.scale * b.values->at(x), direct(scaled(-2.1).terms, x), 1e-14);
   }
