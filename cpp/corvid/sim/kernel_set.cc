@@ -21,19 +21,24 @@ void phase_table(std::complex<Real>* amps, const T* index, const std::complex<Re
   for (Index i = 0; i < count; ++i) amps[i] = mul(amps[i], table[index[i]]);
 }
 
+// `m` on the pairs (p0[i], p1[i]), i < count.
 template <class Real>
-void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q, const Matrix2& md) {
+void apply_to_pairs(const Matrix2& m, std::complex<Real>* p0, std::complex<Real>* p1, Index count) {
   using V = std::complex<Real>;
-  const V m00(md.m00), m01(md.m01), m10(md.m10), m11(md.m11);
+  const V m00(m.m00), m01(m.m01), m10(m.m10), m11(m.m11);
+  for (Index i = 0; i < count; ++i) {
+    const V a0 = p0[i], a1 = p1[i];
+    p0[i] = mul(m00, a0) + mul(m01, a1);
+    p1[i] = mul(m10, a0) + mul(m11, a1);
+  }
+}
+
+template <class Real>
+void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
   const Index size = Index{1} << tile_bits;
   const Index stride = Index{1} << q;
   for (Index base = 0; base < size; base += 2 * stride) {
-    for (Index i = base; i < base + stride; ++i) {
-      const V a0 = tile[i];
-      const V a1 = tile[i + stride];
-      tile[i] = mul(m00, a0) + mul(m01, a1);
-      tile[i + stride] = mul(m10, a0) + mul(m11, a1);
-    }
+    apply_to_pairs(m, tile + base, tile + base + stride, stride);
   }
 }
 
@@ -47,19 +52,10 @@ void matrices_tile(std::complex<Real>* tile, unsigned tile_bits, std::span<const
 template <class Real>
 void scalar_matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, Index length,
                           std::span<const QubitMatrix> gates) {
-  using V = std::complex<Real>;
   for (const QubitMatrix& g : gates) {
-    const V m00(g.matrix.m00), m01(g.matrix.m01), m10(g.matrix.m10), m11(g.matrix.m11);
     const Index bit = Index{1} << g.qubit;
     for (Index r = 0; r < (Index{1} << row_bits); ++r) {
-      if (r & bit) continue;
-      V* p0 = rows[r];
-      V* p1 = rows[r | bit];
-      for (Index i = 0; i < length; ++i) {
-        const V a0 = p0[i], a1 = p1[i];
-        p0[i] = mul(m00, a0) + mul(m01, a1);
-        p1[i] = mul(m10, a0) + mul(m11, a1);
-      }
+      if (!(r & bit)) apply_to_pairs(g.matrix, rows[r], rows[r | bit], length);
     }
   }
 }

@@ -316,11 +316,10 @@ void sweep_all(const Layout& layout, std::span<const QubitMatrix> gates) {
 
 // Double qubit 0 pairs the two amplitudes inside one vector.
 void qubit0_tile(Amplitude* tile, Index size, const Matrix2& m) {
-  const Simd<double>::V k = _mm256_setr_pd(-m.m01.imag(), m.m01.imag(), -m.m10.imag(),
-                                           m.m10.imag());
   if (is_unit_diagonal(m)) {
     // (a0, a1) + (i·m01·a1, i·m10·a0): reversing the four doubles swaps both the halves and
     // re/im, so one permute and one multiply-add per pair.
+    const __m256d k = _mm256_setr_pd(-m.m01.imag(), m.m01.imag(), -m.m10.imag(), m.m10.imag());
     for (Index i = 0; i < size; i += 2) {
       const __m256d v = load(tile + i);
       store(tile + i, _mm256_fmadd_pd(k, _mm256_permute4x64_pd(v, 0x1B), v));
