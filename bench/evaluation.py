@@ -8,6 +8,13 @@ building, compilation); then peak memory of the row's own process, the achieved 
 the ratio to the floor: 2p + 1 read-and-write passes over the state at the copy bandwidth
 measured in the same run (achieved GB/s = the floor's bytes / the time per evaluation).
 
+Where the peer library QOKit is installed (`make bench-peers`), each double-precision row also
+times its fastest CPU simulator on the same graph and angles, handed the 2^n cost vector
+ready-made (so its time is simulation and expectation only, ours a whole `_loss_function` call),
+and stops if the two energies differ by more than 1e-9. Angle conventions: our layer is
+exp(+i b sum X) exp(-i g C); the peer's applies exp(-i b' X) per qubit after exp(-i g' C / 2), so
+g' = 2 g and b' = -b.
+
 Run: PYTHONPATH=python:build/dev/python python bench/evaluation.py [--sizes 16 20 24] [--layers 1 4]
      [--precision single] [--plain]
 """
@@ -18,6 +25,7 @@ import statistics
 import subprocess
 import sys
 import time
+import warnings
 
 import numpy as np
 
@@ -26,6 +34,34 @@ from common import (machine_line, maxcut_polynomial, median_seconds,  # noqa: E4
                     peak_rss_bytes, random_regular_graph)
 
 PARTS = ("init", "layers", "probabilities", "loss", "rest")
+PEER_AGREEMENT = 1e-9
+
+
+def load_peer():
+    """QOKit's fastest CPU simulator as (name, class), or None where it is not installed."""
+    warnings.simplefilter("ignore")  # the peer's optional GPU stack warns on import
+    try:
+        from qokit.fur import choose_simulator, get_available_simulator_names
+    except ImportError:
+        return None
+    name = next(s for s in get_available_simulator_names("x") if s in ("c", "python"))
+    return name, choose_simulator(name)
+
+
+def peer_seconds(simulator, energies, paras, p, repeats):
+    """The peer's time per evaluation and its energy; one timed call when a call takes >5 s."""
+    sim = simulator(len(energies).bit_length() - 1, costs=np.asarray(energies, dtype=float))
+    gammas, betas = 2 * paras[:p], -paras[p:]
+
+    def evaluate():
+        return sim.get_expectation(sim.simulate_qaoa(gammas, betas))
+
+    start = time.perf_counter()
+    value = evaluate()
+    seconds = time.perf_counter() - start
+    if seconds < 5:
+        seconds = median_seconds(evaluate, repeats, warmup=0)
+    return seconds, float(value)
 
 
 def measure_row(n, p, repeats, precision, plain):
@@ -63,6 +99,12 @@ def measure_row(n, p, repeats, precision, plain):
     out["rest"] = max(0.0, out["seconds"] - sum(out[k] for k in PARTS[:-1]))
     out["peak"] = peak_rss_bytes()
     out["value"] = float(solver._loss_function(paras))
+    peer = load_peer() if precision == "double" else None
+    if peer is not None:
+        out["peer"], peer_value = peer_seconds(peer[1], energies, paras, p, repeats)
+        if abs(peer_value - out["value"]) > PEER_AGREEMENT:
+            sys.exit(f"energies disagree at n={n}, p={p}: ours {out['value']!r}, "
+                     f"peer {peer_value!r}")
     return out
 
 
@@ -87,10 +129,15 @@ def main():
           f"{', fusion off' if args.plain else ''}; {machine_line()}, "
           f"{corvid.get_num_threads()} threads, {corvid.kernel_set()} kernels, "
           f"copy bandwidth {bandwidth / 1e9:.1f} GB/s")
+    peer = load_peer() if args.precision == "double" else None
+    if peer is not None:
+        print(f"# peer: QOKit '{peer[0]}' simulator, same graphs and angles, energies agree "
+              f"to {PEER_AGREEMENT:g}")
+    peer_head, peer_rule = (" peer ms | peer / ours |", "--------:|------------:|") if peer else ("", "")
     print("|  n | p | ms / eval |  init | phase+mixer | probs |  loss |  rest | peak MiB "
-          "| peak / state |  GB/s | floor ms | x floor |")
+          "| peak / state |  GB/s | floor ms | x floor |" + peer_head)
     print("|---:|--:|----------:|------:|------------:|------:|------:|------:|---------:"
-          "|-------------:|------:|---------:|--------:|")
+          "|-------------:|------:|---------:|--------:|" + peer_rule)
     for n in args.sizes:
         for p in args.layers:
             cmd = [sys.executable, __file__, "--row", str(n), str(p), "--repeats",
@@ -105,7 +152,9 @@ def main():
                   f"| {ms['layers']:11.1f} | {ms['probabilities']:5.1f} | {ms['loss']:5.1f} "
                   f"| {ms['rest']:5.1f} | {row['peak'] / 2**20:8.0f} | {row['peak'] / state:12.2f} "
                   f"| {floor_bytes / row['seconds'] / 1e9:5.1f} | {floor * 1e3:8.1f} "
-                  f"| {row['seconds'] / floor:7.1f} |", flush=True)
+                  f"| {row['seconds'] / floor:7.1f} |"
+                  + (f" {row['peer'] * 1e3:7.1f} | {row['peer'] / row['seconds']:11.1f} |"
+                     if "peer" in row else ""), flush=True)
 
 
 if __name__ == "__main__":
