@@ -314,41 +314,82 @@ void sweep_all(const Layout& layout, std::span<const QubitMatrix> gates) {
   if (waiting) sweep<Real>(layout, *waiting);
 }
 
-// Double qubit 0 pairs the two amplitudes inside one vector.
-void qubit0_tile(Amplitude* tile, Index size, const Matrix2& m) {
+// Qubits below a vector's width pair amplitudes inside one vector: double qubit 0, float qubits
+// 0 and 1. Shuffle<Real, Q> brings each amplitude's partner under it (partner), or the partner
+// with re and im swapped (partner_swapped), in one shuffle each.
+template <class Real, unsigned Q>
+struct Shuffle;
+
+template <>
+struct Shuffle<double, 0> {
+  static __m256d partner(__m256d v) { return _mm256_permute4x64_pd(v, 0x4E); }
+  static __m256d partner_swapped(__m256d v) { return _mm256_permute4x64_pd(v, 0x1B); }
+};
+
+template <>
+struct Shuffle<float, 0> {
+  static __m256 partner(__m256 v) { return _mm256_permute_ps(v, 0x4E); }
+  static __m256 partner_swapped(__m256 v) { return _mm256_permute_ps(v, 0x1B); }
+};
+
+template <>
+struct Shuffle<float, 1> {
+  static __m256 partner(__m256 v) {
+    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(v), 0x4E));
+  }
+  static __m256 partner_swapped(__m256 v) {
+    return _mm256_permutevar8x32_ps(v, _mm256_setr_epi32(5, 4, 7, 6, 1, 0, 3, 2));
+  }
+};
+
+// A vector whose real (im = false) and imaginary slots hold value(bit, im), where bit is the
+// slot's amplitude's bit Q.
+template <class Real, unsigned Q, class F>
+typename Simd<Real>::V per_slot(F value) {
+  alignas(32) Real slots[2 * Simd<Real>::kAmps];
+  for (unsigned k = 0; k < 2 * Simd<Real>::kAmps; ++k) slots[k] = Real(value(k / 2 >> Q & 1, k & 1));
+  return Simd<Real>::load(slots);
+}
+
+template <class Real, unsigned Q>
+void in_vector(Real* p, Index reals, const Matrix2& m) {
+  using S = Simd<Real>;
+  using X = Shuffle<Real, Q>;
   if (is_unit_diagonal(m)) {
-    // (a0, a1) + (i·m01·a1, i·m10·a0): reversing the four doubles swaps both the halves and
-    // re/im, so one permute and one multiply-add per pair.
-    const __m256d k = _mm256_setr_pd(-m.m01.imag(), m.m01.imag(), -m.m10.imag(), m.m10.imag());
-    for (Index i = 0; i < size; i += 2) {
-      const __m256d v = load(tile + i);
-      store(tile + i, _mm256_fmadd_pd(k, _mm256_permute4x64_pd(v, 0x1B), v));
+    // v + (i·m01·a1, i·m10·a0): one shuffle and one multiply-add per vector.
+    const auto k = per_slot<Real, Q>([&](unsigned bit, bool im) {
+      const double x = bit ? m.m10.imag() : m.m01.imag();
+      return im ? x : -x;
+    });
+    for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+      const auto v = S::load(p + i);
+      S::store(p + i, S::fmadd(k, X::partner_swapped(v), v));
     }
     return;
   }
-  // out = (m00, m11)·v + (m01, m10)·swap_halves(v), with each entry split into re and im.
-  const __m256d dr = _mm256_setr_pd(m.m00.real(), m.m00.real(), m.m11.real(), m.m11.real());
-  const __m256d di = _mm256_setr_pd(m.m00.imag(), m.m00.imag(), m.m11.imag(), m.m11.imag());
-  const __m256d orr = _mm256_setr_pd(m.m01.real(), m.m01.real(), m.m10.real(), m.m10.real());
-  const __m256d oi = _mm256_setr_pd(m.m01.imag(), m.m01.imag(), m.m10.imag(), m.m10.imag());
-  for (Index i = 0; i < size; i += 2) {
-    const __m256d v = load(tile + i), w = _mm256_permute2f128_pd(v, v, 1);
-    const __m256d re = _mm256_fmadd_pd(dr, v, _mm256_mul_pd(orr, w));
-    const __m256d im = _mm256_fmadd_pd(di, swap_re_im(v), _mm256_mul_pd(oi, swap_re_im(w)));
-    store(tile + i, _mm256_addsub_pd(re, im));
+  // out = (m00 | m11)·v + (m01 | m10)·partner(v), each entry split into re and im.
+  auto entry = [&](const Amplitude& on_zero, const Amplitude& on_one, bool imag) {
+    return per_slot<Real, Q>([&](unsigned bit, bool) {
+      const Amplitude& e = bit ? on_one : on_zero;
+      return imag ? e.imag() : e.real();
+    });
+  };
+  const auto dr = entry(m.m00, m.m11, false), di = entry(m.m00, m.m11, true);
+  const auto orr = entry(m.m01, m.m10, false), oi = entry(m.m01, m.m10, true);
+  for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+    const auto v = S::load(p + i), w = X::partner(v);
+    const auto re = S::fmadd(dr, v, S::mul(orr, w));
+    const auto im = S::fmadd(di, S::swap_re_im(v), S::mul(oi, S::swap_re_im(w)));
+    S::store(p + i, S::addsub(re, im));
   }
 }
 
-// Qubits whose pairs share a vector: double qubit 0 has its own kernel, float qubits 0 and 1
-// take the portable one.
 template <class Real>
 void in_vector(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& g) {
-  if constexpr (std::is_same_v<Real, double>) {
-    qubit0_tile(tile, Index{1} << tile_bits, g.matrix);
-  } else {
-    const QubitMatrix one[] = {g};
-    scalar_kernel_set32().matrices_tile(tile, tile_bits, std::span(one));
-  }
+  Real* p = reinterpret_cast<Real*>(tile);
+  const Index reals = Index{2} << tile_bits;
+  if (g.qubit == 0) return in_vector<Real, 0>(p, reals, g.matrix);
+  if constexpr (Simd<Real>::kAmps > 2) in_vector<Real, 1>(p, reals, g.matrix);
 }
 
 template <class Real>
