@@ -81,7 +81,7 @@ def measure_row(n, p, repeats, precision, plain):
     totals, parts = [], {k: [] for k in PARTS}
     for _ in range(repeats):
         start = time.perf_counter()
-        solver._loss_function(paras)
+        value = float(solver._loss_function(paras))
         totals.append(time.perf_counter() - start)
         t = corvid.last_run_timings()
         parts["init"].append(t["init"])
@@ -93,12 +93,13 @@ def measure_row(n, p, repeats, precision, plain):
     result = machine.prob_run_dict(corvid.QProg() << corvid.hadamard_circuit(qubits), qubits)
     loss = median_seconds(lambda: diagonal.expectation(result.probabilities, energies), repeats)
     machine.finalize()
+    del result  # its table is as large as the state: n = 30 fits only one at a time
     out = {k: statistics.median(v) for k, v in parts.items() if v}
     out["loss"] = loss
     out["seconds"] = statistics.median(totals)
     out["rest"] = max(0.0, out["seconds"] - sum(out[k] for k in PARTS[:-1]))
     out["peak"] = peak_rss_bytes()
-    out["value"] = float(solver._loss_function(paras))
+    out["value"] = value
     peer = load_peer() if precision == "double" else None
     if peer is not None:
         out["peer"], peer_value = peer_seconds(peer[1], energies, paras, p, repeats)
@@ -142,7 +143,7 @@ def main():
         for p in args.layers:
             cmd = [sys.executable, __file__, "--row", str(n), str(p), "--repeats",
                    str(args.repeats), "--precision", args.precision] + (["--plain"] if args.plain else [])
-            out = subprocess.run(cmd, check=True, capture_output=True, text=True).stdout
+            out = subprocess.run(cmd, check=True, stdout=subprocess.PIPE, text=True).stdout
             row = json.loads(out.strip().splitlines()[-1])
             state = item * 2 ** n
             floor_bytes = (2 * p + 1) * 2 * state

@@ -54,6 +54,11 @@ void free_all(std::vector<Block>& blocks) {
   blocks.clear();
 }
 
+// The pooled free block of exactly `bytes` (rounded), or end(); call with the mutex held.
+std::vector<Block>::iterator pooled_block(Pool& p, std::size_t bytes) {
+  return std::find_if(p.free.begin(), p.free.end(), [&](const Block& b) { return b.bytes == bytes; });
+}
+
 }  // namespace
 
 void* acquire_block(std::size_t bytes, const std::string& what) {
@@ -62,13 +67,22 @@ void* acquire_block(std::size_t bytes, const std::string& what) {
   Pool& p = pool();
   {
     std::lock_guard lock(p.mutex);
-    auto it = std::find_if(p.free.begin(), p.free.end(), [&](const Block& b) { return b.bytes == bytes; });
-    if (it != p.free.end()) {
+    if (auto it = pooled_block(p, bytes); it != p.free.end()) {
       void* data = it->data;
       p.bytes -= it->bytes;
       p.free.erase(it);
       return data;
     }
+  }
+  require_block(bytes, what);
+  return allocate(bytes);
+}
+
+void require_block(std::size_t bytes, const std::string& what) {
+  if (bytes > SIZE_MAX - kHugePage) require_memory(SIZE_MAX, what);  // throws OutOfMemory
+  {
+    std::lock_guard lock(pool().mutex);
+    if (pooled_block(pool(), rounded(bytes)) != pool().free.end()) return;
   }
   try {
     require_memory(bytes, what);
@@ -76,7 +90,6 @@ void* acquire_block(std::size_t bytes, const std::string& what) {
     release_cached_memory();
     require_memory(bytes, what);
   }
-  return allocate(bytes);
 }
 
 void release_block(void* block, std::size_t bytes) noexcept {

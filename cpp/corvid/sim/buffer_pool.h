@@ -24,6 +24,9 @@ inline constexpr std::size_t kMaxPooledBlocks = 4;
 /// block of exactly that size if there is one, else a new allocation. Throws OutOfMemory naming
 /// `what` when it does not fit even after releasing cached memory.
 void* acquire_block(std::size_t bytes, const std::string& what);
+/// Throws what acquire_block(bytes, what) would throw, allocating nothing: passes when a pooled
+/// block of that size is free or the memory is available (once cached memory is released).
+void require_block(std::size_t bytes, const std::string& what);
 /// Returns a block from acquire_block (with the same size) to the pool, or frees it.
 void release_block(void* block, std::size_t bytes) noexcept;
 

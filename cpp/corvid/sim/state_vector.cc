@@ -5,7 +5,6 @@
 #include <string>
 
 #include "corvid/util/errors.h"
-#include "corvid/util/memory.h"
 #include "corvid/util/parallel.h"
 
 namespace corvid {
@@ -27,12 +26,12 @@ std::size_t state_vector_bytes(std::uint64_t num_qubits, std::size_t amplitude_b
 void require_state_memory(std::uint64_t num_qubits, std::size_t amplitude_bytes) {
   const std::size_t bytes = state_vector_bytes(num_qubits, amplitude_bytes);
   if (bytes == SIZE_MAX) {
-    // Checked apart from require_memory: with no readable limit it would let this through.
+    // Checked apart from require_block: with no readable limit it would let this through.
     throw OutOfMemory(describe(num_qubits, amplitude_bytes) + " needs 2^" +
                       std::to_string(num_qubits + std::countr_zero(amplitude_bytes)) +
                       " bytes, more than any machine has");
   }
-  require_memory(bytes, describe(num_qubits, amplitude_bytes));
+  require_block(bytes, describe(num_qubits, amplitude_bytes));  // a pooled block counts
 }
 
 template <class Real>

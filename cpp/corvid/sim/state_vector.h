@@ -19,7 +19,7 @@ using Amplitude32 = std::complex<float>;
 std::size_t state_vector_bytes(std::uint64_t num_qubits, std::size_t amplitude_bytes = 16) noexcept;
 
 /// Throws OutOfMemory naming the register size when a state of `num_qubits` qubits cannot be
-/// allocated; allocates nothing.
+/// allocated (a free pooled block of its size counts as available); allocates nothing.
 void require_state_memory(std::uint64_t num_qubits, std::size_t amplitude_bytes = 16);
 
 template <class Real>
