@@ -59,8 +59,10 @@ void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix
 
 // `group`: ascending qubits, all >= tile_bits, at most high_tile_bits − min_row_bits of them.
 // A tile here is 2^m rows of 2^c contiguous amplitudes (m + c = high_tile_bits, or fewer when
-// the state is smaller) at the strides of the m qubits, worked on in place: row bits below the
-// L1 block are applied per block of rows.
+// the state is smaller) at the strides of the m qubits, worked on in place at three levels:
+// the group's first qubits per block of consecutive rows that fits L1, the next per block of
+// rows at their strides that fits L2 (as large as a low tile), the rest over the whole tile.
+// Each level reads the tile once from the level below.
 template <class Real>
 void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> group,
                 const BasicKernelSet<Real>& k, const LayerTiling& tiling) {
@@ -79,17 +81,31 @@ void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatri
       if ((s >> j) & 1) offsets[s] |= Index{1} << group[j].qubit;
     }
   }
-  const unsigned block = std::min(m, tiling.inner_bits > c ? tiling.inner_bits - c : 0);
-  const auto split = local.begin() + block;
-  for_each_tile<V*>(Index{1} << (n - m - c), Index{1} << n, Index{1} << m, [&](Index t, V** rows) {
+  auto row_bits_within = [&](unsigned level_bits) { return std::min(m, level_bits > c ? level_bits - c : 0); };
+  const unsigned l1 = row_bits_within(tiling.inner_bits);
+  const unsigned l2 = std::max(l1, row_bits_within(tiling.tile_bits));
+  std::vector<QubitMatrix> middle;  // qubits [l1, l2) as row bits 0, 1, ... of an L2 block
+  for (unsigned j = l1; j < l2; ++j) middle.push_back({j - l1, group[j].matrix});
+  const Index length = Index{1} << c;
+  const Index scratch = (Index{1} << m) + (Index{1} << (l2 - l1));
+  for_each_tile<V*>(Index{1} << (n - m - c), Index{1} << n, scratch, [&](Index t, V** rows) {
     const Index base = insert_zeros(t, fixed);
     for (Index s = 0; s < offsets.size(); ++s) rows[s] = amps + base + offsets[s];
-    if (split != local.begin()) {
-      for (Index r = 0; r < offsets.size(); r += Index{1} << block) {
-        k.matrices_rows(rows + r, block, Index{1} << c, {local.begin(), split});
+    if (l1 > 0) {
+      for (Index r = 0; r < offsets.size(); r += Index{1} << l1) {
+        k.matrices_rows(rows + r, l1, length, {local.begin(), local.begin() + l1});
       }
     }
-    if (split != local.end()) k.matrices_rows(rows, m, Index{1} << c, {split, local.end()});
+    if (l2 > l1) {
+      V** block = rows + offsets.size();
+      for (Index high = 0; high < (Index{1} << (m - l2)); ++high) {
+        for (Index low = 0; low < (Index{1} << l1); ++low) {
+          for (Index r = 0; r < (Index{1} << (l2 - l1)); ++r) block[r] = rows[high << l2 | r << l1 | low];
+          k.matrices_rows(block, l2 - l1, length, middle);
+        }
+      }
+    }
+    if (l2 < m) k.matrices_rows(rows, m, length, {local.begin() + l2, local.end()});
   });
 }
 
