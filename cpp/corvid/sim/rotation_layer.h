@@ -1,8 +1,8 @@
 #pragma once
 /// Layers of one-qubit gates on distinct qubits, applied cache-blocked.
 ///
-/// The state is cut into tiles of 2^kTileBits amplitudes (256 KiB of complex doubles: half the
-/// smallest L2 of current x86 server cores, so a tile and its neighbours' traffic stay in L2).
+/// The state is cut into tiles of 2^kTileBits amplitudes (512 KiB of complex doubles: most
+/// sweeps run per 16 KiB sub-tile from L1, so only the tile's last few sweep through L2).
 /// Qubits below kTileBits are all applied inside each contiguous tile in one pass over memory.
 /// The higher qubits are applied in further passes, each working in place on tiles of 2^m rows
 /// of 2^c contiguous amplitudes (m + c = kHighTileBits, c >= kMinRowBits) at the strides of m
@@ -11,6 +11,9 @@
 /// scattered over the state read slowly from memory (rows of 256 bytes took twice as long as a
 /// streaming pass on the 2-core benchmark machine), while a 2 MiB tile's sweeps still run from
 /// L2 and L3: at n = 24 the ten high qubits took 82 ms with 256-byte rows, 47 ms with 2 KiB rows.
+/// The low pass is the cheaper of the two per qubit, so it takes one qubit more than half of
+/// L2 would suggest: on that machine four phase-and-mixer layers at n = 24 took 503-524 ms
+/// with 15 low qubits against 524-624 ms with 14, and no size from 20 to 26 qubits got slower.
 
 #include <span>
 #include <type_traits>
@@ -26,7 +29,7 @@ class BasicDiagonalPass;
 using DiagonalPass = BasicDiagonalPass<double>;
 using DiagonalPass32 = BasicDiagonalPass<float>;
 
-inline constexpr unsigned kTileBits = 14;
+inline constexpr unsigned kTileBits = 15;
 /// Within a tile, qubits below this are applied per 16 KiB sub-tile (half of a 32 KiB L1).
 inline constexpr unsigned kInnerBits = 10;
 inline constexpr unsigned kHighTileBits = 17;
