@@ -35,9 +35,10 @@ void expect_equal(const AlignedBuffer<Amplitude>& got, const AlignedBuffer<Ampli
   }
 }
 
-// The shapes the vector sets specialise (real; real diagonal with imaginary off-diagonal; the
-// unit parts of RX-like matrices with ones on or off the diagonal) and the general case.
-constexpr int kShapes = 5;
+// The shapes the vector sets specialise (real; real diagonal with imaginary off-diagonal, and
+// the reverse, as RX beyond pi/2 is; the unit parts of RX-like matrices with ones on or off the
+// diagonal) and the general case.
+constexpr int kShapes = 6;
 Matrix2 random_matrix(std::mt19937_64& rng, int shape) {
   std::normal_distribution<double> x;
   switch (shape) {
@@ -45,6 +46,7 @@ Matrix2 random_matrix(std::mt19937_64& rng, int shape) {
     case 1: return {x(rng), {0, x(rng)}, {0, x(rng)}, x(rng)};
     case 2: return {1, {0, x(rng)}, {0, x(rng)}, 1};
     case 3: return {{0, x(rng)}, 1, 1, {0, x(rng)}};
+    case 4: return {{0, x(rng)}, x(rng), x(rng), {0, x(rng)}};
     default: return {{x(rng), x(rng)}, {x(rng), x(rng)}, {x(rng), x(rng)}, {x(rng), x(rng)}};
   }
 }

@@ -159,18 +159,25 @@ bool is_real(const Matrix2& m) {
 
 bool is_unit_diagonal(const Matrix2& m) { return m.m00 == 1.0 && m.m11 == 1.0 && is_real_imaginary(m); }
 
-bool is_unit_off_diagonal(const Matrix2& m) {
-  return m.m01 == 1.0 && m.m10 == 1.0 && m.m00.real() == 0 && m.m11.real() == 0;
+bool is_unit(const Matrix2& m) {
+  return is_unit_diagonal(m) || is_unit_diagonal({m.m10, m.m11, m.m00, m.m01});
 }
 
-bool is_unit(const Matrix2& m) { return is_unit_diagonal(m) || is_unit_off_diagonal(m); }
+// X·m: m with its rows swapped. Applying X·m and storing each result at its partner's place
+// applies m, so a matrix whose X·m has a cheaper shape (the unit part of an RX beyond pi/2,
+// with ones off the diagonal) costs no more than that shape: the flip only renames stores.
+Matrix2 rows_swapped(const Matrix2& m) { return {m.m10, m.m11, m.m00, m.m01}; }
 
+// f(op, flip) with the cheapest op for m or for X·m (flip = true: results are stored swapped).
 template <class Real, class F>
 void with_op(const Matrix2& m, F f) {
-  if (is_unit_diagonal(m)) return f(UnitDiagonalOp<Real>(m));
-  if (is_real_imaginary(m)) return f(RealImaginaryOp<Real>(m));
-  if (is_real(m)) return f(RealOp<Real>(m));
-  f(GeneralOp<Real>(m));
+  const Matrix2 x = rows_swapped(m);
+  if (is_unit_diagonal(m)) return f(UnitDiagonalOp<Real>(m), false);
+  if (is_unit_diagonal(x)) return f(UnitDiagonalOp<Real>(x), true);
+  if (is_real_imaginary(m)) return f(RealImaginaryOp<Real>(m), false);
+  if (is_real_imaginary(x)) return f(RealImaginaryOp<Real>(x), true);
+  if (is_real(m)) return f(RealOp<Real>(m), false);
+  f(GeneralOp<Real>(m), false);
 }
 
 // Where the vectors a group of K gates acts on lie. for_each_run(qubits, body) calls
@@ -226,24 +233,26 @@ struct RowLayout {
 template <class Real, class Layout>
 void sweep(const Layout& layout, const QubitMatrix& g) {
   using S = Simd<Real>;
-  with_op<Real>(g.matrix, [&](const auto& op) {
+  with_op<Real>(g.matrix, [&](const auto& op, bool flip) {
     layout.for_each_run(std::array{g.qubit}, [&](Real* const* p, Index count) {
       for (Index i = 0; i < count; i += 2 * S::kAmps) {
         auto a0 = S::load(p[0] + i), a1 = S::load(p[1] + i);
         op(a0, a1);
-        S::store(p[0] + i, a0);
-        S::store(p[1] + i, a1);
+        S::store(p[flip] + i, a0);
+        S::store(p[!flip] + i, a1);
       }
     });
   });
 }
 
-// Two gates per sweep: each group of four vectors is loaded and stored once for both.
+// Two gates per sweep: each group of four vectors is loaded and stored once for both. A flip
+// of the first gate renames vectors within the pairs of the second, which it leaves as pairs.
 template <class Real, class Layout>
 void sweep_pair(const Layout& layout, const QubitMatrix& a, const QubitMatrix& b) {
   using S = Simd<Real>;
-  with_op<Real>(a.matrix, [&](const auto& opa) {
-    with_op<Real>(b.matrix, [&](const auto& opb) {
+  with_op<Real>(a.matrix, [&](const auto& opa, bool flip_a) {
+    with_op<Real>(b.matrix, [&](const auto& opb, bool flip_b) {
+      const unsigned flip = flip_a | flip_b << 1;
       layout.for_each_run(std::array{a.qubit, b.qubit}, [&](Real* const* p, Index count) {
         for (Index i = 0; i < count; i += 2 * S::kAmps) {
           typename S::V v[4];
@@ -252,21 +261,20 @@ void sweep_pair(const Layout& layout, const QubitMatrix& a, const QubitMatrix& b
           opa(v[2], v[3]);
           opb(v[0], v[2]);
           opb(v[1], v[3]);
-          for (unsigned j = 0; j < 4; ++j) S::store(p[j] + i, v[j]);
+          for (unsigned j = 0; j < 4; ++j) S::store(p[j ^ flip] + i, v[j]);
         }
       });
     });
   });
 }
 
-// A unit matrix as its unit-diagonal part and whether an X follows: [[u0, 1], [1, u1]] is
-// X·[[1, u1], [u0, 1]], and an X only renames where each result is stored.
+// A unit matrix as its unit-diagonal part and whether an X follows (see rows_swapped).
 template <class Real>
 struct UnitPart {
   UnitDiagonalOp<Real> op;
   bool flip;
   explicit UnitPart(const Matrix2& m)
-      : op(is_unit_diagonal(m) ? m : Matrix2{1, m.m11, m.m00, 1}), flip(!is_unit_diagonal(m)) {}
+      : op(is_unit_diagonal(m) ? m : rows_swapped(m)), flip(!is_unit_diagonal(m)) {}
 };
 
 // Three unit gates per sweep, eight vectors per group.
