@@ -375,6 +375,18 @@ void in_vector(Real* p, Index reals, const Matrix2& m) {
     }
     return;
   }
+  if (is_unit_diagonal(rows_swapped(m))) {
+    // Ones off the diagonal: partner(v) + (i·m00·a0, i·m11·a1).
+    const auto k = per_slot<Real, Q>([&](unsigned bit, bool im) {
+      const double x = bit ? m.m11.imag() : m.m00.imag();
+      return im ? x : -x;
+    });
+    for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+      const auto v = S::load(p + i);
+      S::store(p + i, S::fmadd(k, S::swap_re_im(v), X::partner(v)));
+    }
+    return;
+  }
   // out = (m00 | m11)·v + (m01 | m10)·partner(v), each entry split into re and im.
   auto entry = [&](const Amplitude& on_zero, const Amplitude& on_one, bool imag) {
     return per_slot<Real, Q>([&](unsigned bit, bool) {
