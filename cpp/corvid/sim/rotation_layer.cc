@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "corvid/sim/diagonal_pass.h"
@@ -35,13 +36,52 @@ void for_each_tile(Index tiles, Index work, Index scratch_size, Body body) {
   }
 }
 
+// start·|0…0⟩ = ⊗_q (column 0 of q's matrix, or |0⟩ for qubits not in `start`), written range
+// by range: the factor of the low `bits` qubits is tabulated once, the rest is one product per
+// range. A range must lie inside one aligned block of 2^bits amplitudes.
+class ProductState {
+ public:
+  ProductState(unsigned n, std::span<const QubitMatrix> start, unsigned bits)
+      : bits_(bits), u0_(n, 1.0), u1_(n, 0.0), low_(Index{1} << bits) {
+    for (const QubitMatrix& g : start) {
+      u0_[g.qubit] = g.matrix.m00;
+      u1_[g.qubit] = g.matrix.m10;
+    }
+    low_[0] = 1.0;  // built by doubling
+    for (unsigned q = 0; q < bits; ++q) {
+      const Index half = Index{1} << q;
+      for (Index i = 0; i < half; ++i) {
+        low_[i + half] = low_[i] * u1_[q];
+        low_[i] *= u0_[q];
+      }
+    }
+  }
+
+  template <class Real>
+  void write(std::complex<Real>* amps, Index begin, Index count) const {
+    Amplitude high = 1.0;
+    for (unsigned q = bits_; q < u0_.size(); ++q) high *= ((begin >> q) & 1) ? u1_[q] : u0_[q];
+    const Amplitude* low = low_.data() + (begin & (low_.size() - 1));
+    const double hr = high.real(), hi = high.imag();
+    for (Index i = 0; i < count; ++i) {
+      amps[begin + i] = {Real(hr * low[i].real() - hi * low[i].imag()),
+                         Real(hr * low[i].imag() + hi * low[i].real())};
+    }
+  }
+
+ private:
+  unsigned bits_;
+  std::vector<Amplitude> u0_, u1_, low_;
+};
+
 // `low`: ascending qubits below tile_bits. Per contiguous tile, those below inner_bits are
 // applied per L1-sized sub-tile, preceded there by the diagonal `before` (so that reading the
-// tile from memory overlaps the sweeps), then the rest sweep the whole (L2-resident) tile.
+// tile from memory overlaps the sweeps) and, with `start`, by writing the sub-tile's starting
+// amplitudes (so that the state is never read); then the rest sweep the (L2-resident) tile.
 template <class Real>
 void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> low,
                const BasicKernelSet<Real>& k, const BasicDiagonalPass<Real>* before,
-               const LayerTiling& tiling) {
+               const LayerTiling& tiling, const ProductState* start) {
   const unsigned bits = std::min(n, tiling.tile_bits);
   const unsigned inner = std::min(bits, tiling.inner_bits);
   const auto split = std::partition_point(low.begin(), low.end(),
@@ -50,6 +90,7 @@ void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix
   for_each_tile<std::complex<Real>>(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, auto*) {
     const Index begin = t << bits;
     for (Index sub = begin; sub < begin + (Index{1} << bits); sub += sub_size) {
+      if (start != nullptr) start->write(amps, sub, sub_size);
       if (before != nullptr) before->apply(amps, sub, sub_size);
       if (split != low.begin()) k.matrices_tile(amps + sub, inner, {low.begin(), split});
     }
@@ -131,7 +172,7 @@ template <class Real>
 void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> layer,
                           const std::type_identity_t<BasicKernelSet<Real>>& kernels,
                           const std::type_identity_t<BasicDiagonalPass<Real>>* before,
-                          LayerTiling tiling) {
+                          LayerTiling tiling, std::optional<std::span<const QubitMatrix>> start) {
   std::vector<QubitMatrix> sorted(layer.begin(), layer.end());
   std::sort(sorted.begin(), sorted.end(),
             [](const QubitMatrix& a, const QubitMatrix& b) { return a.qubit < b.qubit; });
@@ -140,7 +181,13 @@ void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const 
     return g.qubit < tiling.tile_bits;
   });
   if (split != sorted.begin()) {
-    apply_low(amps, n, with_scales_folded({sorted.begin(), split}), kernels, before, tiling);
+    const std::optional<ProductState> first =
+        start ? std::optional<ProductState>(std::in_place, n, *start, std::min(n, tiling.tile_bits))
+              : std::nullopt;
+    apply_low(amps, n, with_scales_folded({sorted.begin(), split}), kernels, before, tiling,
+              first ? &*first : nullptr);
+  } else if (start) {
+    write_product_state<Real>(amps, n, *start, before);
   } else if (before != nullptr) {
     before->apply_all(amps, n);
   }
@@ -155,41 +202,20 @@ void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const 
 template <class Real>
 void write_product_state(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> layer,
                          const std::type_identity_t<BasicDiagonalPass<Real>>* after) {
-  // Column 0 of every qubit's matrix: (1, 0) unless the layer acts on it.
-  std::vector<Amplitude> u0(n, 1.0), u1(n, 0.0);
-  for (const QubitMatrix& g : layer) {
-    u0[g.qubit] = g.matrix.m00;
-    u1[g.qubit] = g.matrix.m10;
-  }
   const unsigned bits = std::min(n, kTileBits);
-  const Index size = Index{1} << bits;
-  // The low qubits' factor of every index within a tile, built by doubling.
-  std::vector<Amplitude> low(size);
-  low[0] = 1.0;
-  for (unsigned q = 0; q < bits; ++q) {
-    const Index half = Index{1} << q;
-    for (Index i = 0; i < half; ++i) {
-      low[i + half] = low[i] * u1[q];
-      low[i] *= u0[q];
-    }
-  }
+  const ProductState state(n, layer, bits);
   for_each_tile<std::complex<Real>>(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, auto*) {
-    Amplitude high = 1.0;
-    for (unsigned q = bits; q < n; ++q) high *= ((t >> (q - bits)) & 1) ? u1[q] : u0[q];
-    std::complex<Real>* tile = amps + (t << bits);
-    const double hr = high.real(), hi = high.imag();
-    for (Index i = 0; i < size; ++i) {
-      tile[i] = {Real(hr * low[i].real() - hi * low[i].imag()),
-                 Real(hr * low[i].imag() + hi * low[i].real())};
-    }
-    if (after != nullptr) after->apply(amps, t << bits, size);
+    state.write(amps, t << bits, Index{1} << bits);
+    if (after != nullptr) after->apply(amps, t << bits, Index{1} << bits);
   });
 }
 
 template void apply_rotation_layer<double>(Amplitude*, unsigned, std::span<const QubitMatrix>,
-                                           const KernelSet&, const DiagonalPass*, LayerTiling);
+                                           const KernelSet&, const DiagonalPass*, LayerTiling,
+                                           std::optional<std::span<const QubitMatrix>>);
 template void apply_rotation_layer<float>(Amplitude32*, unsigned, std::span<const QubitMatrix>,
-                                          const KernelSet32&, const DiagonalPass32*, LayerTiling);
+                                          const KernelSet32&, const DiagonalPass32*, LayerTiling,
+                                          std::optional<std::span<const QubitMatrix>>);
 template void write_product_state<double>(Amplitude*, unsigned, std::span<const QubitMatrix>,
                                           const DiagonalPass*);
 template void write_product_state<float>(Amplitude32*, unsigned, std::span<const QubitMatrix>,

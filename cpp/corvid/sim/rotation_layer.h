@@ -15,6 +15,7 @@
 /// L2 would suggest: on that machine four phase-and-mixer layers at n = 24 took 503-524 ms
 /// with 15 low qubits against 524-624 ms with 14, and no size from 20 to 26 qubits got slower.
 
+#include <optional>
 #include <span>
 #include <type_traits>
 
@@ -48,13 +49,16 @@ struct LayerTiling {
 /// O(2^n · |layer|) arithmetic in the passes above; parallel over tiles. When `before` is
 /// given and the layer has qubits below kTileBits, that diagonal is applied first inside the
 /// same tile pass (a phase separator and its mixer in one sweep over memory); otherwise it
-/// gets a pass of its own.
+/// gets a pass of its own. With `start`, the contents of `amps` are ignored and the state
+/// begins as start·|0…0⟩ (see write_product_state), written tile by tile inside the same pass,
+/// so that preparing it costs no pass over memory of its own.
 /// Double (Real = double) and single precision (Real = float).
 template <class Real>
 void apply_rotation_layer(
     std::complex<Real>* amps, unsigned num_qubits, std::span<const QubitMatrix> layer,
     const std::type_identity_t<BasicKernelSet<Real>>& kernels = active_kernels<Real>(),
-    const std::type_identity_t<BasicDiagonalPass<Real>>* before = nullptr, LayerTiling tiling = {});
+    const std::type_identity_t<BasicDiagonalPass<Real>>* before = nullptr, LayerTiling tiling = {},
+    std::optional<std::span<const QubitMatrix>> start = std::nullopt);
 
 /// Writes layer·|0…0⟩ = ⊗_q (column 0 of q's matrix, or |0⟩ for qubits not in the layer) to
 /// `amps` in one parallel pass, each tile first touched by the thread that later works on it.

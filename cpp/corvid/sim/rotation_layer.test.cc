@@ -106,6 +106,36 @@ TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
   }
 }
 
+// A first layer on |0...0> written inside the next layer's pass (after a diagonal, or not),
+// including a next layer with no low qubits, which leaves the start to a pass of its own.
+TEST(RotationLayer, StartingProductStateRidesInTheNextLayersPass) {
+  std::mt19937_64 rng(10);
+  const unsigned n = 9;
+  const std::vector<PhaseTerm> terms = {{0b11, 1.0}, {0b110000000, 2.0}, {0b1010, 1.0}};
+  const DiagonalOp op{std::make_shared<const DiagonalValues>(n, terms), 0.7, 0.2};
+  const DiagonalPass pass(op);
+  const LayerTiling tiling{5, 2, 7, 1};
+  for (bool high_only : {false, true}) {
+    for (const DiagonalPass* before : {&pass, static_cast<const DiagonalPass*>(nullptr)}) {
+      const auto first = random_layer(n, rng);
+      auto second = random_layer(n, rng);
+      if (high_only) std::erase_if(second, [&](const QubitMatrix& g) { return g.qubit < tiling.tile_bits; });
+      StateVector want(n);
+      apply_one_by_one(want, first);
+      if (before != nullptr) {
+        for (std::uint64_t x = 0; x < want.size(); ++x) {
+          want[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
+        }
+      }
+      apply_one_by_one(want, second);
+      StateVector got = random_state(n, rng);  // its contents must not matter
+      apply_rotation_layer(got.data(), n, second, active_kernel_set(), before, tiling,
+                           std::span<const QubitMatrix>(first));
+      expect_near(got, want);
+    }
+  }
+}
+
 TEST(RotationLayer, ProductStateEqualsLayerOnZero) {
   std::mt19937_64 rng(9);
   for (unsigned n : {1u, 5u, 16u}) {
