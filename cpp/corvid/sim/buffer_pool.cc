@@ -59,6 +59,17 @@ std::vector<Block>::iterator pooled_block(Pool& p, std::size_t bytes) {
   return std::find_if(p.free.begin(), p.free.end(), [&](const Block& b) { return b.bytes == bytes; });
 }
 
+// Throws OutOfMemory unless `bytes` of fresh memory are available, releasing cached memory first
+// when they are not.
+void require_fresh(std::size_t bytes, const std::string& what) {
+  try {
+    require_memory(bytes, what);
+  } catch (const OutOfMemory&) {
+    release_cached_memory();
+    require_memory(bytes, what);
+  }
+}
+
 }  // namespace
 
 void* acquire_block(std::size_t bytes, const std::string& what) {
@@ -74,7 +85,7 @@ void* acquire_block(std::size_t bytes, const std::string& what) {
       return data;
     }
   }
-  require_block(bytes, what);
+  require_fresh(bytes, what);
   return allocate(bytes);
 }
 
@@ -84,12 +95,7 @@ void require_block(std::size_t bytes, const std::string& what) {
     std::lock_guard lock(pool().mutex);
     if (pooled_block(pool(), rounded(bytes)) != pool().free.end()) return;
   }
-  try {
-    require_memory(bytes, what);
-  } catch (const OutOfMemory&) {
-    release_cached_memory();
-    require_memory(bytes, what);
-  }
+  require_fresh(bytes, what);
 }
 
 void release_block(void* block, std::size_t bytes) noexcept {

@@ -159,14 +159,12 @@ bool is_real(const Matrix2& m) {
 
 bool is_unit_diagonal(const Matrix2& m) { return m.m00 == 1.0 && m.m11 == 1.0 && is_real_imaginary(m); }
 
-bool is_unit(const Matrix2& m) {
-  return is_unit_diagonal(m) || is_unit_diagonal({m.m10, m.m11, m.m00, m.m01});
-}
-
 // X·m: m with its rows swapped. Applying X·m and storing each result at its partner's place
 // applies m, so a matrix whose X·m has a cheaper shape (the unit part of an RX beyond pi/2,
 // with ones off the diagonal) costs no more than that shape: the flip only renames stores.
 Matrix2 rows_swapped(const Matrix2& m) { return {m.m10, m.m11, m.m00, m.m01}; }
+
+bool is_unit(const Matrix2& m) { return is_unit_diagonal(m) || is_unit_diagonal(rows_swapped(m)); }
 
 // f(op, flip) with the cheapest op for m or for X·m (flip = true: results are stored swapped).
 template <class Real, class F>
