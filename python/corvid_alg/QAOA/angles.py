@@ -35,9 +35,9 @@ def tqa(p, dt):
     Each step exp(-i*dt*H(s_i)) is split as exp(-i*dt*s_i*H) exp(+i*dt*(1 - s_i)*sum X), which is
     exactly this library's layer, so both angles come out positive. (In the other common
     convention, a mixer exp(-i*beta*sum X) and a cost to maximise, the same schedule also has
-    positive angles.) Larger dt follows the adiabatic path more closely but takes longer steps;
-    the best dt depends on the scale of H: for MaxCut written as minus the cut on 3-regular
-    graphs, dt between 0.5 and 1 is a good start.
+    positive angles.) The best dt depends on the scale of H: for MaxCut written as minus the
+    cut on a 3-regular graph of 16 nodes it was 1 for p = 1 to 4 and 1.25 for p = 8, and the
+    cut fraction falls off steeply beyond 1.5 (Trotter steps too long).
 
     >>> tqa(2, 1.0)
     array([0.25, 0.75, 0.75, 0.25])
