@@ -8,12 +8,12 @@
 #include <string>
 
 #include "circuit.pybind.h"
-#include "corvid/sim/bandwidth.h"
-#include "corvid/sim/basis_key.h"
-#include "corvid/sim/compiler.h"
-#include "corvid/sim/diagonal_cache.h"
-#include "corvid/sim/kernel_set.h"
-#include "corvid/sim/precision.h"
+#include "corvid/sim/machine/bandwidth.h"
+#include "corvid/sim/machine/basis_key.h"
+#include "corvid/sim/compile/compiler.h"
+#include "corvid/sim/compile/diagonal_cache.h"
+#include "corvid/sim/kernels/kernel_set.h"
+#include "corvid/sim/machine/precision.h"
 
 namespace py = pybind11;
 using corvid::Machine;

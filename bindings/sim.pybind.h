@@ -1,8 +1,8 @@
 #pragma once
 #include <pybind11/pybind11.h>
 
-#include "corvid/sim/machine.h"
-#include "corvid/sim/probabilities.h"
+#include "corvid/sim/machine/machine.h"
+#include "corvid/sim/machine/probabilities.h"
 
 namespace corvid_py {
 

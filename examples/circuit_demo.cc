@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "corvid/circuit/circuit.h"
-#include "corvid/sim/basis_key.h"
-#include "corvid/sim/machine.h"
+#include "corvid/sim/machine/basis_key.h"
+#include "corvid/sim/machine/machine.h"
 
 namespace {
 

@@ -1,0 +1,221 @@
+// Compiled execution (fused diagonals, blocked layers, every kernel set, 1 and 2 threads)
+// against the plain gate-by-gate path.
+#include "corvid/sim/compile/compiler.h"
+
+#include <gtest/gtest.h>
+
+#include <numbers>
+#include <random>
+
+#include "corvid/circuit/circuit.h"
+#include "corvid/sim/execute/compiled_executor.h"
+#include "corvid/sim/compile/diagonal_cache.h"
+#include "corvid/sim/execute/executor.h"
+#include "corvid/sim/machine/probabilities.h"
+#include "corvid/util/parallel.h"
+
+namespace corvid {
+namespace {
+
+constexpr double kTol = 1e-12;
+
+// Circuits rich in what the compiler fuses: parity ladders (RZ on a CNOT-collected parity, the
+// ladder undone), loose diagonal gates, CNOTs that never cancel, one-qubit runs, and gates the
+// compiler must leave alone.
+Circuit fusion_circuit(unsigned n, unsigned segments, std::mt19937_64& rng) {
+  std::uniform_int_distribution<std::uint32_t> qubit(0, n - 1);
+  std::uniform_real_distribution<double> angle(-2 * std::numbers::pi, 2 * std::numbers::pi);
+  const GateKind diagonal[] = {GateKind::Z, GateKind::S, GateKind::T, GateKind::RZ,
+                               GateKind::P, GateKind::CZ, GateKind::RZZ, GateKind::I};
+  const GateKind one[] = {GateKind::H, GateKind::X, GateKind::Y, GateKind::RX, GateKind::RY,
+                          GateKind::RZ, GateKind::S, GateKind::I};
+  const GateKind other[] = {GateKind::SWAP, GateKind::RXX, GateKind::RYY, GateKind::CNOT};
+  auto two = [&](GateKind k) {
+    const std::uint32_t a = qubit(rng);
+    std::uint32_t b = qubit(rng);
+    while (b == a) b = qubit(rng);
+    return Gate(k, {a, b}, angle(rng));
+  };
+  auto any = [&](GateKind k) {
+    if (gate_info(k).num_qubits == 2 && n == 1) k = GateKind::RZ;
+    return gate_info(k).num_qubits == 1 ? Gate(k, {qubit(rng)}, angle(rng)) : two(k);
+  };
+  Circuit c;
+  for (unsigned s = 0; s < segments; ++s) {
+    switch (rng() % 4) {
+      case 0: {  // a parity ladder, sometimes with diagonal gates inside it
+        std::vector<std::uint32_t> qs(n);
+        for (std::uint32_t q = 0; q < n; ++q) qs[q] = q;
+        std::shuffle(qs.begin(), qs.end(), rng);
+        const std::size_t k = 1 + rng() % n;
+        for (std::size_t j = 0; j + 1 < k; ++j) c << Gate(GateKind::CNOT, {qs[j], qs[j + 1]});
+        c << Gate(GateKind::RZ, {qs[k - 1]}, angle(rng));
+        if (rng() % 2) c << any(diagonal[rng() % 8]);
+        for (std::size_t j = k - 1; j-- > 0;) c << Gate(GateKind::CNOT, {qs[j], qs[j + 1]});
+        break;
+      }
+      case 1:
+        for (int j = 0; j < 4; ++j) c << any(rng() % 3 ? diagonal[rng() % 8] : GateKind::CNOT);
+        break;
+      case 2:
+        for (int j = 0; j < 5; ++j) c << any(one[rng() % 8]);
+        break;
+      default:
+        c << any(other[rng() % 4]);
+    }
+  }
+  return c;
+}
+
+void expect_near(const StateVector& got, const StateVector& want, const std::string& what) {
+  for (std::uint64_t i = 0; i < want.size(); ++i) {
+    ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, kTol) << what << ", amplitude " << i;
+  }
+}
+
+void expect_compiled_matches_plain(const Circuit& c, unsigned n, const std::string& what) {
+  StateVector plain(n);
+  execute(plain, c.gates());
+  const CompiledProgram program = compile(c.gates(), n);
+  for (const KernelSet* kernels : available_kernel_sets()) {
+    for (int threads : {1, 2}) {
+      set_num_threads(threads);
+      StateVector fused = StateVector::uninitialized(n);
+      execute(fused, program, /*from_zero=*/true, nullptr, *kernels);
+      expect_near(fused, plain, what + ", " + std::string(kernels->name) + ", " +
+                                    std::to_string(threads) + " threads");
+    }
+  }
+}
+
+// QAOA on a ring: a Hadamard layer, then per layer the ZZ ladders and a mixer.
+Circuit qaoa_ring(unsigned n, std::span<const double> gammas, std::span<const double> betas) {
+  Circuit c;
+  for (std::uint32_t q = 0; q < n; ++q) c << Gate(GateKind::H, {q});
+  for (std::size_t l = 0; l < gammas.size(); ++l) {
+    for (std::uint32_t q = 0; q < n; ++q) {
+      const std::uint32_t a = std::min(q, (q + 1) % n), b = std::max(q, (q + 1) % n);
+      c << Gate(GateKind::CNOT, {a, b}) << Gate(GateKind::RZ, {b}, 2 * (q + 1) * gammas[l])
+        << Gate(GateKind::CNOT, {a, b});
+    }
+    for (std::uint32_t q = 0; q < n; ++q) c << Gate(GateKind::I, {q});
+    for (std::uint32_t q = 0; q < n; ++q) c << Gate(GateKind::RX, {q}, -2 * betas[l]);
+  }
+  return c;
+}
+
+class CompiledRandom : public ::testing::TestWithParam<unsigned> {};
+
+TEST_P(CompiledRandom, MatchesPlainPath) {
+  const unsigned n = GetParam();
+  std::mt19937_64 rng(500 + n);
+  const int threads = num_threads();
+  for (int trial = 0; trial < 4; ++trial) {
+    expect_compiled_matches_plain(fusion_circuit(n, 24, rng), n, "trial " + std::to_string(trial));
+  }
+  set_num_threads(threads);
+}
+
+// 1 and 2 qubits reach the degenerate tile sizes; 16 and 17 cross the parallel threshold and
+// the first tile boundary, so layers take their high-qubit pass.
+INSTANTIATE_TEST_SUITE_P(Qubits, CompiledRandom, ::testing::Values(1u, 2u, 5u, 9u, 16u, 17u));
+
+// Single precision follows the double-precision plain path to float rounding, including plain
+// one- and two-qubit gates (which take the layer and 4×4 kernels there) and the in-place table.
+TEST(Compiler, SinglePrecisionFollowsDoubleToFloatRounding) {
+  std::mt19937_64 rng(77);
+  for (unsigned n : {3u, 16u}) {
+    const Circuit c = fusion_circuit(n, 30, rng);
+    StateVector plain(n);
+    execute(plain, c.gates());
+    const CompiledProgram program = compile(c.gates(), n);
+    for (const KernelSet32* kernels : available_kernel_sets<float>()) {
+      StateVector32 single = StateVector32::uninitialized(n);
+      execute<float>(single, program, true, nullptr, *kernels);
+      for (std::uint64_t i = 0; i < plain.size(); ++i) {
+        ASSERT_NEAR(std::abs(Amplitude(single[i]) - plain[i]), 0.0, 2e-5) << "n " << n << ", " << i;
+      }
+      std::vector<unsigned> all(n);
+      for (unsigned q = 0; q < n; ++q) all[q] = q;
+      const ProbabilityTable copied = marginal_probabilities(single, all);
+      const ProbabilityTable in_place = probabilities_in_place(std::move(single));
+      EXPECT_EQ(single.size(), 0u);
+      for (std::uint64_t i = 0; i < plain.size(); ++i) {
+        ASSERT_EQ(in_place.values[i], copied.values[i]);
+        ASSERT_NEAR(in_place.values[i], std::norm(plain[i]), 2e-5);
+      }
+    }
+  }
+}
+
+TEST(Compiler, QaoaCircuitBecomesOneOperationPerLayerAndMatches) {
+  const unsigned n = 15;
+  const double gammas[] = {0.3, -0.7}, betas[] = {0.4, 1.1};
+  const Circuit c = qaoa_ring(n, gammas, betas);
+  const CompiledProgram p = compile(c.gates(), n);
+  ASSERT_EQ(p.ops.size(), 5u);
+  for (std::size_t i = 0; i < p.ops.size(); ++i) {
+    EXPECT_EQ(p.ops[i].index(), i % 2 == 0 ? 1u : 0u) << "op " << i;  // layer, diagonal, ...
+  }
+  // The ring's phases 2k·γ/2 have ratios 1..n: at most n(n+1)+1 levels, an 8- or 16-bit index.
+  const DiagonalValues& v = *std::get<DiagonalOp>(p.ops[1]).values;
+  EXPECT_EQ(v.dense(), nullptr);
+  expect_compiled_matches_plain(c, n, "qaoa ring");
+}
+
+TEST(Compiler, NewGammaReusesTheCachedDiagonal) {
+  const unsigned n = 10;
+  const double g1[] = {0.3}, g2[] = {-1.9}, b[] = {0.5};
+  const CompiledProgram p1 = compile(qaoa_ring(n, g1, b).gates(), n);
+  const std::size_t misses = diagonal_cache_misses();
+  const CompiledProgram p2 = compile(qaoa_ring(n, g2, b).gates(), n);
+  EXPECT_EQ(diagonal_cache_misses(), misses);
+  const auto& d1 = std::get<DiagonalOp>(p1.ops[1]);
+  const auto& d2 = std::get<DiagonalOp>(p2.ops[1]);
+  EXPECT_EQ(d1.values, d2.values);
+  EXPECT_NEAR(d2.scale / d1.scale, -1.9 / 0.3, 1e-12);
+}
+
+// Diagonal runs whose angles span the double range (a subnormal first angle, all zeros) stay
+// finite: the cache key divides by the largest angle.
+TEST(Compiler, DiagonalsWithExtremeAngleRatiosMatch) {
+  Circuit tiny_first, zeros, huge;
+  tiny_first << Gate(GateKind::Z, {2}) << Gate(GateKind::RZ, {0}, 2.225073858507e-311);
+  zeros << Gate(GateKind::RZ, {0}, 0.0) << Gate(GateKind::RZ, {1}, 0.0);
+  huge << Gate(GateKind::RZ, {1}, 1e-300) << Gate(GateKind::RZ, {0}, 3.0)
+       << Gate(GateKind::CZ, {0, 1});
+  for (const Circuit* c : {&tiny_first, &zeros, &huge}) {
+    Circuit from_plus;
+    for (std::uint32_t q = 0; q < 3; ++q) from_plus << Gate(GateKind::H, {q});
+    for (const Gate& g : c->gates()) from_plus << g;
+    expect_compiled_matches_plain(*c, 3, "extreme angles from |0>");
+    expect_compiled_matches_plain(from_plus, 3, "extreme angles from |+>");
+  }
+}
+
+TEST(Compiler, LeavesShortRunsAndNonCancellingCnotsToThePlainPath) {
+  const Gate cnot(GateKind::CNOT, {0, 1}), rz(GateKind::RZ, {1}, 0.5), h(GateKind::H, {0});
+  // CNOT·RZ·CNOT is diagonal; the CNOT after it stays, and so does the lone H.
+  const std::vector<Gate> gates = {cnot, rz, cnot, cnot, h};
+  const CompiledProgram p = compile(gates, 2);
+  ASSERT_EQ(p.ops.size(), 3u);
+  EXPECT_TRUE(std::holds_alternative<DiagonalOp>(p.ops[0]));
+  EXPECT_EQ(std::get<GateOp>(p.ops[1]).gate, cnot);
+  EXPECT_EQ(std::get<GateOp>(p.ops[2]).gate, h);
+  // Cancelling CNOTs alone are the identity: nothing is left.
+  const std::vector<Gate> pair = {cnot, cnot, Gate(GateKind::I, {1})};
+  EXPECT_TRUE(compile(pair, 2).ops.empty());
+}
+
+TEST(Compiler, FusionSwitchKeepsEveryGatePlain) {
+  const double g[] = {0.3}, b[] = {0.5};
+  const Circuit c = qaoa_ring(4, g, b);
+  set_fusion_enabled(false);
+  const CompiledProgram p = compile(c.gates(), 4);
+  set_fusion_enabled(true);
+  EXPECT_EQ(p.ops.size(), c.size() - 4);  // all but the I gates
+  for (const CompiledOp& op : p.ops) EXPECT_TRUE(std::holds_alternative<GateOp>(op));
+}
+
+}  // namespace
+}  // namespace corvid

@@ -1,0 +1,110 @@
+// Diagonal values against direct evaluation, in each storage form, and the cache around them.
+#include "corvid/sim/compile/diagonal_values.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <random>
+
+#include "corvid/sim/compile/diagonal_cache.h"
+
+namespace corvid {
+namespace {
+
+double direct(std::span<const PhaseTerm> terms, std::uint64_t x) {
+  double v = 0;
+  for (const PhaseTerm& t : terms) v += (std::popcount(x & t.mask) & 1) ? -t.angle : t.angle;
+  return v;
+}
+
+enum class Form { kIndex8, kIndex16, kDense };
+
+struct Case {
+  const char* name;
+  unsigned n;
+  std::vector<PhaseTerm> terms;
+  Form form;
+};
+
+// Terms on single bits with weights 1, 2, 4, ... give 2^k distinct values: forms by count.
+std::vector<PhaseTerm> binary_weights(unsigned k) {
+  std::vector<PhaseTerm> terms;
+  for (unsigned q = 0; q < k; ++q) terms.push_back({std::uint64_t{1} << q, double(1u << q)});
+  return terms;
+}
+
+class Forms : public ::testing::TestWithParam<Case> {};
+
+TEST_P(Forms, EveryValueMatchesDirectEvaluation) {
+  const Case& c = GetParam();
+  const DiagonalValues v(c.n, c.terms);
+  EXPECT_EQ(v.index8() != nullptr, c.form == Form::kIndex8);
+  EXPECT_EQ(v.index16() != nullptr, c.form == Form::kIndex16);
+  EXPECT_EQ(v.dense() != nullptr, c.form == Form::kDense);
+  EXPECT_TRUE(std::is_sorted(v.levels().begin(), v.levels().end()));
+  for (std::uint64_t x = 0; x < v.size(); ++x) {
+    ASSERT_NEAR(v.at(x), direct(c.terms, x), 1e-9) << "x = " << x;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sizes, Forms,
+    ::testing::Values(
+        Case{"no_qubits_constant", 0, {}, Form::kIndex8},
+        Case{"one_term", 1, {{1, 0.25}}, Form::kIndex8},
+        // 14 qubits: more than one transform block, high-bit masks included.
+        Case{"maxcut_ring", 14, {{0b11, 1}, {0b110, 1}, {0x3000, 1}, {0x2001, -1}}, Form::kIndex8},
+        Case{"exactly_256", 8, binary_weights(8), Form::kIndex8},
+        Case{"257_and_more", 9, binary_weights(9), Form::kIndex16},
+        Case{"exactly_65536", 16, binary_weights(16), Form::kIndex16},
+        Case{"over_65536", 17, binary_weights(17), Form::kDense}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DiagonalValues, RandomHighOrderTermsMatchDirectEvaluation) {
+  std::mt19937_64 rng(3);
+  std::vector<PhaseTerm> terms;
+  for (int t = 0; t < 30; ++t) terms.push_back({(rng() & 0xffff) | 1, double(rng() % 7) - 3});
+  const DiagonalValues v(16, terms);
+  for (std::uint64_t x = 0; x < v.size(); x += 7) ASSERT_NEAR(v.at(x), direct(terms, x), 1e-12);
+}
+
+PhasePolynomial scaled(double factor) {
+  return {{{0b011, 0.5 * factor}, {0b110, 1.5 * factor}, {0b101, -factor}}, 0.2};
+}
+
+TEST(DiagonalCache, ScaledAnglesShareOneEntryOtherStructuresDoNot) {
+  clear_diagonal_cache();
+  const ScaledDiagonal a = cached_diagonal(scaled(0.3), 3);
+  const ScaledDiagonal b = cached_diagonal(scaled(-2.1), 3);
+  EXPECT_EQ(a.values, b.values);
+  EXPECT_DOUBLE_EQ(b.scale, 1.5 * -2.1);  // the largest angle
+  for (std::uint64_t x = 0; x < 8; ++x) {
+    EXPECT_NEAR(b.scale * b.values->at(x), direct(scaled(-2.1).terms, x), 1e-14);
+  }
+  PhasePolynomial other = scaled(0.3);
+  other.terms[2].angle *= 1.001;  // one ratio differs
+  const ScaledDiagonal c = cached_diagonal(other, 3);
+  const ScaledDiagonal d = cached_diagonal(scaled(0.3), 4);  // another register size
+  EXPECT_NE(c.values, a.values);
+  EXPECT_NE(d.values, a.values);
+  EXPECT_EQ(diagonal_cache_bytes(), a.values->bytes() + c.values->bytes() + d.values->bytes());
+}
+
+TEST(DiagonalCache, LimitEvictsLeastRecentlyUsedAndHeldEntriesSurvive) {
+  clear_diagonal_cache();
+  const std::size_t limit = diagonal_cache_limit();
+  const ScaledDiagonal a = cached_diagonal(scaled(1.0), 12);
+  set_diagonal_cache_limit(a.values->bytes() + 100);
+  const ScaledDiagonal b = cached_diagonal({{{0b1, 1.0}}, 0.0}, 12);  // evicts a
+  EXPECT_EQ(diagonal_cache_bytes(), b.values->bytes());
+  const std::size_t misses = diagonal_cache_misses();
+  EXPECT_NE(cached_diagonal(scaled(2.0), 12).values, a.values);  // recomputed
+  EXPECT_EQ(diagonal_cache_misses(), misses + 1);
+  EXPECT_NEAR(a.scale * a.values->at(4095), direct(scaled(1.0).terms, 4095), 1e-15);  // still held
+  set_diagonal_cache_limit(limit);
+  clear_diagonal_cache();
+  EXPECT_EQ(diagonal_cache_bytes(), 0u);
+}
+
+}  // namespace
+}  // namespace corvid

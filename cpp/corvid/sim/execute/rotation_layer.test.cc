@@ -1,0 +1,152 @@
+// Blocked layers and product states against gate-by-gate kernels, with tiles shrunk so that
+// small states take every path: several tiles, L1 sub-tiles, several high-qubit groups.
+#include "corvid/sim/execute/rotation_layer.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "corvid/sim/execute/diagonal_pass.h"
+#include "corvid/sim/execute/executor.h"
+#include "corvid/sim/kernels/kernels.h"
+
+namespace corvid {
+namespace {
+
+constexpr double kTol = 1e-12;
+
+StateVector random_state(unsigned n, std::mt19937_64& rng) {
+  std::normal_distribution<double> x;
+  StateVector s(n);
+  for (std::uint64_t i = 0; i < s.size(); ++i) s[i] = {x(rng), x(rng)};
+  return s;
+}
+
+// The plain path: one full pass per matrix, with the scalar tile kernel over the whole state.
+void apply_one_by_one(StateVector& s, std::span<const QubitMatrix> layer) {
+  for (const QubitMatrix& g : layer) {
+    scalar_kernel_set().matrix_tile(s.data(), s.num_qubits(), g.qubit, g.matrix);
+  }
+}
+
+std::vector<QubitMatrix> random_layer(unsigned n, std::mt19937_64& rng) {
+  std::uniform_real_distribution<double> angle(-3, 3);
+  const GateKind kinds[] = {GateKind::RX, GateKind::RY, GateKind::H, GateKind::P};
+  std::vector<QubitMatrix> layer;
+  for (std::uint32_t q = 0; q < n; ++q) {
+    if (rng() % 4 == 0) continue;  // leave some qubits out
+    layer.push_back({q, matrix_of(Gate(kinds[rng() % 4], {q}, angle(rng)))});
+  }
+  std::shuffle(layer.begin(), layer.end(), rng);  // order is free: the gates commute
+  return layer;
+}
+
+StateVector clone(const StateVector& s) {
+  StateVector c = StateVector::uninitialized(s.num_qubits());
+  std::copy(s.data(), s.data() + s.size(), c.data());
+  return c;
+}
+
+void expect_near(const StateVector& got, const StateVector& want) {
+  for (std::uint64_t i = 0; i < want.size(); ++i) {
+    ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, kTol) << "amplitude " << i;
+  }
+}
+
+struct Case {
+  unsigned n;
+  LayerTiling tiling;
+};
+
+class Layers : public ::testing::TestWithParam<Case> {};
+
+TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
+  const auto [n, tiling] = GetParam();
+  std::mt19937_64 rng(n * 31 + tiling.tile_bits);
+  for (int trial = 0; trial < 3; ++trial) {
+    const auto layer = random_layer(n, rng);
+    StateVector want = random_state(n, rng);
+    const StateVector start = clone(want);
+    apply_one_by_one(want, layer);
+    for (const KernelSet* k : available_kernel_sets()) {
+      StateVector got = clone(start);
+      apply_rotation_layer(got.data(), n, layer, *k, nullptr, tiling);
+      expect_near(got, want);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tilings, Layers,
+    ::testing::Values(Case{1, {}}, Case{6, {}}, Case{15, {}}, Case{17, {}},  // production tiling
+                      Case{11, {4, 2, 4, 1}},  // 7 high qubits: 3 groups of <= 3, rows of 2
+                      Case{12, {5, 3, 5, 2}}, Case{9, {3, 3, 3, 1}},
+                      Case{12, {4, 2, 7, 2}},  // high tiles larger than low ones: long rows
+                      Case{10, {3, 1, 9, 4}},   // rows longer than the low tile
+                      Case{14, {4, 3, 12, 1}}));  // high blocks of rows in L1, L2 and the tile
+
+TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
+  std::mt19937_64 rng(8);
+  const unsigned n = 10;
+  std::vector<PhaseTerm> terms = {{0b11, 1.0}, {0b1100000000, 1.0}, {0b101, 2.0}};
+  const DiagonalOp op{std::make_shared<const DiagonalValues>(n, terms), 0.37, 0.1};
+  const DiagonalPass pass(op);
+  const LayerTiling tiling{4, 2, 4, 1};
+  for (bool with_low : {true, false}) {
+    std::vector<QubitMatrix> layer = {{8, matrix_of(Gate(GateKind::RX, {8}, 0.3))}};
+    if (with_low) layer.push_back({1, matrix_of(Gate(GateKind::RY, {1}, 0.9))});
+    StateVector want = random_state(n, rng);
+    StateVector got = clone(want);
+    for (std::uint64_t x = 0; x < want.size(); ++x) {
+      want[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
+    }
+    apply_one_by_one(want, layer);
+    apply_rotation_layer(got.data(), n, layer, active_kernel_set(), &pass, tiling);
+    expect_near(got, want);
+  }
+}
+
+// A first layer on |0...0> written inside the next layer's pass (after a diagonal, or not),
+// including a next layer with no low qubits, which leaves the start to a pass of its own.
+TEST(RotationLayer, StartingProductStateRidesInTheNextLayersPass) {
+  std::mt19937_64 rng(10);
+  const unsigned n = 9;
+  const std::vector<PhaseTerm> terms = {{0b11, 1.0}, {0b110000000, 2.0}, {0b1010, 1.0}};
+  const DiagonalOp op{std::make_shared<const DiagonalValues>(n, terms), 0.7, 0.2};
+  const DiagonalPass pass(op);
+  const LayerTiling tiling{5, 2, 7, 1};
+  for (bool high_only : {false, true}) {
+    for (const DiagonalPass* before : {&pass, static_cast<const DiagonalPass*>(nullptr)}) {
+      const auto first = random_layer(n, rng);
+      auto second = random_layer(n, rng);
+      if (high_only) std::erase_if(second, [&](const QubitMatrix& g) { return g.qubit < tiling.tile_bits; });
+      StateVector want(n);
+      apply_one_by_one(want, first);
+      if (before != nullptr) {
+        for (std::uint64_t x = 0; x < want.size(); ++x) {
+          want[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
+        }
+      }
+      apply_one_by_one(want, second);
+      StateVector got = random_state(n, rng);  // its contents must not matter
+      apply_rotation_layer(got.data(), n, second, active_kernel_set(), before, tiling,
+                           std::span<const QubitMatrix>(first));
+      expect_near(got, want);
+    }
+  }
+}
+
+TEST(RotationLayer, ProductStateEqualsLayerOnZero) {
+  std::mt19937_64 rng(9);
+  for (unsigned n : {1u, 5u, 16u}) {
+    const auto layer = random_layer(n, rng);
+    StateVector want(n);
+    apply_one_by_one(want, layer);
+    StateVector got = StateVector::uninitialized(n);
+    write_product_state(got.data(), n, layer);
+    expect_near(got, want);
+  }
+}
+
+}  // namespace
+}  // namespace corvid

@@ -1,0 +1,492 @@
+// The AVX2 + FMA kernel set. Only this file is compiled for AVX2 (by a target pragma around
+// the kernels), and avx2_kernel_set() hands it out only when the running CPU supports it.
+#include <immintrin.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <type_traits>
+
+#include "corvid/sim/kernels/kernel_set.h"
+
+namespace corvid {
+namespace {
+
+using Index = std::uint64_t;
+
+#pragma GCC push_options
+#pragma GCC target("avx2,fma")
+
+// One __m256d holds two amplitudes (re0, im0, re1, im1).
+inline __m256d load(const Amplitude* p) { return _mm256_load_pd(reinterpret_cast<const double*>(p)); }
+inline void store(Amplitude* p, __m256d v) { _mm256_store_pd(reinterpret_cast<double*>(p), v); }
+inline __m256d swap_re_im(__m256d v) { return _mm256_permute_pd(v, 0x5); }
+
+// Lane-wise complex product t·a.
+inline __m256d cmul(__m256d t, __m256d a) {
+  const __m256d re = _mm256_movedup_pd(t);
+  const __m256d im = _mm256_permute_pd(t, 0xF);
+  return _mm256_fmaddsub_pd(re, a, _mm256_mul_pd(im, swap_re_im(a)));
+}
+
+inline __m256d pair(const Amplitude& lo, const Amplitude& hi) {
+  const __m128d l = _mm_loadu_pd(reinterpret_cast<const double*>(&lo));
+  const __m128d h = _mm_loadu_pd(reinterpret_cast<const double*>(&hi));
+  return _mm256_insertf128_pd(_mm256_castpd128_pd256(l), h, 1);
+}
+
+template <class T>
+void phase_table(Amplitude* amps, const T* index, const Amplitude* table, Index count) {
+  Index i = 0;
+  for (; i + 2 <= count; i += 2) {
+    store(amps + i, cmul(pair(table[index[i]], table[index[i + 1]]), load(amps + i)));
+  }
+  for (; i < count; ++i) {  // odd counts only occur for states of one amplitude
+    const Amplitude a = amps[i], t = table[index[i]];
+    amps[i] = {t.real() * a.real() - t.imag() * a.imag(), t.real() * a.imag() + t.imag() * a.real()};
+  }
+}
+
+// Lane-wise arithmetic on vectors of amplitudes of either precision: one __m256d holds two
+// double amplitudes (re0, im0, re1, im1), one __m256 four float amplitudes.
+template <class Real>
+struct Simd;
+
+template <>
+struct Simd<double> {
+  using V = __m256d;
+  static constexpr Index kAmps = 2;
+  static V load(const double* p) { return _mm256_load_pd(p); }
+  static void store(double* p, V v) { _mm256_store_pd(p, v); }
+  static V set1(double x) { return _mm256_set1_pd(x); }
+  static V alternate(double x) { return _mm256_setr_pd(-x, x, -x, x); }  // (−x, x) per amplitude
+  static V swap_re_im(V v) { return _mm256_permute_pd(v, 0x5); }
+  static V mul(V a, V b) { return _mm256_mul_pd(a, b); }
+  static V fmadd(V a, V b, V c) { return _mm256_fmadd_pd(a, b, c); }
+  static V addsub(V a, V b) { return _mm256_addsub_pd(a, b); }
+};
+
+template <>
+struct Simd<float> {
+  using V = __m256;
+  static constexpr Index kAmps = 4;
+  static V load(const float* p) { return _mm256_load_ps(p); }
+  static void store(float* p, V v) { _mm256_store_ps(p, v); }
+  static V set1(double x) { return _mm256_set1_ps(float(x)); }
+  static V alternate(double x) {
+    const float y = float(x);
+    return _mm256_setr_ps(-y, y, -y, y, -y, y, -y, y);
+  }
+  static V swap_re_im(V v) { return _mm256_permute_ps(v, 0xB1); }
+  static V mul(V a, V b) { return _mm256_mul_ps(a, b); }
+  static V fmadd(V a, V b, V c) { return _mm256_fmadd_ps(a, b, c); }
+  static V addsub(V a, V b) { return _mm256_addsub_ps(a, b); }
+};
+
+// A matrix applied to two vectors (a0, a1) of amplitudes paired by its qubit; one type per
+// shape so that each shape does only the arithmetic it needs. (i·b)·(x + iy) = (−b·y, b·x): a
+// product with the re/im-swapped vector and alternating signs.
+
+// Ones on the diagonal, imaginary entries off it: the unit part of an RX-like matrix (see
+// factor_scale), one multiply-add per vector.
+template <class Real>
+struct UnitDiagonalOp {
+  using S = Simd<Real>;
+  typename S::V k01, k10;
+  explicit UnitDiagonalOp(const Matrix2& m)
+      : k01(S::alternate(m.m01.imag())), k10(S::alternate(m.m10.imag())) {}
+  void operator()(typename S::V& a0, typename S::V& a1) const {
+    const auto s0 = S::swap_re_im(a0);
+    a0 = S::fmadd(k01, S::swap_re_im(a1), a0);
+    a1 = S::fmadd(k10, s0, a1);
+  }
+};
+
+// Real diagonal, imaginary entries off it (RX, scaled).
+template <class Real>
+struct RealImaginaryOp {
+  using S = Simd<Real>;
+  typename S::V d0, d1, k01, k10;
+  explicit RealImaginaryOp(const Matrix2& m)
+      : d0(S::set1(m.m00.real())), d1(S::set1(m.m11.real())), k01(S::alternate(m.m01.imag())),
+        k10(S::alternate(m.m10.imag())) {}
+  void operator()(typename S::V& a0, typename S::V& a1) const {
+    const auto s0 = S::swap_re_im(a0), s1 = S::swap_re_im(a1);
+    a0 = S::fmadd(d0, a0, S::mul(k01, s1));
+    a1 = S::fmadd(d1, a1, S::mul(k10, s0));
+  }
+};
+
+// Real entries (RY, H).
+template <class Real>
+struct RealOp {
+  using S = Simd<Real>;
+  typename S::V r00, r01, r10, r11;
+  explicit RealOp(const Matrix2& m)
+      : r00(S::set1(m.m00.real())), r01(S::set1(m.m01.real())), r10(S::set1(m.m10.real())),
+        r11(S::set1(m.m11.real())) {}
+  void operator()(typename S::V& a0, typename S::V& a1) const {
+    const auto x = a0;
+    a0 = S::fmadd(r00, x, S::mul(r01, a1));
+    a1 = S::fmadd(r10, x, S::mul(r11, a1));
+  }
+};
+
+template <class Real>
+struct GeneralOp {
+  using S = Simd<Real>;
+  typename S::V r00, i00, r01, i01, r10, i10, r11, i11;
+  explicit GeneralOp(const Matrix2& m)
+      : r00(S::set1(m.m00.real())), i00(S::set1(m.m00.imag())), r01(S::set1(m.m01.real())),
+        i01(S::set1(m.m01.imag())), r10(S::set1(m.m10.real())), i10(S::set1(m.m10.imag())),
+        r11(S::set1(m.m11.real())), i11(S::set1(m.m11.imag())) {}
+  void operator()(typename S::V& a0, typename S::V& a1) const {
+    const auto s0 = S::swap_re_im(a0), s1 = S::swap_re_im(a1);
+    const auto x0 = S::fmadd(r00, a0, S::mul(r01, a1)), y0 = S::fmadd(i00, s0, S::mul(i01, s1));
+    const auto x1 = S::fmadd(r10, a0, S::mul(r11, a1)), y1 = S::fmadd(i10, s0, S::mul(i11, s1));
+    a0 = S::addsub(x0, y0);
+    a1 = S::addsub(x1, y1);
+  }
+};
+
+bool is_real_imaginary(const Matrix2& m) {
+  return m.m00.imag() == 0 && m.m11.imag() == 0 && m.m01.real() == 0 && m.m10.real() == 0;
+}
+
+bool is_real(const Matrix2& m) {
+  return m.m00.imag() == 0 && m.m01.imag() == 0 && m.m10.imag() == 0 && m.m11.imag() == 0;
+}
+
+bool is_unit_diagonal(const Matrix2& m) { return m.m00 == 1.0 && m.m11 == 1.0 && is_real_imaginary(m); }
+
+// X·m: m with its rows swapped. Applying X·m and storing each result at its partner's place
+// applies m, so a matrix whose X·m has a cheaper shape (the unit part of an RX beyond pi/2,
+// with ones off the diagonal) costs no more than that shape: the flip only renames stores.
+Matrix2 rows_swapped(const Matrix2& m) { return {m.m10, m.m11, m.m00, m.m01}; }
+
+bool is_unit(const Matrix2& m) { return is_unit_diagonal(m) || is_unit_diagonal(rows_swapped(m)); }
+
+// f(op, flip) with the cheapest op for m or for X·m (flip = true: results are stored swapped).
+template <class Real, class F>
+void with_op(const Matrix2& m, F f) {
+  const Matrix2 x = rows_swapped(m);
+  if (is_unit_diagonal(m)) return f(UnitDiagonalOp<Real>(m), false);
+  if (is_unit_diagonal(x)) return f(UnitDiagonalOp<Real>(x), true);
+  if (is_real_imaginary(m)) return f(RealImaginaryOp<Real>(m), false);
+  if (is_real_imaginary(x)) return f(RealImaginaryOp<Real>(x), true);
+  if (is_real(m)) return f(RealOp<Real>(m), false);
+  f(GeneralOp<Real>(m), false);
+}
+
+// Where the vectors a group of K gates acts on lie. for_each_run(qubits, body) calls
+// body(ptr, count) for every run of positions: ptr[j] is where vector j of the group starts (bit
+// g of j set: the g-th qubit is 1), and the run is `count` reals long.
+template <std::size_t K>
+struct GroupOffsets {
+  Index mask = 0, offset[1 << K] = {};
+  explicit GroupOffsets(const std::array<unsigned, K>& qubits) {
+    for (std::size_t g = 0; g < K; ++g) mask |= Index{1} << qubits[g];
+    for (unsigned j = 0; j < (1u << K); ++j) {
+      for (std::size_t g = 0; g < K; ++g) offset[j] += Index{j >> g & 1} << qubits[g];
+    }
+  }
+};
+
+// A contiguous tile; qubits whose pairs lie in different vectors.
+template <class Real>
+struct TileLayout {
+  Real* tile;
+  Index size;  // amplitudes
+
+  template <std::size_t K, class Body>
+  void for_each_run(const std::array<unsigned, K>& qubits, Body body) const {
+    const GroupOffsets<K> g(qubits);
+    const Index run = g.mask & -g.mask;  // the lowest qubit's stride: indices below it are contiguous
+    for (Index b = 0; b < size; b = ((b | g.mask | (run - 1)) + 1) & ~g.mask) {
+      Real* ptr[1 << K];
+      for (unsigned j = 0; j < (1u << K); ++j) ptr[j] = tile + 2 * (b + g.offset[j]);
+      body(ptr, 2 * run);
+    }
+  }
+};
+
+// 2^row_bits rows of `length` amplitudes anywhere in memory; qubit j is bit j of the row number.
+template <class Real>
+struct RowLayout {
+  std::complex<Real>* const* rows;
+  unsigned row_bits;
+  Index length;
+
+  template <std::size_t K, class Body>
+  void for_each_run(const std::array<unsigned, K>& qubits, Body body) const {
+    const GroupOffsets<K> g(qubits);
+    for (Index r = 0; r < (Index{1} << row_bits); r = ((r | g.mask) + 1) & ~g.mask) {
+      Real* ptr[1 << K];
+      for (unsigned j = 0; j < (1u << K); ++j) ptr[j] = reinterpret_cast<Real*>(rows[r + g.offset[j]]);
+      body(ptr, 2 * length);
+    }
+  }
+};
+
+template <class Real, class Layout>
+void sweep(const Layout& layout, const QubitMatrix& g) {
+  using S = Simd<Real>;
+  with_op<Real>(g.matrix, [&](const auto& op, bool flip) {
+    layout.for_each_run(std::array{g.qubit}, [&](Real* const* p, Index count) {
+      for (Index i = 0; i < count; i += 2 * S::kAmps) {
+        auto a0 = S::load(p[0] + i), a1 = S::load(p[1] + i);
+        op(a0, a1);
+        S::store(p[flip] + i, a0);
+        S::store(p[!flip] + i, a1);
+      }
+    });
+  });
+}
+
+// Two gates per sweep: each group of four vectors is loaded and stored once for both. A flip
+// of the first gate renames vectors within the pairs of the second, which it leaves as pairs.
+template <class Real, class Layout>
+void sweep_pair(const Layout& layout, const QubitMatrix& a, const QubitMatrix& b) {
+  using S = Simd<Real>;
+  with_op<Real>(a.matrix, [&](const auto& opa, bool flip_a) {
+    with_op<Real>(b.matrix, [&](const auto& opb, bool flip_b) {
+      const unsigned flip = flip_a | flip_b << 1;
+      layout.for_each_run(std::array{a.qubit, b.qubit}, [&](Real* const* p, Index count) {
+        for (Index i = 0; i < count; i += 2 * S::kAmps) {
+          typename S::V v[4];
+          for (unsigned j = 0; j < 4; ++j) v[j] = S::load(p[j] + i);
+          opa(v[0], v[1]);
+          opa(v[2], v[3]);
+          opb(v[0], v[2]);
+          opb(v[1], v[3]);
+          for (unsigned j = 0; j < 4; ++j) S::store(p[j ^ flip] + i, v[j]);
+        }
+      });
+    });
+  });
+}
+
+// A unit matrix as its unit-diagonal part and whether an X follows (see rows_swapped).
+template <class Real>
+struct UnitPart {
+  UnitDiagonalOp<Real> op;
+  bool flip;
+  explicit UnitPart(const Matrix2& m)
+      : op(is_unit_diagonal(m) ? m : rows_swapped(m)), flip(!is_unit_diagonal(m)) {}
+};
+
+// Three unit gates per sweep, eight vectors per group.
+template <class Real, class Layout>
+void sweep_triple(const Layout& layout, const std::array<QubitMatrix, 3>& g) {
+  using S = Simd<Real>;
+  const UnitPart<Real> a(g[0].matrix), b(g[1].matrix), c(g[2].matrix);
+  const unsigned flip = a.flip | b.flip << 1 | c.flip << 2;
+  layout.for_each_run(std::array{g[0].qubit, g[1].qubit, g[2].qubit},
+                      [&](Real* const* p, Index count) {
+    for (Index i = 0; i < count; i += 2 * S::kAmps) {
+      typename S::V v[8];
+      for (unsigned j = 0; j < 8; ++j) v[j] = S::load(p[j] + i);
+      for (unsigned j = 0; j < 8; j += 2) a.op(v[j], v[j + 1]);
+      for (unsigned j : {0u, 1u, 4u, 5u}) b.op(v[j], v[j + 2]);
+      for (unsigned j = 0; j < 4; ++j) c.op(v[j], v[j + 4]);
+      for (unsigned j = 0; j < 8; ++j) S::store(p[j ^ flip] + i, v[j]);
+    }
+  });
+}
+
+// Unit gates three to a sweep, the rest two to a sweep or alone.
+template <class Real, class Layout>
+void sweep_all(const Layout& layout, std::span<const QubitMatrix> gates) {
+  std::array<QubitMatrix, 3> triple;
+  std::size_t in_triple = 0;
+  std::optional<QubitMatrix> waiting;  // a gate without a partner yet
+  auto pair_or_wait = [&](const QubitMatrix& g) {
+    if (waiting) {
+      sweep_pair<Real>(layout, *waiting, g);
+      waiting.reset();
+    } else {
+      waiting = g;
+    }
+  };
+  for (const QubitMatrix& g : gates) {
+    if (!is_unit(g.matrix)) {
+      pair_or_wait(g);
+    } else if (triple[in_triple++] = g; in_triple == 3) {
+      sweep_triple<Real>(layout, triple);
+      in_triple = 0;
+    }
+  }
+  for (std::size_t j = 0; j < in_triple; ++j) pair_or_wait(triple[j]);
+  if (waiting) sweep<Real>(layout, *waiting);
+}
+
+// Qubits below a vector's width pair amplitudes inside one vector: double qubit 0, float qubits
+// 0 and 1. Shuffle<Real, Q> brings each amplitude's partner under it (partner), or the partner
+// with re and im swapped (partner_swapped), in one shuffle each.
+template <class Real, unsigned Q>
+struct Shuffle;
+
+template <>
+struct Shuffle<double, 0> {
+  static __m256d partner(__m256d v) { return _mm256_permute4x64_pd(v, 0x4E); }
+  static __m256d partner_swapped(__m256d v) { return _mm256_permute4x64_pd(v, 0x1B); }
+};
+
+template <>
+struct Shuffle<float, 0> {
+  static __m256 partner(__m256 v) { return _mm256_permute_ps(v, 0x4E); }
+  static __m256 partner_swapped(__m256 v) { return _mm256_permute_ps(v, 0x1B); }
+};
+
+template <>
+struct Shuffle<float, 1> {
+  static __m256 partner(__m256 v) {
+    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(v), 0x4E));
+  }
+  static __m256 partner_swapped(__m256 v) {
+    return _mm256_permutevar8x32_ps(v, _mm256_setr_epi32(5, 4, 7, 6, 1, 0, 3, 2));
+  }
+};
+
+// A vector whose real (im = false) and imaginary slots hold value(bit, im), where bit is the
+// slot's amplitude's bit Q.
+template <class Real, unsigned Q, class F>
+typename Simd<Real>::V per_slot(F value) {
+  alignas(32) Real slots[2 * Simd<Real>::kAmps];
+  for (unsigned k = 0; k < 2 * Simd<Real>::kAmps; ++k) slots[k] = Real(value(k / 2 >> Q & 1, k & 1));
+  return Simd<Real>::load(slots);
+}
+
+template <class Real, unsigned Q>
+void in_vector(Real* p, Index reals, const Matrix2& m) {
+  using S = Simd<Real>;
+  using X = Shuffle<Real, Q>;
+  if (is_unit_diagonal(m)) {
+    // v + (i·m01·a1, i·m10·a0): one shuffle and one multiply-add per vector.
+    const auto k = per_slot<Real, Q>([&](unsigned bit, bool im) {
+      const double x = bit ? m.m10.imag() : m.m01.imag();
+      return im ? x : -x;
+    });
+    for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+      const auto v = S::load(p + i);
+      S::store(p + i, S::fmadd(k, X::partner_swapped(v), v));
+    }
+    return;
+  }
+  if (is_unit_diagonal(rows_swapped(m))) {
+    // Ones off the diagonal: partner(v) + (i·m00·a0, i·m11·a1).
+    const auto k = per_slot<Real, Q>([&](unsigned bit, bool im) {
+      const double x = bit ? m.m11.imag() : m.m00.imag();
+      return im ? x : -x;
+    });
+    for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+      const auto v = S::load(p + i);
+      S::store(p + i, S::fmadd(k, S::swap_re_im(v), X::partner(v)));
+    }
+    return;
+  }
+  // out = (m00 | m11)·v + (m01 | m10)·partner(v), each entry split into re and im.
+  auto entry = [&](const Amplitude& on_zero, const Amplitude& on_one, bool imag) {
+    return per_slot<Real, Q>([&](unsigned bit, bool) {
+      const Amplitude& e = bit ? on_one : on_zero;
+      return imag ? e.imag() : e.real();
+    });
+  };
+  const auto dr = entry(m.m00, m.m11, false), di = entry(m.m00, m.m11, true);
+  const auto orr = entry(m.m01, m.m10, false), oi = entry(m.m01, m.m10, true);
+  for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+    const auto v = S::load(p + i), w = X::partner(v);
+    const auto re = S::fmadd(dr, v, S::mul(orr, w));
+    const auto im = S::fmadd(di, S::swap_re_im(v), S::mul(oi, S::swap_re_im(w)));
+    S::store(p + i, S::addsub(re, im));
+  }
+}
+
+template <class Real>
+void in_vector(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& g) {
+  Real* p = reinterpret_cast<Real*>(tile);
+  const Index reals = Index{2} << tile_bits;
+  if (g.qubit == 0) return in_vector<Real, 0>(p, reals, g.matrix);
+  if constexpr (Simd<Real>::kAmps > 2) in_vector<Real, 1>(p, reals, g.matrix);
+}
+
+template <class Real>
+void matrices_tile(std::complex<Real>* tile, unsigned tile_bits,
+                   std::span<const QubitMatrix> gates) {
+  std::array<QubitMatrix, 64> rest;
+  std::size_t count = 0;
+  for (const QubitMatrix& g : gates) {
+    if ((Index{1} << g.qubit) < Simd<Real>::kAmps) {
+      in_vector(tile, tile_bits, g);
+    } else {
+      rest[count++] = g;
+    }
+  }
+  sweep_all<Real>(TileLayout<Real>{reinterpret_cast<Real*>(tile), Index{1} << tile_bits},
+                  {rest.data(), count});
+}
+
+template <class Real>
+void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
+  const QubitMatrix one[] = {{q, m}};
+  matrices_tile<Real>(tile, tile_bits, std::span(one));
+}
+
+template <class Real>
+void matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, Index length,
+                   std::span<const QubitMatrix> gates) {
+  if (length < Simd<Real>::kAmps) return scalar_matrices_rows<Real>(rows, row_bits, length, gates);
+  sweep_all<Real>(RowLayout<Real>{rows, row_bits, length}, gates);
+}
+
+namespace f32 {
+
+using Value = std::complex<float>;
+
+inline __m256 load(const Value* p) { return _mm256_load_ps(reinterpret_cast<const float*>(p)); }
+inline void store(Value* p, __m256 v) { _mm256_store_ps(reinterpret_cast<float*>(p), v); }
+inline __m256 swap_re_im(__m256 v) { return _mm256_permute_ps(v, 0xB1); }
+
+inline __m256 cmul(__m256 t, __m256 a) {
+  return _mm256_fmaddsub_ps(_mm256_moveldup_ps(t), a,
+                            _mm256_mul_ps(_mm256_movehdup_ps(t), swap_re_im(a)));
+}
+
+template <class T>
+void phase_table(Value* amps, const T* index, const Value* table, Index count) {
+  const auto* entries = reinterpret_cast<const long long*>(table);  // one amplitude = 8 bytes
+  Index i = 0;
+  for (; i + 4 <= count; i += 4) {
+    const __m256 t = _mm256_castsi256_ps(_mm256_setr_epi64x(
+        entries[index[i]], entries[index[i + 1]], entries[index[i + 2]], entries[index[i + 3]]));
+    store(amps + i, cmul(t, load(amps + i)));
+  }
+  for (; i < count; ++i) {  // states of fewer than four amplitudes
+    const Value a = amps[i], t = table[index[i]];
+    amps[i] = {t.real() * a.real() - t.imag() * a.imag(), t.real() * a.imag() + t.imag() * a.real()};
+  }
+}
+
+}  // namespace f32
+
+#pragma GCC pop_options
+
+const KernelSet kAvx2{"avx2", &phase_table<std::uint8_t>, &phase_table<std::uint16_t>,
+                      &matrix_tile<double>, &matrices_tile<double>, &matrices_rows<double>};
+
+const KernelSet32 kAvx2Single{"avx2", &f32::phase_table<std::uint8_t>,
+                              &f32::phase_table<std::uint16_t>, &matrix_tile<float>,
+                              &matrices_tile<float>, &matrices_rows<float>};
+
+bool cpu_has_avx2() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+}
+
+}  // namespace
+
+const KernelSet32* avx2_kernel_set32() { return cpu_has_avx2() ? &kAvx2Single : nullptr; }
+
+const KernelSet* avx2_kernel_set() { return cpu_has_avx2() ? &kAvx2 : nullptr; }
+
+}  // namespace corvid

@@ -1,0 +1,89 @@
+#include "corvid/sim/machine/sampler.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numeric>
+#include <tuple>
+#include <vector>
+
+namespace corvid {
+namespace {
+
+std::uint64_t total_hits(const std::vector<OutcomeCount>& counts) {
+  std::uint64_t t = 0;
+  for (const auto& c : counts) t += c.hits;
+  return t;
+}
+
+}  // namespace
+
+// Weight sets chosen for their edges: zeros at both ends and between, a single certain outcome,
+// unnormalised weights, one tiny weight. Each runs as given (more shots than outcomes: counts
+// drawn outcome by outcome) and tiled past the shot count (the sorted-variate walk); tiled
+// outcomes are pooled by their place in the set.
+class Sampler : public ::testing::TestWithParam<std::tuple<std::vector<double>, bool>> {};
+
+TEST_P(Sampler, FrequenciesWithinFiveSigmaAndZerosNeverDrawn) {
+  const auto& [w, tiled] = GetParam();
+  const std::uint64_t shots = 200000;
+  std::vector<double> weights;
+  do weights.insert(weights.end(), w.begin(), w.end());
+  while (tiled && weights.size() < shots);
+  const double sum = std::accumulate(w.begin(), w.end(), 0.0);
+  std::mt19937_64 rng(42);
+  const auto counts = sample_counts(weights, shots, rng);
+  EXPECT_EQ(total_hits(counts), shots);
+  std::vector<std::uint64_t> hits(w.size(), 0);
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    if (i > 0) ASSERT_LT(counts[i - 1].outcome, counts[i].outcome);  // ascending, merged
+    ASSERT_LT(counts[i].outcome, weights.size());
+    ASSERT_GT(counts[i].hits, 0u);
+    hits[counts[i].outcome % w.size()] += counts[i].hits;
+  }
+  for (std::size_t j = 0; j < w.size(); ++j) {
+    const double p = w[j] / sum;
+    if (p == 0.0) {
+      EXPECT_EQ(hits[j], 0u) << "outcome " << j << " has weight 0";
+      continue;
+    }
+    const double sigma = std::sqrt(shots * p * (1 - p));
+    EXPECT_NEAR(double(hits[j]), shots * p, 5 * sigma + 1) << "outcome " << j;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Weights, Sampler,
+    ::testing::Combine(
+        ::testing::Values(std::vector<double>{0.5, 0.5}, std::vector<double>{0, 0, 1, 0},
+                          std::vector<double>{0, 0.25, 0, 0.75, 0},
+                          std::vector<double>{3, 1, 0, 4},  // not normalised
+                          std::vector<double>{1e-6, 1 - 1e-6, 0},
+                          std::vector<double>{0.1, 0.2, 0.3, 0.1, 0.05, 0.05, 0.15, 0.05}),
+        ::testing::Bool()));
+
+TEST(SamplerRng, AHugeShotCountCostsOneDrawPerOutcome) {
+  const std::vector<double> w{0.25, 0, 0.75};
+  std::mt19937_64 rng(3);
+  const std::uint64_t shots = std::uint64_t{1} << 60;
+  const auto counts = sample_counts(w, shots, rng);
+  ASSERT_EQ(counts.size(), 2u);
+  EXPECT_EQ(total_hits(counts), shots);
+  EXPECT_NEAR(double(counts[0].hits) / double(shots), 0.25, 1e-6);
+}
+
+TEST(SamplerRng, SameSeedSameCountsAndOneShot) {
+  const std::vector<double> w{0.2, 0.3, 0.5};
+  std::mt19937_64 a(9), b(9);
+  EXPECT_EQ(sample_counts(w, 1000, a), sample_counts(w, 1000, b));
+  // The generator moves on: the next draw differs from the first.
+  std::mt19937_64 c(9);
+  const auto first = sample_counts(w, 1000, c);
+  EXPECT_NE(first, sample_counts(w, 1000, c));
+  const auto one = sample_counts(w, 1, c);
+  ASSERT_EQ(one.size(), 1u);
+  EXPECT_EQ(one[0].hits, 1u);
+  EXPECT_TRUE(sample_counts(w, 0, c).empty());
+}
+
+}  // namespace corvid
