@@ -155,8 +155,10 @@ std::int64_t to_integer(py::handle value, const char* what) {
   }
   int overflow = 0;
   const long long v = PyLong_AsLongLongAndOverflow(i.ptr(), &overflow);
-  if (overflow != 0) {
-    throw std::invalid_argument(std::string(what) + " is too large: " + std::string(py::repr(value)));
+  if (overflow != 0) {  // the counts and indices behind every caller are 64-bit
+    throw std::invalid_argument(std::string(what) + (overflow > 0 ? " is too large: " : " is too small: ") +
+                                std::string(py::repr(value)) +
+                                (overflow > 0 ? " (at most 2**63 - 1)" : " (at least -2**63)"));
   }
   return v;
 }

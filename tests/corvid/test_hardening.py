@@ -4,7 +4,6 @@ process-wide thread count, and Ctrl-C during a long simulation."""
 
 import resource
 import subprocess
-import threading
 
 import numpy as np
 import pytest
@@ -186,36 +185,26 @@ def test_memory_guard_refuses_before_allocating(call):
     assert _peak_rss_bytes() - before < GIB
 
 
-def test_thread_count_applies_to_threads_that_did_not_set_it():
-    before = corvid.get_num_threads()
-    seen = []
-    try:
-        for n in (1, 3):
-            corvid.set_num_threads(n)
-            worker = threading.Thread(target=lambda: seen.append(corvid.get_num_threads()))
-            worker.start()
-            worker.join()
-    finally:
-        corvid.set_num_threads(before)
-    assert seen == [1, 3]
-
-
-def test_absurd_shot_count_neither_hangs_nor_is_silently_accepted():
-    code = """
-        import corvid
-        qvm = corvid.CPUQVM(seed=1); q = qvm.qAlloc_many(2); c = qvm.cAlloc_many(2)
-        prog = corvid.QProg() << corvid.H(q[0]) << corvid.measure_all(q, c)
-        try:
-            counts = qvm.run_with_configuration(prog, c, 10**12)
-            print("counted", sum(counts.values()))
-        except ValueError as e:
-            print("refused", e)
+@pytest.mark.parametrize("shots", [2**62, 2**62 + 1, 2**63 - 1])
+def test_huge_shot_counts_finish_at_once(shots):
+    # The standard library's binomial sampler never returned for 2**62; QAOA.run samples through
+    # the same call.
+    code = f"""
+        from corvid_alg.QAOA.qaoa import QAOA
+        import sympy
+        qvm = corvid.CPUQVM(seed=1); q = qvm.qAlloc_many(3); c = qvm.cAlloc_many(3)
+        prog = corvid.QProg() << corvid.H(q) << corvid.measure_all(q, c)
+        counts = qvm.run_with_configuration(prog, c, {shots})
+        print(sum(counts.values()) == {shots}, abs(counts["000"] / {shots} - 0.125) < 0.01)
+        x0, x1 = sympy.symbols("x0 x1")
+        QAOA(x0 * x1 - x0).run(layer=1, shots={shots}, optimizer="COBYLA", optimizer_option={{"options": {{"maxiter": 5}}}})
+        print("ran")
     """
     try:
-        out = run_python(code, timeout=5)
+        out = run_python(code, timeout=30)
     except subprocess.TimeoutExpired:
-        pytest.fail("10**12 shots did not finish or fail within 5 s")
-    assert "refused" in out or "counted 1000000000000" in out
+        pytest.fail(f"{shots} shots did not finish within 30 s")
+    assert out.split() == ["True", "True", "ran"], out
 
 
 # --- Ctrl-C ------------------------------------------------------------------------------------
