@@ -8,6 +8,7 @@
 
 #include "corvid/sim/machine/cpu_backend.h"
 #include "corvid/sim/machine/state_vector.h"
+#include "corvid/util/errors.h"
 #include "corvid/util/interrupt.h"
 #include "corvid/util/memory.h"
 
@@ -180,8 +181,15 @@ std::vector<unsigned> Machine::check_cbits(std::span<const CBit> cbits) const {
 
 void Machine::run(const Program& program) {
   has_run_ = false;  // a failed run leaves no state to read
-  backend_->reset(num_qubits_);
-  backend_->run(program.circuit().gates());
+  naming_allocation(
+      [&] {
+        return "running " + std::to_string(program.circuit().size()) + " gates on " +
+               std::to_string(num_qubits_) + " qubits";
+      },
+      [&] {
+        backend_->reset(num_qubits_);
+        backend_->run(program.circuit().gates());
+      });
   has_run_ = true;
 }
 
