@@ -3,7 +3,7 @@
 #include <bit>
 #include <string>
 
-#include "corvid/qaoa/bit_transform.h"
+#include "corvid/util/bit_transform.h"
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/term_list.h"
 
@@ -16,11 +16,7 @@ AlignedBuffer<double> energies_from_z_terms(int num_qubits, std::span<const std:
   const std::string what = "energies of " + std::to_string(num_qubits) + " qubits";
   AlignedBuffer<double> e = dense_coefficients(num_qubits, masks, coeffs, what.c_str());
   // The unnormalised Walsh–Hadamard transform: E[x] = sum_m a[m] (-1)^popcount(x & m).
-  transform_bits(e.data(), num_qubits, [](double& lo, double& hi) {
-    const double sum = lo + hi;
-    hi = lo - hi;
-    lo = sum;
-  });
+  walsh_transform(e.data(), num_qubits);
   return e;
 }
 
