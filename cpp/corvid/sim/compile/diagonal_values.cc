@@ -27,7 +27,7 @@ class BlockEvaluator {
     for (const PhaseTerm& t : terms) {
       low_.push_back(t.mask & ((Index{1} << bits_) - 1));
       high_.push_back(t.mask >> bits_);
-      coef_.push_back(t.angle);
+      coef_.push_back(t.coefficient);
     }
   }
 

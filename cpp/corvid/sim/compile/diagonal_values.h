@@ -16,7 +16,7 @@ namespace corvid {
 
 class DiagonalValues {
  public:
-  /// Computes v for `terms` (masks < 2^num_qubits, coefficients r_t = terms[t].angle) with a
+  /// Computes v for `terms` (masks < 2^num_qubits, coefficients r_t = terms[t].coefficient) with a
   /// Walsh–Hadamard transform per cache-sized block: O(n·2^n) time, O(block) scratch per thread,
   /// parallel. Levels are compared exactly (no rounding). Throws OutOfMemory before allocating
   /// when the result does not fit.
