@@ -71,7 +71,26 @@ std::shared_ptr<const DiagonalValues> compute(unsigned n, std::span<const PhaseT
   }
 }
 
+
+// The entry of `terms` moved to the front and counted as a hit, or nullptr. Caller locks.
+std::shared_ptr<const DiagonalValues> find_locked(Store& s, unsigned n, std::uint64_t hash,
+                                                  std::span<const PhaseTerm> terms) {
+  for (auto it = s.entries.begin(); it != s.entries.end(); ++it) {
+    if (!same_key(*it, n, hash, terms)) continue;
+    s.entries.splice(s.entries.begin(), s.entries, it);
+    ++s.hits;
+    return it->values;
+  }
+  return nullptr;
+}
+
 }  // namespace
+
+std::shared_ptr<const DiagonalValues> find_cached_diagonal(std::span<const PhaseTerm> terms,
+                                                           unsigned num_qubits) {
+  std::lock_guard lock(store().mutex);
+  return find_locked(store(), num_qubits, hash_of(num_qubits, terms), terms);
+}
 
 std::shared_ptr<const DiagonalValues> cached_diagonal(std::span<const PhaseTerm> terms,
                                                       unsigned num_qubits) {
@@ -79,12 +98,7 @@ std::shared_ptr<const DiagonalValues> cached_diagonal(std::span<const PhaseTerm>
   Store& s = store();
   {
     std::lock_guard lock(s.mutex);
-    for (auto it = s.entries.begin(); it != s.entries.end(); ++it) {
-      if (!same_key(*it, num_qubits, hash, terms)) continue;
-      s.entries.splice(s.entries.begin(), s.entries, it);
-      ++s.hits;
-      return it->values;
-    }
+    if (auto found = find_locked(s, num_qubits, hash, terms)) return found;
     ++s.misses;
   }
   // Computed outside the lock: other machines keep running meanwhile. Two threads missing on

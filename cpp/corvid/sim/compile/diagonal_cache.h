@@ -24,6 +24,11 @@ namespace corvid {
 std::shared_ptr<const DiagonalValues> cached_diagonal(std::span<const PhaseTerm> terms,
                                                       unsigned num_qubits);
 
+/// The stored values of `terms` when present (counted as a hit), else nullptr; never computes.
+/// Lets the energies of a cost function reuse the diagonal its phase layer already paid for.
+std::shared_ptr<const DiagonalValues> find_cached_diagonal(std::span<const PhaseTerm> terms,
+                                                           unsigned num_qubits);
+
 /// Bytes held by the store now, and its limit.
 std::size_t diagonal_cache_bytes();
 std::size_t diagonal_cache_limit();

@@ -185,6 +185,18 @@ double DiagonalValues::at(std::uint64_t x) const noexcept {
   return dense_[x];
 }
 
+void DiagonalValues::expand(double* out, double offset) const {
+  std::vector<double> shifted(levels_);
+  for (double& l : shifted) l += offset;
+  const auto size = static_cast<std::int64_t>(this->size());
+  const std::uint8_t* i8 = index8();
+  const std::uint16_t* i16 = index16();
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(this->size()))
+  for (std::int64_t x = 0; x < size; ++x) {
+    out[x] = i8 ? shifted[i8[x]] : i16 ? shifted[i16[x]] : offset + dense_[x];
+  }
+}
+
 std::size_t DiagonalValues::bytes() const noexcept {
   return levels_.size() * sizeof(double) + index8_.size() + index16_.size() * 2 +
          dense_.size() * sizeof(double);

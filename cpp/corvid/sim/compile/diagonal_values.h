@@ -35,6 +35,8 @@ class DiagonalValues {
   const double* dense() const noexcept { return dense_.size() ? dense_.data() : nullptr; }
   /// v at basis state x, whatever the form. O(1).
   double at(std::uint64_t x) const noexcept;
+  /// out[x] = offset + v(x) for every basis state, in one parallel pass.
+  void expand(double* out, double offset) const;
   /// Heap bytes held.
   std::size_t bytes() const noexcept;
 

@@ -68,11 +68,9 @@ struct Accumulator {
   }
 };
 
-// Sums equal masks; one common scale stays apart from the coefficients, several are multiplied
-// in (their ratios are never taken).
-PhasePolynomial merge(std::vector<ScaledTerm> terms, double global_phase) {
-  std::stable_sort(terms.begin(), terms.end(),
-                   [](const ScaledTerm& x, const ScaledTerm& y) { return x.mask < y.mask; });
+// One common scale stays apart from the coefficients, several are multiplied in (their ratios
+// are never taken).
+PhasePolynomial merge(const std::vector<ScaledTerm>& terms, double global_phase) {
   PhasePolynomial out;
   out.global_phase = global_phase;
   const bool one_scale = std::all_of(terms.begin(), terms.end(), [&](const ScaledTerm& t) {
@@ -80,20 +78,31 @@ PhasePolynomial merge(std::vector<ScaledTerm> terms, double global_phase) {
   });
   if (!terms.empty() && one_scale) out.scale = terms.front().scale;
   if (out.scale == 0.0) return out;
+  std::vector<PhaseTerm> merged;
   for (const ScaledTerm& t : terms) {
-    const double c = one_scale ? t.coefficient : t.coefficient * t.scale;
-    if (!out.terms.empty() && out.terms.back().mask == t.mask) {
-      out.terms.back().coefficient += c;
-    } else {
-      out.terms.push_back({t.mask, c});
-    }
+    merged.push_back({t.mask, one_scale ? t.coefficient : t.coefficient * t.scale});
   }
   // Linearly independent wires never give mask 0, but a term that cancels to 0 is dropped.
-  std::erase_if(out.terms, [](const PhaseTerm& t) { return t.coefficient == 0.0; });
+  out.terms = merge_terms(std::move(merged));
   return out;
 }
 
 }  // namespace
+
+std::vector<PhaseTerm> merge_terms(std::vector<PhaseTerm> terms) {
+  std::stable_sort(terms.begin(), terms.end(),
+                   [](const PhaseTerm& x, const PhaseTerm& y) { return x.mask < y.mask; });
+  std::vector<PhaseTerm> out;
+  for (const PhaseTerm& t : terms) {
+    if (!out.empty() && out.back().mask == t.mask) {
+      out.back().coefficient += t.coefficient;
+    } else {
+      out.push_back(t);
+    }
+  }
+  std::erase_if(out, [](const PhaseTerm& t) { return t.coefficient == 0.0; });
+  return out;
+}
 
 bool is_phase_polynomial_kind(GateKind kind) {
   switch (kind) {
@@ -125,7 +134,7 @@ DiagonalRun longest_diagonal_run(std::span<const Gate> gates, unsigned num_qubit
     }
   }
   acc.terms.resize(kept_terms);
-  run.polynomial = merge(std::move(acc.terms), kept_phase);
+  run.polynomial = merge(acc.terms, kept_phase);
   return run;
 }
 

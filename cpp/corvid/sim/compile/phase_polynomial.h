@@ -38,6 +38,10 @@ struct PhasePolynomial {
   double global_phase = 0.0;
 };
 
+/// `terms` in the canonical form of PhasePolynomial::terms: sorted by mask (stable), equal masks
+/// summed in their given order, zero coefficients dropped. Mask 0 is kept like any other.
+std::vector<PhaseTerm> merge_terms(std::vector<PhaseTerm> terms);
+
 /// True for the kinds a phase polynomial absorbs: CNOT and the diagonal gates I, Z, S, T, RZ,
 /// P, CZ, RZZ.
 bool is_phase_polynomial_kind(GateKind kind);
