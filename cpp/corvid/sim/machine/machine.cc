@@ -8,6 +8,7 @@
 
 #include "corvid/sim/machine/cpu_backend.h"
 #include "corvid/sim/machine/state_vector.h"
+#include "corvid/util/parallel.h"
 
 namespace corvid {
 namespace {
@@ -179,6 +180,7 @@ void Machine::run(const Program& program) {
 ProbabilityTable Machine::probabilities(const Program& program, std::span<const Qubit> qubits,
                                         std::int64_t select_max) {
   std::lock_guard lock(mutex_);
+  const ConcurrentRun running;  // runs at once share the threads
   require_live();
   if (select_max != -1 && select_max <= 0) {
     throw std::invalid_argument(
@@ -201,6 +203,7 @@ ProbabilityTable Machine::probabilities(const Program& program, std::span<const 
 std::vector<OutcomeCount> Machine::sample(const Program& program, std::span<const CBit> cbits,
                                           std::int64_t shots) {
   std::lock_guard lock(mutex_);
+  const ConcurrentRun running;  // runs at once share the threads
   require_live();
   if (shots <= 0) {
     throw std::invalid_argument("shots must be a positive integer, got " + std::to_string(shots));
