@@ -130,9 +130,15 @@ def test_invalid_shots_builds_but_does_not_run(shots):
     assert solver.circuit_iter == 0 and solver.layer == 1
 
 
-def test_keys_have_one_character_per_qubit_even_for_untouched_qubits():
-    # x1 cancels only under simplification, so qubit 1 carries no term.
-    solver = QAOA(x0 + x1 * (x0 + 1) - x0 * x1 - x1)
-    assert solver.problem_dimension == 2
-    result = solver.run_qaoa_circuit([0.2], [0.3])
-    assert sorted(result) == ["00", "01", "10", "11"]
+def test_a_variable_that_cancels_under_simplification_gets_no_qubit():
+    solver = QAOA(x0 * (x1 + 1) - x0 * x1)
+    assert solver.problem_dimension == 1
+    result, _, loss = solver.run(initial_para=[0.1, 0.2])
+    assert sorted(result) == ["0", "1"] and loss == pytest.approx(result["1"])
+
+
+def test_indexed_variables_are_variables_sorted_by_name():
+    z = sympy.IndexedBase("z")
+    solver = QAOA(z[0] * z[1] - 2 * z[10])  # z[0], z[10], z[1]: the label z is no variable
+    assert solver.problem_dimension == 3
+    assert solver.calculate_energy([1, 0, 1]) == 1 and solver.calculate_energy([0, 1, 0]) == -2

@@ -1,4 +1,8 @@
+import copy
+import json
 import math
+import multiprocessing
+import pickle
 
 import numpy as np
 import pytest
@@ -172,3 +176,94 @@ def test_unset_layer_uses_the_whole_vector_for_both_halves():
     solver._loss_function([0.1, 0.2])
     assert solver.layer == 2
     assert [g.params[0] for g in solver.circuit if g.name == "RX"] == pytest.approx([-0.2] * 3 + [-0.4] * 3)
+
+
+def _own_energy(x):
+    return 10 * x[0] - x[2]
+
+
+class OwnEnergy(QAOA):
+    def calculate_energy(self, x):
+        self.calls.append(tuple(x))
+        return _own_energy(x)
+
+
+@pytest.mark.parametrize("shots", [-1, 40])
+@pytest.mark.parametrize("how", ["subclass", "instance"])
+def test_a_replaced_calculate_energy_is_called_once_per_new_key(how, shots):
+    if how == "subclass":
+        solver = OwnEnergy(ROAD)
+    else:
+        solver = QAOA(ROAD)
+        solver.calculate_energy = lambda x: (solver.calls.append(tuple(x)), _own_energy(x))[1]
+    solver.calls = []
+    solver.layer, solver.shots, solver.loss_type = 1, shots, "default"
+    for _ in range(3):
+        loss = solver._loss_function([0.3, 0.4])
+    assert len(solver.calls) == len(set(solver.calls)) == len(solver.energy_dict)
+    assert all(energy == _own_energy([int(b) for b in reversed(key)])
+               for key, energy in solver.energy_dict.items())
+    if shots == -1:
+        result = solver.run_qaoa_circuit([0.3], [0.4])
+        assert loss == pytest.approx(sum(p * solver.energy_dict[k] for k, p in result.items()))
+
+
+def test_energy_dict_is_a_map_whose_entries_the_losses_use():
+    solver = QAOA(ROAD)
+    uniform = solver.run_qaoa_circuit([0.0], [0.0])  # every state 1/8
+    solver.energy_dict["000"] = 7.0  # written before the whole space is computed
+    base = solver._loss_function_default(uniform)
+    assert base == pytest.approx((7 - 1 - 1 + 1 + 2 + 2 + 2 + 4) / 8)
+    solver.energy_dict["001"] = 100.0  # and after
+    assert solver._loss_function_default(uniform) == pytest.approx(base + 101 / 8)
+    assert solver._loss_function_default({"001": 1.0}) == 100.0
+    assert repr(solver.energy_dict).endswith("... (8 entries)})")
+    del solver.energy_dict["001"]
+    assert "001" not in solver.energy_dict
+    solver.energy_dict.clear()
+    assert len(solver.energy_dict) == 0 and solver._loss_function_default({"001": 1.0}) == -1
+    wide = QAOA(sum(sympy.symbols("y0:16")))
+    wide.run_qaoa_circuit([0.1], [0.2])
+    wide._loss_function_default(wide.run_qaoa_circuit([0.1], [0.2]))
+    assert len(wide.energy_dict) == 1 << 16 and len(repr(wide.energy_dict)) < 200
+
+
+def test_integer_energies_stay_exact_above_two_to_the_53():
+    big = 2 ** 60 + 1
+    solver = QAOA(big * x0 * x1 - 3 * x2)
+    assert solver.calculate_energy([1, 1, 0]) == big
+    solver.layer, solver.shots, solver.loss_type = 1, -1, "default"
+    solver._loss_function([0.1, 0.2])
+    assert solver.energy_dict["011"] == big and solver.energy_dict["111"] == big - 3
+
+
+def _solve_road(seed):
+    np.random.seed(seed)
+    return QAOA(ROAD).run(layer=1, optimizer_option={"options": {"maxiter": 3}})
+
+
+def _qcircuit_pickles():
+    try:
+        pickle.dumps(corvid.QCircuit())
+        return True
+    except TypeError:
+        return False
+
+
+@pytest.mark.parametrize("shots", [-1, 30])
+def test_run_results_pickle_copy_convert_and_cross_processes(shots):
+    np.random.seed(1)
+    solver = QAOA(ROAD)
+    out = solver.run(layer=1, shots=shots, optimizer_option={"options": {"maxiter": 3}})
+    for clone in (pickle.loads(pickle.dumps(out)), copy.copy(out), copy.deepcopy(out)):
+        assert list(clone[0].items()) == list(out[0].items())
+        assert list(clone[1]) == list(out[1]) and clone[2] == out[2]
+    assert json.loads(json.dumps(dict(out[0]))) == dict(out[0])
+    with multiprocessing.get_context("fork").Pool(1) as pool:
+        remote = pool.apply(_solve_road, (4,))
+    assert list(remote[0].items()) == list(_solve_road(4)[0].items())
+    if not _qcircuit_pickles():
+        pytest.skip("corvid.QCircuit (the solver's last circuit) does not pickle yet")
+    for clone in (pickle.loads(pickle.dumps(solver)), copy.deepcopy(solver)):
+        assert dict(clone.energy_dict) == dict(solver.energy_dict)
+        assert clone.run(layer=1, initial_para=[0.1, 0.2])[0] is not None

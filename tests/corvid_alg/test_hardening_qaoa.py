@@ -27,6 +27,7 @@ ALPHA = "^CVaR method needs parameter alpha to be a number between 0~1$"
 TEMPERATURE = "^Gibbs free energy method needs parameter temperature to be a number between 0~1$"
 SHAPE = "^Shape of parameter bounds should be same with the layer$"
 FINITE = "angle must be finite"
+PENALTY = r"not an objective to minimise: write a constraint as a penalty .* P\*\(x0 \+ x1 - 1\)\*\*2"
 
 RUN_SETTINGS = ("loss_type", "optimize_type", "optimizer", "alpha", "temperature", "shots")
 
@@ -61,9 +62,13 @@ RUN_CASES = [
     ("interp start too deep", dict(layer=2, optimize_type="interp", initial_para=[.1, .2, .3, .4]),
      ValueError, "^Interpolation method initial parameter size should less than final layer.$",
      dict(optimize_type="interp", layer=2)),
-    ("interp start of one angle", dict(layer=2, optimize_type="interp", initial_para=[0.1]),
+    ("interp start of no angle", dict(layer=2, optimize_type="interp", initial_para=[]),
      ValueError, "^start layer number should be a positive integer and less than final layer$",
      dict(optimize_type="interp", layer=2)),
+    ("odd number of angles", dict(layer=2, initial_para=[0.1, 0.2, 0.3]), ValueError,
+     "initial_para has 3 angles: it needs an even number", {}),
+    ("odd interp start", dict(layer=2, optimize_type="interp", initial_para=[0.1]), ValueError,
+     "initial_para has 1 angles", dict(optimize_type="interp")),
     ("shots 0", dict(shots=0), ValueError, "^Invalid shots number: 0$",
      dict(shots=0, layer=1, has_circuit=True)),
     ("shots -2", dict(shots=-2), ValueError, "^Invalid shots number: -2$",
@@ -93,6 +98,12 @@ RUN_CASES = [
      "got multiple values for keyword argument 'bounds'", dict(layer=1)),
     ("option sets method twice", dict(optimizer_option={"method": "COBYLA"}), TypeError,
      "got multiple values for keyword argument 'method'", dict(layer=1)),
+    ("optimizer a number", dict(optimizer=5), TypeError, "^optimizer must be None, 'SPSA' or",
+     dict(optimizer=5)),
+    ("crossed bounds", dict(gamma_bounds=[(1, 0)]), ValueError, "upper bound is less than",
+     dict(layer=1)),
+    ("crossed bounds for SPSA", dict(optimizer="SPSA", beta_bounds=(1, 0)), ValueError,
+     "lower bound 1 is above the upper bound 0", dict(optimizer="SPSA", layer=1)),
     ("unknown optimizer", dict(optimizer="spsa"), ValueError, "Unknown solver spsa",
      dict(optimizer="spsa", layer=1)),
     ("SPSA with negative iterations", dict(optimizer="SPSA", optimizer_option={"maxiter": -1}),
@@ -174,16 +185,26 @@ def test_calculate_energy_rejects_solutions_of_the_wrong_shape(problem, x, error
     (x0 * sympy.nan, GeneratorsNeeded, "no variables"),
     (x0 * float("nan") + x1, GeneratorsNeeded, "no variables"),
     (x0 + sympy.I * x1, TypeError, "complex"),
+    (sympy.oo * x0, ValueError, "infinite or overflow"),
+    (sympy.Integer(10) ** 400 * x0, ValueError, "infinite or overflow"),
+    (1e308 * x0 + 1e308 * x1, ValueError, "infinite or overflow"),
+    (corvid.PauliOperator("Z0", INF), ValueError, "infinite or overflow"),
+    (sympy.Eq(x0 + x1, 1), ValueError, PENALTY),
+    (x0 + x1 <= 1, ValueError, PENALTY),
+    (sympy.And(x0, x1), ValueError, PENALTY),
+    (x0 | ~x1, ValueError, PENALTY),
+    (sympy.IndexedBase("z")[sympy.Symbol("i")], ValueError, "needs integer indices"),
 ])
 def test_constructor_rejects_what_is_not_a_binary_polynomial(problem, error, message):
     with pytest.raises(error, match=message):
         QAOA(problem)
 
 
-@pytest.mark.parametrize("problem", [5, "x0", None, 2.5])
+@pytest.mark.parametrize("problem", [5, "x0", None, 2.5, [1, 2], [({0: "Z"}, 1.0)]])
 def test_unsupported_problem_is_stored_but_cannot_run(problem):
     q = QAOA(problem)
     assert (q.problem, q.operator, q.problem_dimension) == (problem, None, 0)
+    assert q.calculate_energy([1]) == 0
     with pytest.raises(TypeError, match="no Hamiltonian for a problem of type"):
         q.run(initial_para=[0.1, 0.2])
 
@@ -347,3 +368,45 @@ def test_energies_of_integer_problems_are_exact():
         exact = f(*[int(bit) for bit in reversed(key)])
         assert q.energy_dict[key] == exact
         assert q.calculate_energy([int(bit) for bit in reversed(key)]) == exact
+
+
+def test_one_object_used_from_two_threads_is_refused_not_mixed():
+    entered, release = threading.Event(), threading.Event()
+
+    def blocking_start(qlist):
+        entered.set()
+        release.wait(10)
+        return corvid.hadamard_circuit(qlist)
+
+    q = QAOA(ROAD, init_circuit=blocking_start)
+    outcome = []
+    worker = threading.Thread(target=lambda: outcome.append(
+        q.run(initial_para=[0.1, 0.2], optimizer_option={"options": {"maxiter": 2}})))
+    worker.start()
+    assert entered.wait(10)
+    for call in (lambda: q.run(), lambda: q.run_qaoa_circuit([0.1], [0.2]),
+                 lambda: q._loss_function([0.1, 0.2])):
+        with pytest.raises(RuntimeError, match="one object serves one thread at a time"):
+            call()
+    release.set()
+    worker.join(10)
+    assert len(outcome) == 1 and q.layer == 1 and q.loss_type == "default"
+
+
+@pytest.mark.parametrize("operator, what", [
+    (corvid.PauliOperator("X0", 2.0) + corvid.PauliOperator("Z1", 1.0), "X or Y factors"),
+    (corvid.PauliOperator("X0", 1.0) * corvid.PauliOperator("Y0", 1.0), "complex coefficients"),
+])
+def test_an_operator_that_is_not_real_diagonal_warns_and_keeps_its_values(operator, what):
+    with pytest.warns(UserWarning, match=f"not a real diagonal Hamiltonian \\({what}\\)"):
+        q = QAOA(operator)
+    assert q.operator == operator.toHamiltonian(True)
+
+
+def test_a_non_finite_loss_stops_run_naming_the_energy_scale():
+    q = QAOA(800 * x0 + 800 * x1 - 1600 * x0 * x1 - 2000)
+    with pytest.raises(FloatingPointError, match="energies from -2000 to -1200 at temperature 1"
+                       ".*norm=True.*shift it by a constant.*higher temperature"):
+        q.run(loss_type="Gibbs", initial_para=[0.1, 0.2])
+    # outside run the loss keeps its IEEE value
+    assert q._loss_function([0.1, 0.2]) == -np.inf
