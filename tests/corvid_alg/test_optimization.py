@@ -82,20 +82,6 @@ def test_layer_check_fits_the_starting_vector():
     assert checked is None and solver.layer is None
 
 
-@pytest.mark.parametrize("optimize_type, layer, initial, message", [
-    ("default", 0, None, "^layer number must be a positive integer$"),
-    ("nonsense", -1, None, "^layer number must be a positive integer$"),
-    ("default", 2.0, None, "^layer number must be a positive integer$"),
-    ("interp", 2, None, r"^Interpolation method requires initial parameters\.$"),
-    ("interp", 2, [1, 2, 3, 4], r"^Interpolation method initial parameter size should less than final layer\.$"),
-])
-def test_layer_check_errors(optimize_type, layer, initial, message):
-    solver = QAOA(ROAD)
-    solver.optimize_type = optimize_type
-    with pytest.raises(ValueError, match=message):
-        solver._check_layer_and_generate_initial_para(layer, initial)
-
-
 class Recorder:
     """Stands in for the minimisers: records each call and returns the start shifted by 1."""
 
@@ -151,16 +137,6 @@ def test_interp_schedule_grows_layer_by_layer(recorder, capsys):
         solver.layer = 3
         with pytest.raises(ValueError, match=message):
             solver._optimize_qaoa_parameter_interp([0.5] * 4, start)
-
-
-def test_run_keeps_layer_on_an_unknown_optimize_type():
-    solver = QAOA(ROAD)
-    solver.run(layer=1, initial_para=[0.1, 0.2], optimizer_option={"options": {"maxiter": 2}})
-    with pytest.raises(ValueError, match="wrong optimize type"):
-        solver.run(layer=3, optimize_type="Interp")
-    assert solver.layer == 1 and solver.optimize_type == "Interp"
-    with pytest.raises(TypeError, match="multiple values for keyword argument 'method'"):
-        solver.run(optimizer_option={"method": "BFGS"})
 
 
 def test_road_example_end_to_end():
