@@ -4,8 +4,7 @@ import sympy
 
 import corvid
 from corvid_alg.QAOA.qaoa import QAOA, pauli_z_operator_to_circuit
-
-from qaoa_reference import diagonal_of_terms, qaoa_state, random_polynomial, polynomial_values
+from qaoa_reference import diagonal_of_terms, polynomial_values, qaoa_state, random_polynomial
 
 x0, x1, x2 = sympy.symbols("x0 x1 x2")
 ROAD = 2 * x0 * x1 + 3 * x2 - 1
@@ -29,6 +28,9 @@ def identities(n):
      [("CNOT", (0, 1), ()), ("CNOT", (1, 3), ()), ("RZ", (3,), (-1.0,)),
       ("CNOT", (1, 3), ()), ("CNOT", (0, 1), ())], 0),
     ([({1: "X"}, 0.25)], 2, 1.0, [("RZ", (1,), (0.5,))], 0),  # letters are not looked at
+    ([({}, 1.0), ({2: "Z"}, -1.5), ({1: "Z"}, -0.5), ({0: "Z"}, -0.5), ({0: "Z", 1: "Z"}, 0.5)],
+     3, 0.3, [("RZ", (2,), (-0.9,)), ("RZ", (1,), (-0.3,)), ("RZ", (0,), (-0.3,)),
+              ("CNOT", (0, 1), ()), ("RZ", (1,), (0.3,)), ("CNOT", (0, 1), ())], 1.0),  # the road
 ])
 def test_phase_circuit_gate_sequences(operator, n, gamma, expected, constant):
     circuit, c = pauli_z_operator_to_circuit(operator, list(range(n)), gamma)
@@ -36,16 +38,7 @@ def test_phase_circuit_gate_sequences(operator, n, gamma, expected, constant):
     assert c == constant
 
 
-def test_phase_circuit_of_the_road_example_and_default_gamma():
-    operator = [({}, 1.0), ({2: "Z"}, -1.5), ({1: "Z"}, -0.5), ({0: "Z"}, -0.5),
-                ({0: "Z", 1: "Z"}, 0.5)]
-    g = 0.3
-    circuit, constant = pauli_z_operator_to_circuit(operator, [0, 1, 2], g)
-    assert gates(circuit) == [
-        ("RZ", (2,), (round(-3 * g, 12),)), ("RZ", (1,), (round(-g, 12),)),
-        ("RZ", (0,), (round(-g, 12),)), ("CNOT", (0, 1), ()), ("RZ", (1,), (round(g, 12),)),
-        ("CNOT", (0, 1), ())] + identities(3)
-    assert constant == 1.0
+def test_default_gamma_is_pi():
     circuit, _ = pauli_z_operator_to_circuit([({0: "Z"}, 0.25)], [0])
     assert list(circuit)[0].params[0] == pytest.approx(0.5 * np.pi)
 

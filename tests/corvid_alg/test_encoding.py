@@ -2,10 +2,8 @@ import numpy as np
 import pytest
 import sympy
 
-import corvid
 from corvid_alg.QAOA.qaoa import *  # noqa: F401,F403  (the star import is part of the surface)
 from corvid_alg.QAOA.qaoa import p_0, p_1, problem_to_z_operator
-
 from qaoa_reference import literal_z_expansion, random_polynomial
 
 x0, x1, x2, x10 = sympy.symbols("x0 x1 x2 x10")

@@ -11,7 +11,6 @@ from sympy.polys.polyerrors import GeneratorsNeeded, PolynomialError
 
 import corvid
 from corvid_alg.QAOA.qaoa import QAOA, p_1, parameter_interpolate, pauli_z_operator_to_circuit
-
 from interrupt_harness import interrupt_after
 
 x0, x1, x2 = sympy.symbols("x0 x1 x2")
@@ -77,8 +76,9 @@ def test_run_stores_its_settings_first_and_checks_layer_before_optimize_type():
 
 
 OTHER_CASES = [
-    ("circuit: fewer betas than layers", lambda q: q.run_qaoa_circuit([.1, .2], [.1]), IndexError, None),
-    ("circuit: shots 0", lambda q: q.run_qaoa_circuit([.1], [.1], 0), ValueError, "^Invalid shots number: 0$"),
+    ("circuit: fewer betas", lambda q: q.run_qaoa_circuit([.1, .2], [.1]), IndexError, None),
+    ("circuit: shots 0", lambda q: q.run_qaoa_circuit([.1], [.1], 0), ValueError,
+     "^Invalid shots number: 0$"),
     ("circuit: shots a string", lambda q: q.run_qaoa_circuit([.1], [.1], "5"), TypeError, None),
     ("energy: too long", lambda q: q.calculate_energy([1, 0, 0, 1]), IndexError, None),
     ("energy: too short", lambda q: q.calculate_energy([1, 0]), TypeError, None),

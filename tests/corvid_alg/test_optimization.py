@@ -4,7 +4,6 @@ import numpy as np
 import pytest
 import sympy
 
-import corvid
 from corvid_alg.QAOA import qaoa as module
 from corvid_alg.QAOA.qaoa import QAOA, parameter_interpolate
 from corvid_alg.QAOA.spsa import spsa_minimize
@@ -114,7 +113,8 @@ def test_direct_optimisation_dispatch_and_options(recorder):
     assert recorder.calls[-1] == (4, {"bounds": [INF] * 4, "seed": 3})
     for optimizer, key in [(None, "bounds"), ("COBYLA", "method"), ("SPSA", "bounds")]:
         solver.optimizer = optimizer
-        with pytest.raises(TypeError, match=f"^function\\(\\) got multiple values for keyword argument '{key}'$"):
+        with pytest.raises(TypeError,
+                           match=f"^function\\(\\) got multiple values for keyword argument '{key}'$"):
             solver._optimize_qaoa_parameter_default([0, 0], None, None, **{key: 1})
 
 

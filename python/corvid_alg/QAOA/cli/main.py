@@ -5,8 +5,9 @@ import sys
 import time
 import warnings
 
-import corvid
 import numpy as np
+
+import corvid
 
 from . import inputs, options as cli_options, plot, report
 from .errors import InputError, UsageError

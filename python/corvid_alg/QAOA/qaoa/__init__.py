@@ -25,22 +25,28 @@ Example::
 import functools
 import threading
 
-import corvid
 import numpy as np
 import sympy
 from scipy.optimize import minimize
 
-from .. import default_circuits as _default_circuits
-from .. import spsa
+import corvid
+
+from .. import default_circuits as _default_circuits, spsa
 from ..default_circuits import *  # noqa: F403
 from . import losses
 from .circuits import pauli_z_operator_to_circuit
 from .distribution import by_descending_probability
-from .encoding import (binary_variables, check_finite, check_objective, p_0, p_1,
-                       problem_to_z_operator, warn_if_not_diagonal)
+from .encoding import (
+    binary_variables,
+    check_finite,
+    check_objective,
+    p_0,
+    p_1,
+    problem_to_z_operator,
+    warn_if_not_diagonal,
+)
 from .energy import EnergyCache, EnergyModel
-from .optimize import (fit_angles, is_integer, layer_bounds, parameter_interpolate,
-                       reject_duplicates)
+from .optimize import fit_angles, is_integer, layer_bounds, parameter_interpolate, reject_duplicates
 
 _LOSSES = {"default": "_loss_function_default", "CVaR": "_loss_function_cvar",
            "Gibbs": "_loss_function_Gibbs"}

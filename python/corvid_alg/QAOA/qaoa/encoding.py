@@ -7,10 +7,11 @@ variables sorted by name as strings ("x10" before "x2"), and it is qubit k.
 import math
 import warnings
 
-import corvid
 import numpy as np
 import sympy
 from sympy.logic.boolalg import Boolean
+
+import corvid
 
 
 def p_1(n):

@@ -9,6 +9,7 @@ from collections.abc import MutableMapping
 from itertools import islice
 
 import numpy as np
+
 from corvid import diagonal
 
 from .encoding import binary_variables, monomials

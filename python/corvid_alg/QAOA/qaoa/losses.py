@@ -9,6 +9,7 @@ energy. Both give the same value up to rounding.
 import numbers
 
 import numpy as np
+
 from corvid import diagonal
 
 ALPHA_ERROR = "CVaR method needs parameter alpha to be a number between 0~1"
