@@ -157,21 +157,9 @@ def test_road_example_end_to_end(loss_type, options):
         options.get("alpha", 1), options.get("temperature", 1), -1, 2, None)
 
 
-RING8 = [(i, (i + 1) % 8) for i in range(8)]
-
-
 def cut_value(key, edges):
     bits = key[::-1]
     return sum(bits[i] != bits[j] for i, j in edges)
-
-
-def test_ring_of_eight_reaches_three_quarters_of_its_edges_at_one_layer():
-    np.random.seed(1)
-    solver = QAOA(maxcut(RING8, 8))
-    result, angles, loss = solver.run(layer=1, optimizer="COBYLA")
-    assert -loss == pytest.approx(0.75 * len(RING8), abs=1e-3)
-    best = next(iter(result))
-    assert cut_value(best, RING8) == 8  # an optimal (alternating) cut is the most likely
 
 
 def test_small_graph_optimum_is_most_likely_with_interp_and_bounds():
