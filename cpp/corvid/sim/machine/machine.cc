@@ -11,6 +11,7 @@
 #include "corvid/util/errors.h"
 #include "corvid/util/interrupt.h"
 #include "corvid/util/memory.h"
+#include "corvid/util/parallel.h"
 
 namespace corvid {
 namespace {
@@ -196,6 +197,7 @@ void Machine::run(const Program& program) {
 ProbabilityTable Machine::probabilities(const Program& program, std::span<const Qubit> qubits,
                                         std::int64_t select_max) {
   const auto held = lock();
+  const ConcurrentRun running;  // runs at once share the threads
   require_live();
   if (select_max != -1 && select_max <= 0) {
     throw std::invalid_argument(
@@ -218,6 +220,7 @@ ProbabilityTable Machine::probabilities(const Program& program, std::span<const 
 std::vector<OutcomeCount> Machine::sample(const Program& program, std::span<const CBit> cbits,
                                           std::int64_t shots) {
   const auto held = lock();
+  const ConcurrentRun running;  // runs at once share the threads
   require_live();
   if (shots <= 0) {
     throw std::invalid_argument("shots must be a positive integer, got " + std::to_string(shots));
