@@ -62,10 +62,10 @@ bool is_qubit_list(py::handle value) {
 }
 
 // One-qubit gates take a qubit, or a list of qubits and return a circuit with the gate on each.
-py::object one_qubit_gate(GateKind kind, py::handle qubits, double angle) {
-  if (!is_qubit_list(qubits)) return py::cast(Gate(kind, {to_qubit(qubits)}, angle));
+py::object one_qubit_gate(GateKind kind, py::handle qubits, double angle, double scale = 1.0) {
+  if (!is_qubit_list(qubits)) return py::cast(Gate(kind, {to_qubit(qubits)}, angle, scale));
   Circuit circuit;
-  for (const Qubit& q : to_qubits(qubits)) circuit << Gate(kind, {q}, angle);
+  for (const Qubit& q : to_qubits(qubits)) circuit << Gate(kind, {q}, angle, scale);
   return py::cast(std::move(circuit));
 }
 
@@ -79,7 +79,11 @@ std::string gate_doc(GateKind kind) {
   }
   doc += "\n\n" + std::string(kGateDocs[static_cast<int>(kind)]) + ".\n\n";
   doc += "Qubits are Qubit handles from CPUQVM.qAlloc_many or plain int indices";
-  if (info.has_angle) doc += "; the angle is in radians and must be finite (else ValueError)";
+  if (info.has_angle) {
+    doc += "; the angle is in radians and must be finite (else ValueError). With scale, the "
+           "angle is angle*scale: phase gates that share one scale (a layer's gamma) reuse "
+           "their fused diagonal for every value of it";
+  }
   doc += ".";
   if (info.num_qubits == 1) {
     doc += " Given a list of qubits, returns a QCircuit with the gate on each qubit in list order.";
@@ -100,17 +104,22 @@ void bind_gate_functions(py::module_& m) {
     const std::string name(info.name);
     const std::string doc = gate_doc(kind);
     if (info.num_qubits == 1 && info.has_angle) {
-      m.def(name.c_str(), [kind](py::handle q, double angle) { return one_qubit_gate(kind, q, angle); },
-            py::arg("qubit"), py::arg("angle"), doc.c_str());
+      m.def(name.c_str(),
+            [kind](py::handle q, double angle, double scale) {
+              return one_qubit_gate(kind, q, angle, scale);
+            },
+            py::arg("qubit"), py::arg("angle"), py::kw_only(), py::arg("scale") = 1.0,
+            doc.c_str());
     } else if (info.num_qubits == 1) {
       m.def(name.c_str(), [kind](py::handle q) { return one_qubit_gate(kind, q, 0.0); },
             py::arg("qubit"), doc.c_str());
     } else if (info.has_angle) {
       m.def(name.c_str(),
-            [kind](py::handle a, py::handle b, double angle) {
-              return Gate(kind, {to_qubit(a), to_qubit(b)}, angle);
+            [kind](py::handle a, py::handle b, double angle, double scale) {
+              return Gate(kind, {to_qubit(a), to_qubit(b)}, angle, scale);
             },
-            py::arg("qubit1"), py::arg("qubit2"), py::arg("angle"), doc.c_str());
+            py::arg("qubit1"), py::arg("qubit2"), py::arg("angle"), py::kw_only(),
+            py::arg("scale") = 1.0, doc.c_str());
     } else {
       const bool cnot = kind == GateKind::CNOT;
       m.def(name.c_str(),
