@@ -147,8 +147,10 @@ std::int64_t to_integer(py::handle value, const char* what) {
   }
   int overflow = 0;
   const long long v = PyLong_AsLongLongAndOverflow(i.ptr(), &overflow);
-  if (overflow != 0) {
-    throw std::invalid_argument(std::string(what) + " is too large: " + std::string(py::repr(value)));
+  if (overflow != 0) {  // the counts and indices behind every caller are 64-bit
+    throw std::invalid_argument(std::string(what) + (overflow > 0 ? " is too large: " : " is too small: ") +
+                                std::string(py::repr(value)) +
+                                (overflow > 0 ? " (at most 2**63 - 1)" : " (at least -2**63)"));
   }
   return v;
 }
@@ -246,6 +248,17 @@ void pybind_circuit_methods(py::module_& m, CircuitClasses& c) {
            py::is_operator())
       .def("__lshift__", &append_to_circuit, py::is_operator())
       .def("__len__", &Circuit::size)
+      .def(
+          "reserve",
+          [](Circuit& x, py::handle count) {
+            const std::int64_t n = to_integer(count, "number of gates");
+            if (n < 0) throw std::invalid_argument("number of gates must be non-negative");
+            x.reserve(static_cast<std::uint64_t>(n));
+          },
+          py::arg("count"), R"doc(
+Makes room for `count` more gates before a long series of appends. MemoryError, naming the
+number of gates, when the circuit could not also be copied and compiled for a run.
+)doc")
       .def("__iter__",
            [](const Circuit& x) { return py::make_iterator(x.begin(), x.end()); },
            py::keep_alive<0, 1>())

@@ -19,7 +19,11 @@ def pauli_z_operator_to_circuit(operator, qlist, gamma=_PI):
     ``constant`` is the sum of the identity coefficients h0 ("Constant number in the
     hamiltonian."), not multiplied by gamma.
     """
+    operator = list(operator)
     circuit = corvid.QCircuit()
+    # Refuse a circuit that cannot be run before building any of it.
+    circuit.reserve(sum(2 * len(qubit_map) - 1 for qubit_map, _ in operator if qubit_map)
+                    + len(qlist))
     constant = 0
     for qubit_map, coefficient in operator:
         index_list = sorted(qubit_map)
