@@ -5,6 +5,7 @@ These functions are methods of ``QAOA``.
 
 import corvid
 
+from ..encoding.polynomial import constant_problem_error
 from .hamiltonian_circuit import pauli_z_operator_to_circuit
 
 
@@ -23,6 +24,9 @@ def _phase_circuit(self, qlist):
             raise TypeError("QAOA has no Hamiltonian for a problem of type "
                             f"{type(self.problem).__name__}: give a sympy polynomial or a "
                             "corvid.PauliOperator")
+        if not any(qubit_map for qubit_map, _ in self.operator):
+            # Stored as given at construction; refused here like a constant polynomial.
+            raise constant_problem_error(sum(c for _, c in self.operator))
         circuit, _ = pauli_z_operator_to_circuit(self.operator, qlist, gamma)
         return circuit
 

@@ -10,6 +10,12 @@ def binary_variables(problem):
     return sorted(problem.free_symbols, key=lambda symbol: symbol.name)
 
 
+def constant_problem_error(problem):
+    """The error for a problem without variables (a number, or an operator of identity terms)."""
+    return sympy.polys.polyerrors.GeneratorsNeeded(
+        f"{problem} has no variables: a constant is not an optimisation problem")
+
+
 def monomials(problem, variables):
     """The monomials of `problem` over `variables` as (exponent tuple, float coefficient).
 
@@ -18,8 +24,7 @@ def monomials(problem, variables):
     """
     if not variables:
         # Without generators sympy would take any non-numeric atom (pi, nan) for a variable.
-        raise sympy.polys.polyerrors.GeneratorsNeeded(
-            f"{problem} has no variables: a constant is not an optimisation problem")
+        raise constant_problem_error(problem)
     terms = sympy.Poly(problem, *variables).as_dict()
     return [(exponents, float(coefficient)) for exponents, coefficient in terms.items()]
 
