@@ -1,8 +1,8 @@
 """The formula grammar against sympy's reading of the same text with every name a Symbol, its
 refusals (column and reason, within the time bound), and input that is code."""
 
-import keyword
 import io
+import keyword
 import time
 import tokenize
 from fractions import Fraction
