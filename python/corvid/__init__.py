@@ -7,6 +7,8 @@ Bit order: basis index bit i is qubit i; printed keys show qubit 0 right-most.
 # folder on sys.path merges it into this package.
 __path__ = __import__("pkgutil").extend_path(__path__, __name__)
 
+from . import _threads  # noqa: E402  (before the core loads OpenMP)
+
 from ._core import get_num_threads, set_num_threads  # noqa: E402,F401
 from ._core import PauliOperator, binary_polynomial_to_z_operator  # noqa: E402,F401
 from ._core import (  # noqa: E402,F401
@@ -20,3 +22,5 @@ from ._core import (  # noqa: E402,F401
     set_fusion_enabled, set_kernel_set,
 )
 from . import diagonal  # noqa: E402,F401
+
+_threads.share_cores_with_siblings(set_num_threads)

@@ -126,6 +126,13 @@ def test_constructor_rejects_what_is_not_a_binary_polynomial(problem, error, mes
         QAOA(problem)
 
 
+@pytest.mark.parametrize("constant, value", [(corvid.PauliOperator(3), "3.0"), (corvid.PauliOperator(), "0")])
+def test_constant_operator_is_stored_but_cannot_run(constant, value):
+    q = QAOA(constant)
+    with pytest.raises(GeneratorsNeeded, match=f"^{value} has no variables: a constant is not an"):
+        q.run(initial_para=[0.1, 0.2])
+
+
 @pytest.mark.parametrize("problem", [5, "x0", None, 2.5, [1, 2], [({0: "Z"}, 1.0)]])
 def test_unsupported_problem_is_stored_but_cannot_run(problem):
     q = QAOA(problem)

@@ -57,5 +57,24 @@ TEST_F(ThreadCount, SmallLoopsStayOnTheCallingThread) {
   EXPECT_EQ(size, 1);
 }
 
+TEST_F(ThreadCount, RunsInProgressShareTheThreads) {
+  set_num_threads(4);
+  {
+    const ConcurrentRun first;
+    EXPECT_EQ(team_size(), 4);
+    const ConcurrentRun second;
+    EXPECT_EQ(team_size(), 2);
+  }
+  EXPECT_EQ(team_size(), 4);
+}
+
+TEST_F(ThreadCount, KeepsACountGivenToOpenMPElsewhere) {
+  set_num_threads(3);
+  omp_set_num_threads(1);  // as threadpoolctl does on the calling thread
+  EXPECT_EQ(num_threads(), 1);
+  set_num_threads(2);  // a later request wins again
+  EXPECT_EQ(num_threads(), 2);
+}
+
 }  // namespace
 }  // namespace corvid

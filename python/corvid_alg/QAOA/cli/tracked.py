@@ -1,5 +1,6 @@
 """A ``QAOA`` that records its loss evaluations and can draw its samples reproducibly."""
 
+import math
 import numbers
 
 import numpy as np
@@ -28,6 +29,8 @@ class TrackedQAOA(QAOA):
 
     def _loss_function(self, paras):
         loss = super()._loss_function(paras)
+        if not math.isfinite(loss):  # the optimiser would wander on; stop with the reason
+            raise FloatingPointError(f"loss {loss} at evaluation {len(self.losses) + 1}")
         self.losses.append(float(loss))
         if self._on_loss is not None:
             self._on_loss(len(self.losses), float(loss))

@@ -54,6 +54,12 @@ def binary_variables(problem):
     return sorted((s for s in problem.free_symbols if s not in labels), key=str)
 
 
+def constant_problem_error(problem):
+    """The error for a problem without variables (a number, or an operator of identity terms)."""
+    return sympy.polys.polyerrors.GeneratorsNeeded(
+        f"{problem} has no variables: a constant is not an optimisation problem")
+
+
 def monomials(problem, variables):
     """The monomials of `problem` over `variables` as (exponent tuple, exact coefficient).
 
@@ -63,8 +69,7 @@ def monomials(problem, variables):
     """
     if not variables:
         # Without generators sympy would take any non-numeric atom (pi, nan) for a variable.
-        raise sympy.polys.polyerrors.GeneratorsNeeded(
-            f"{problem} has no variables: a constant is not an optimisation problem")
+        raise constant_problem_error(problem)
     terms = list(sympy.Poly(problem, *variables).as_dict().items())
     check_finite([c for _, c in terms], problem)
     return terms
