@@ -122,20 +122,20 @@ def _solve(problem, opts, stderr):
         raise UsageError(str(error)) from None
     except TypeError as error:  # an --option the optimiser does not take
         raise UsageError(f"the optimizer rejected its options: {error}") from None
-    except FloatingPointError as error:
-        raise InputError(_overflow_message(problem, opts, error)) from None
+    except FloatingPointError:
+        raise InputError(_overflow_message(problem, opts, len(qaoa.losses) + 1)) from None
     finally:
         progress.close()
     return report.build(problem, qaoa, opts, solutions, angles, loss,
                         time.perf_counter() - start)
 
 
-def _overflow_message(problem, opts, error):
+def _overflow_message(problem, opts, evaluation):
     remedies = ["--norm" if problem.kind == "polynomial" else "smaller weights",
                 "a constant shift that brings the energies near 0"]
     if opts.loss == "Gibbs":
         remedies.append("a higher --temperature")
-    return (f"the {opts.loss} loss is not finite ({error}); the energies reach about "
+    return (f"the {opts.loss} loss is not finite at evaluation {evaluation}; the energies reach about "
             f"{problem.energy_scale():.3g}: try {', '.join(remedies[:-1])} or {remedies[-1]}")
 
 
