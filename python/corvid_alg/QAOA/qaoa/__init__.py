@@ -138,6 +138,7 @@ class QAOA:
         self._energy_model = EnergyModel(self.problem, kind, dimension)
         self.energy_dict = EnergyCache(self._energy_model)
         self._busy = threading.RLock()
+        self._in_run = False
 
     def __getstate__(self):
         state = self.__dict__.copy()
@@ -287,7 +288,8 @@ class QAOA:
 
         paras: the 2p angles, the p gammas first, then the p betas (split at ``self.layer``).
 
-        Returns the loss of the object's ``loss_type``, IEEE infinities and NaN included.
+        Returns the loss of the object's ``loss_type``. Inside ``run`` a loss that is not
+        finite stops the run with FloatingPointError; called directly it is returned as is.
         """
         gammas, betas = paras[:self.layer], paras[self.layer:]
         result = self.run_qaoa_circuit(gammas, betas, self.shots)
@@ -295,18 +297,15 @@ class QAOA:
             raise ValueError("wrong loss types, only support " + ", ".join(_LOSSES))
         loss = getattr(self, _LOSSES[self.loss_type])(result)
         self.iter += 1
+        if self._in_run and not np.isfinite(loss):
+            raise FloatingPointError(self._non_finite_message(loss, result))
         return loss
 
-    def _finite_loss(self, paras):
-        """The objective the optimisers get: ``_loss_function``, stopping with
-        FloatingPointError at a loss that is not finite (an optimiser could only wander on)."""
-        loss = self._loss_function(paras)
-        if not np.isfinite(loss):
-            raise FloatingPointError(self._non_finite_message(loss))
-        return loss
-
-    def _non_finite_message(self, loss):
-        low, high = self.energy_dict.span()
+    def _non_finite_message(self, loss, result):
+        energies = self._energies(result)
+        if energies is None:
+            energies = [self.energy_dict[key] for key in result if key in self.energy_dict]
+        low, high = (float(np.min(energies)), float(np.max(energies))) if len(energies) else (0, 0)
         scale = f"energies from {low:g} to {high:g}"
         if self.loss_type == "Gibbs":
             scale += f" at temperature {self.temperature:g}: exp(-E/T) over- or underflows"
@@ -335,10 +334,10 @@ class QAOA:
         bounds = list(gamma_bounds) + list(beta_bounds)
         if self.optimizer == "SPSA":
             reject_duplicates(optimize_option, ("bounds",))
-            return spsa.spsa_minimize(self._finite_loss, initial_para, bounds=bounds,
+            return spsa.spsa_minimize(self._loss_function, initial_para, bounds=bounds,
                                       **optimize_option)
         reject_duplicates(optimize_option, ("bounds", "method"))
-        result = minimize(self._finite_loss, initial_para, bounds=bounds,
+        result = minimize(self._loss_function, initial_para, bounds=bounds,
                           method=self.optimizer, **optimize_option)
         return result.x
 
@@ -418,7 +417,7 @@ class QAOA:
         Returns (solutions, angles, loss): solutions maps bit strings (qubit 0 right-most) to
         their probability at the optimal angles, iterating by descending probability; angles is
         the optimiser's final vector; loss is the loss at those angles. A loss that is not
-        finite stops the run with FloatingPointError.
+        finite during the run raises FloatingPointError.
         """
         self.loss_type = "default" if loss_type is None else loss_type
         self.optimize_type = "default" if optimize_type is None else optimize_type
@@ -438,15 +437,19 @@ class QAOA:
             optimizer_option = {}
         gamma_bounds = loss_option.get("gamma_bounds")
         beta_bounds = loss_option.get("beta_bounds")
-        if self.optimize_type == "default":
-            para_result = self._optimize_qaoa_parameter_default(
-                initial_para, gamma_bounds, beta_bounds, **optimizer_option)
-        else:
-            para_result = self._optimize_qaoa_parameter_interp(
-                initial_para, start_layer, gamma_bounds, beta_bounds, **optimizer_option)
-        p = self.layer
-        qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
-        loss_result = self._finite_loss(para_result)
+        self._in_run = True
+        try:
+            if self.optimize_type == "default":
+                para_result = self._optimize_qaoa_parameter_default(
+                    initial_para, gamma_bounds, beta_bounds, **optimizer_option)
+            else:
+                para_result = self._optimize_qaoa_parameter_interp(
+                    initial_para, start_layer, gamma_bounds, beta_bounds, **optimizer_option)
+            p = self.layer
+            qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
+            loss_result = self._loss_function(para_result)
+        finally:
+            self._in_run = False
         return by_descending_probability(qaoa_result), para_result, loss_result
 
 

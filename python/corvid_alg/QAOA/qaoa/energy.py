@@ -207,13 +207,6 @@ class EnergyCache(MutableMapping):
         view.setflags(write=False)
         return view
 
-    def span(self):
-        """(lowest, highest) energy held, (0, 0) when empty."""
-        values = [float(v) for v in self._computed.values()]
-        if self._all is not None and len(self._all):
-            values += [float(self._all.min()), float(self._all.max())]
-        return (min(values), max(values)) if values else (0.0, 0.0)
-
     def covers_whole_space(self, result):
         """True when `result` is an exact distribution whose energies can come as one array."""
         return (
