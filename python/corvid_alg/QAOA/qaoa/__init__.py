@@ -32,6 +32,7 @@ from .optimization.interpolation import parameter_interpolate
 from .circuits.hamiltonian_circuit import pauli_z_operator_to_circuit
 from .circuits import ansatz as _ansatz, execution as _execution
 from .evaluation import driver as _driver, energy as _energy, losses as _losses, problem as _problem
+from .evaluation import gradient as _gradient
 from .optimization import bounds as _bounds, direct as _direct, initial as _initial
 from .optimization import run as _run, schedule as _schedule
 
@@ -54,6 +55,8 @@ class QAOA:
         run_qaoa_circuit : Given parameters, run the qaoa circuit and get the theoretical
             probability distribution.
         run : run the optimization process
+        loss_and_gradient : the loss and its exact gradient at one angle vector
+        evaluate : the losses of many angle vectors in one call
     """
 
     __init__ = _problem.qaoa_init
@@ -67,6 +70,8 @@ class QAOA:
     _loss_function_cvar = _losses._loss_function_cvar
     _loss_function_Gibbs = _losses._loss_function_Gibbs
     _loss_function = _driver._loss_function
+    loss_and_gradient = _gradient.loss_and_gradient
+    evaluate = _gradient.evaluate
     _check_bounds = _bounds._check_bounds
     _optimize_qaoa_parameter_default = _direct._optimize_qaoa_parameter_default
     _optimize_qaoa_parameter_interp = _schedule._optimize_qaoa_parameter_interp

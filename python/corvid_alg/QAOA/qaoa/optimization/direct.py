@@ -14,6 +14,8 @@ def _optimize_qaoa_parameter_default(self, initial_para, gamma_bounds, beta_boun
 
     ``optimizer`` "SPSA" uses ``spsa.spsa_minimize``; any other value (None included) is the
     method of ``scipy.optimize.minimize`` (None: L-BFGS-B, since bounds are always given).
+    With the option ``jac=True`` the minimiser gets the loss and its gradient from
+    ``loss_and_gradient`` (exact probabilities only).
     Further keyword options go to the minimiser unchanged.
     """
     gamma_bounds, beta_bounds = self._check_bounds(initial_para, gamma_bounds, beta_bounds)
@@ -23,6 +25,8 @@ def _optimize_qaoa_parameter_default(self, initial_para, gamma_bounds, beta_boun
         return _module.spsa.spsa_minimize(self._loss_function, initial_para, bounds=bounds,
                                           **optimize_option)
     _reject_duplicates(optimize_option, ("bounds", "method"))
-    result = _module.minimize(self._loss_function, initial_para, bounds=bounds,
+    # jac=True: the loss returns its exact gradient too (loss_and_gradient).
+    objective = self.loss_and_gradient if optimize_option.get("jac") is True else self._loss_function
+    result = _module.minimize(objective, initial_para, bounds=bounds,
                               method=self.optimizer, **optimize_option)
     return result.x
