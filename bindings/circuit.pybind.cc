@@ -61,10 +61,10 @@ bool is_qubit_list(py::handle value) {
 }
 
 // One-qubit gates take a qubit, or a list of qubits and return a circuit with the gate on each.
-py::object one_qubit_gate(GateKind kind, py::handle qubits, double angle) {
-  if (!is_qubit_list(qubits)) return py::cast(Gate(kind, {to_qubit(qubits)}, angle));
+py::object one_qubit_gate(GateKind kind, py::handle qubits, double angle, double scale = 1.0) {
+  if (!is_qubit_list(qubits)) return py::cast(Gate(kind, {to_qubit(qubits)}, angle, scale));
   Circuit circuit;
-  for (const Qubit& q : to_qubits(qubits)) circuit << Gate(kind, {q}, angle);
+  for (const Qubit& q : to_qubits(qubits)) circuit << Gate(kind, {q}, angle, scale);
   return py::cast(std::move(circuit));
 }
 
@@ -78,7 +78,11 @@ std::string gate_doc(GateKind kind) {
   }
   doc += "\n\n" + std::string(kGateDocs[static_cast<int>(kind)]) + ".\n\n";
   doc += "Qubits are Qubit handles from CPUQVM.qAlloc_many or plain int indices";
-  if (info.has_angle) doc += "; the angle is in radians and must be finite (else ValueError)";
+  if (info.has_angle) {
+    doc += "; the angle is in radians and must be finite (else ValueError). With scale, the "
+           "angle is angle*scale: phase gates that share one scale (a layer's gamma) reuse "
+           "their fused diagonal for every value of it";
+  }
   doc += ".";
   if (info.num_qubits == 1) {
     doc += " Given a list of qubits, returns a QCircuit with the gate on each qubit in list order.";
@@ -99,17 +103,22 @@ void bind_gate_functions(py::module_& m) {
     const std::string name(info.name);
     const std::string doc = gate_doc(kind);
     if (info.num_qubits == 1 && info.has_angle) {
-      m.def(name.c_str(), [kind](py::handle q, double angle) { return one_qubit_gate(kind, q, angle); },
-            py::arg("qubit"), py::arg("angle"), doc.c_str());
+      m.def(name.c_str(),
+            [kind](py::handle q, double angle, double scale) {
+              return one_qubit_gate(kind, q, angle, scale);
+            },
+            py::arg("qubit"), py::arg("angle"), py::kw_only(), py::arg("scale") = 1.0,
+            doc.c_str());
     } else if (info.num_qubits == 1) {
       m.def(name.c_str(), [kind](py::handle q) { return one_qubit_gate(kind, q, 0.0); },
             py::arg("qubit"), doc.c_str());
     } else if (info.has_angle) {
       m.def(name.c_str(),
-            [kind](py::handle a, py::handle b, double angle) {
-              return Gate(kind, {to_qubit(a), to_qubit(b)}, angle);
+            [kind](py::handle a, py::handle b, double angle, double scale) {
+              return Gate(kind, {to_qubit(a), to_qubit(b)}, angle, scale);
             },
-            py::arg("qubit1"), py::arg("qubit2"), py::arg("angle"), doc.c_str());
+            py::arg("qubit1"), py::arg("qubit2"), py::arg("angle"), py::kw_only(),
+            py::arg("scale") = 1.0, doc.c_str());
     } else {
       const bool cnot = kind == GateKind::CNOT;
       m.def(name.c_str(),
@@ -155,8 +164,10 @@ std::int64_t to_integer(py::handle value, const char* what) {
   }
   int overflow = 0;
   const long long v = PyLong_AsLongLongAndOverflow(i.ptr(), &overflow);
-  if (overflow != 0) {
-    throw std::invalid_argument(std::string(what) + " is too large: " + std::string(py::repr(value)));
+  if (overflow != 0) {  // the counts and indices behind every caller are 64-bit
+    throw std::invalid_argument(std::string(what) + (overflow > 0 ? " is too large: " : " is too small: ") +
+                                std::string(py::repr(value)) +
+                                (overflow > 0 ? " (at most 2**63 - 1)" : " (at least -2**63)"));
   }
   return v;
 }
@@ -254,6 +265,17 @@ void pybind_circuit_methods(py::module_& m, CircuitClasses& c) {
            py::is_operator())
       .def("__lshift__", &append_to_circuit, py::is_operator())
       .def("__len__", &Circuit::size)
+      .def(
+          "reserve",
+          [](Circuit& x, py::handle count) {
+            const std::int64_t n = to_integer(count, "number of gates");
+            if (n < 0) throw std::invalid_argument("number of gates must be non-negative");
+            x.reserve(static_cast<std::uint64_t>(n));
+          },
+          py::arg("count"), R"doc(
+Makes room for `count` more gates before a long series of appends. MemoryError, naming the
+number of gates, when the circuit could not also be copied and compiled for a run.
+)doc")
       .def("__iter__",
            [](const Circuit& x) { return py::make_iterator(x.begin(), x.end()); },
            py::keep_alive<0, 1>())

@@ -23,6 +23,9 @@ PYBIND11_MODULE(_core, m) {
       PyErr_SetString(PyExc_MemoryError, e.what());
     } catch (const corvid::Interrupted&) {
       PyErr_SetNone(PyExc_KeyboardInterrupt);
+    } catch (const std::bad_alloc&) {
+      // Allocations with a known purpose say so through corvid::naming_allocation.
+      PyErr_SetString(PyExc_MemoryError, "out of memory: a C++ allocation failed");
     }
   });
 

@@ -8,6 +8,8 @@
 
 #include <pybind11/numpy.h>
 
+#include "numpy_owned.h"
+
 #include <span>
 #include <utility>
 
@@ -23,16 +25,6 @@ using InArray = py::array_t<T, py::array::c_style | py::array::forcecast>;
 
 template <class T> std::span<const T> span_of(const InArray<T> &a) {
   return {a.data(), static_cast<std::size_t>(a.size())};
-}
-
-/// Hands the buffer to numpy; the array frees it when collected.
-template <class T> py::array_t<T> to_numpy(corvid::AlignedBuffer<T> &&buffer) {
-  auto *owned = new corvid::AlignedBuffer<T>(std::move(buffer));
-  py::capsule free_when_done(owned, [](void *p) {
-    delete static_cast<corvid::AlignedBuffer<T> *>(p);
-  });
-  return py::array_t<T>({static_cast<py::ssize_t>(owned->size())}, {sizeof(T)},
-                        owned->data(), free_when_done);
 }
 
 /// Runs `compute` without the GIL and hands the buffer it returns to numpy.

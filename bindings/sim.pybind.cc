@@ -8,6 +8,7 @@
 #include <string>
 
 #include "circuit.pybind.h"
+#include "numpy_owned.h"
 #include "corvid/sim/machine/bandwidth.h"
 #include "corvid/sim/machine/basis_key.h"
 #include "corvid/sim/compile/compiler.h"
@@ -138,7 +139,10 @@ py::dict timings_dict(const corvid::RunTimings& t) {
   return out;
 }
 
+// A thread that waits for a machine's lock must not hold the GIL: the thread running on the
+// machine takes the GIL to poll for Ctrl-C while it holds the machine's lock.
 void bind_machine(py::class_<Machine>& cls) {
+  const auto no_gil = py::call_guard<py::gil_scoped_release>();
   cls.def(py::init([](std::optional<std::uint64_t> seed, std::optional<std::string> precision) {
             std::optional<corvid::Precision> p;
             if (precision) p = corvid::parse_precision(*precision);
@@ -154,13 +158,17 @@ its state, so after prob_run_dict over all qubits in order its state_vector() is
       .def_property_readonly(
           "precision", [](const Machine& m) { return std::string(corvid::precision_name(m.precision())); },
           "'double' or 'single'.")
-      .def("init_qvm", &Machine::init, R"doc(
+      .def("init_qvm", &Machine::init, no_gil, R"doc(
 Prepares the machine. Calling it is optional on a new machine; on one that has allocated, it
 starts over: all qubits and classical bits are dropped and earlier handles become foreign.
 )doc")
       .def(
           "qAlloc_many",
-          [](Machine& m, py::handle n) { return m.allocate_qubits(to_integer(n, "number of qubits")); },
+          [](Machine& m, py::handle n) {
+            const std::int64_t count = to_integer(n, "number of qubits");
+            py::gil_scoped_release release;
+            return m.allocate_qubits(count);
+          },
           py::arg("n"), R"doc(
 Allocates `n` more qubits, all |0>, and returns their handles as a list (entry i has addr
 i + the number allocated before, so a second call continues the numbering). Refuses a register
@@ -170,7 +178,9 @@ ValueError. The state itself is allocated when a program runs.
       .def(
           "cAlloc_many",
           [](Machine& m, py::handle n) {
-            return m.allocate_cbits(to_integer(n, "number of classical bits"));
+            const std::int64_t count = to_integer(n, "number of classical bits");
+            py::gil_scoped_release release;
+            return m.allocate_cbits(count);
           },
           py::arg("n"), "Allocates `n` more classical bits and returns their handles as a list.")
       .def(
@@ -222,11 +232,12 @@ Example:
       .def(
           "state_vector",
           [](const Machine& m) {
-            py::array_t<std::complex<double>> out(static_cast<py::ssize_t>(m.state_size()));
-            std::span<std::complex<double>> dest(out.mutable_data(), static_cast<std::size_t>(out.size()));
-            py::gil_scoped_release release;
-            m.copy_state(dest);
-            return out;
+            std::vector<std::complex<double>> state;
+            {
+              py::gil_scoped_release release;
+              state = m.state();
+            }
+            return to_numpy(std::move(state));
           },
           R"doc(
 A copy (complex128 numpy array) of the final state of the last run, before any measurement;
@@ -234,7 +245,14 @@ index bit i is qubit i. ValueError when nothing has run yet.
 )doc")
       .def(
           "last_run_timings",
-          [](const Machine& m) { return timings_dict(m.last_run_timings()); },
+          [](const Machine& m) {
+            corvid::RunTimings t;
+            {
+              py::gil_scoped_release release;
+              t = m.last_run_timings();
+            }
+            return timings_dict(t);
+          },
           R"doc(
 Seconds the last run spent per kind of operation, as a dict: 'compile' (fusing the program,
 including the one-off transform of a new cost diagonal), 'init' (initial state), 'diagonal'
@@ -242,7 +260,7 @@ including the one-off transform of a new cost diagonal), 'init' (initial state),
 and 'probabilities' (the probability table). All zero before the first run. A phase pass that
 shares the following layer's first sweep over memory counts as 'layer' time.
 )doc")
-      .def("finalize", &Machine::finalize,
+      .def("finalize", &Machine::finalize, no_gil,
            "Releases the machine's memory; any later use other than finalize() is a ValueError.");
 }
 

@@ -1,12 +1,11 @@
 import collections.abc
 import math
-import threading
 
 import numpy as np
 import pytest
 
 import corvid
-from corvid import CNOT, CPUQVM, RX, H, QCircuit, QProg, X, measure_all
+from corvid import CNOT, CPUQVM, H, QCircuit, QProg, X, measure_all
 from dense_reference import key, marginal, simulate
 
 ONE = ["I", "H", "X", "Y", "Z", "S", "T", "RX", "RY", "RZ", "P"]
@@ -266,38 +265,3 @@ def test_state_vector_is_a_copy():
     assert s.dtype == np.complex128
     s[:] = 0
     np.testing.assert_allclose(qvm.state_vector(), [2**-0.5, 0, 2**-0.5, 0], atol=1e-15)
-
-
-def test_gil_is_released_while_simulating():
-    qvm = CPUQVM()
-    q = qvm.qAlloc_many(20)
-    prog = QProg()
-    for _ in range(8):
-        prog << H(q) << RX(q, 0.3)
-    worker = threading.Thread(target=qvm.prob_run_dict, args=(prog, q))
-    ticks = 0
-    worker.start()
-    while worker.is_alive():
-        ticks += 1
-    worker.join()
-    # With the GIL held for the whole run this loop could not advance while the worker computes.
-    assert ticks > 1000
-
-
-def test_threads_sharing_one_machine_get_correct_results():
-    qvm = CPUQVM()
-    q = qvm.qAlloc_many(14)
-    results, errors = {}, []
-
-    def run(k):
-        try:
-            results[k] = qvm.prob_run_dict(QProg() << X(q[k]), [q[k]])["1"]
-        except Exception as e:  # noqa: BLE001 - reported below
-            errors.append(e)
-
-    threads = [threading.Thread(target=run, args=(k,)) for k in range(8)]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
-    assert not errors and results == {k: 1.0 for k in range(8)}

@@ -5,16 +5,18 @@ import numpy as np
 import pytest
 
 import corvid
-from corvid import CNOT, CPUQVM, RX, RZ, H, I, QCircuit, QProg
+from corvid import CPUQVM, QCircuit, QProg
 from dense_reference import simulate
 
 
-def qaoa_gates(edges, n, gammas, betas):
-    """(name, qubits, params) triples of a QAOA circuit as the algorithm module builds it."""
+def qaoa_gates(edges, n, gammas, betas, scaled=False):
+    """(name, qubits, params) triples of a QAOA circuit; scaled: RZ params are (2w, gamma), the
+    angle and its scale, as the algorithm module builds them."""
     gates = [("H", (q,), ()) for q in range(n)]
     for gamma, beta in zip(gammas, betas):
         for (a, b), w in edges.items():
-            gates += [("CNOT", (a, b), ()), ("RZ", (b,), (2 * w * gamma,)), ("CNOT", (a, b), ())]
+            rz = (2 * w, gamma) if scaled else (2 * w * gamma,)
+            gates += [("CNOT", (a, b), ()), ("RZ", (b,), rz), ("CNOT", (a, b), ())]
         gates += [("I", (q,), ()) for q in range(n)]
         gates += [("RX", (q,), (-2 * beta,)) for q in range(n)]
     return gates
@@ -29,7 +31,8 @@ def run(gates, n, fused=True, kernels=None):
         q = qvm.qAlloc_many(n)
         c = QCircuit()
         for name, idx, params in gates:
-            c << getattr(corvid, name)(*[q[i] for i in idx], *params)
+            scale = {"scale": params[1]} if name == "RZ" and len(params) == 2 else {}
+            c << getattr(corvid, name)(*[q[i] for i in idx], *params[:1], **scale)
         probs = qvm.prob_run_dict(QProg() << c, q).probabilities.copy()
         return qvm.state_vector(), probs, qvm.last_run_timings()
     finally:
@@ -83,12 +86,14 @@ def test_large_qaoa_fused_equals_plain_and_threads_agree(rng):
 
 def test_new_gamma_reuses_the_cost_diagonal():
     edges = {(0, 1): 1.0, (1, 2): 2.0, (0, 3): 1.0, (2, 3): 1.0}
-    run(qaoa_gates(edges, 4, [0.3], [0.2]), 4)
+    run(qaoa_gates(edges, 4, [0.3], [0.2], scaled=True), 4)
     before = corvid.diagonal_cache_info()
-    state, _, timings = run(qaoa_gates(edges, 4, [-1.7], [0.9]), 4)
+    state, _, timings = run(qaoa_gates(edges, 4, [-1.7], [0.9], scaled=True), 4)
     after = corvid.diagonal_cache_info()
     assert after["misses"] == before["misses"]
     assert after["hits"] == before["hits"] + 1
+    run(qaoa_gates(edges, 4, [-1.7], [0.9]), 4)  # unscaled angles are a key of their own
+    assert corvid.diagonal_cache_info()["misses"] == after["misses"] + 1
     np.testing.assert_allclose(state, simulate(qaoa_gates(edges, 4, [-1.7], [0.9]), 4), atol=1e-12)
     assert set(timings) == {"compile", "init", "diagonal", "layer", "gates", "probabilities"}
     assert all(v >= 0 for v in timings.values())

@@ -1,22 +1,125 @@
+"""One machine shared between threads: runs, the calls that wait for a run, and Ctrl-C while
+waiting. Hangs are caught in subprocesses with timeouts."""
+
 import os
 import subprocess
 import sys
+import threading
 
 import pytest
 
 import corvid
+from corvid import CPUQVM, RX, H, QProg, X
+from interrupt_harness import interrupt_after, run_python
+
+# Thread A runs a 22-qubit program (seconds); the main thread calls into the same machine while
+# it runs. The waiting call must not hold the GIL, which A needs to poll for Ctrl-C.
+_BUSY_MACHINE = """
+    import os, threading
+    q = list(range(22))  # plain indices: the program runs on any machine
+    prog = corvid.QProg() << corvid.H(q)
+    for k in range({layers}):  # about 10 ms a layer
+        for i in range(21):
+            prog << corvid.CNOT(i, i + 1) << corvid.RZ(i + 1, 0.1 + k / 100 + i) << corvid.CNOT(i, i + 1)
+        prog << corvid.RX(q, 0.3 + k / 100)
+
+    def busy():
+        qvm = corvid.CPUQVM(); qvm.qAlloc_many(22)
+        started = threading.Event()
+        def run():
+            started.set()
+            qvm.prob_run_dict(prog, q, 1)
+        worker = threading.Thread(target=run, daemon=True)
+        worker.start(); started.wait(); time.sleep(0.1)
+        return qvm, worker
+"""
 
 
-def test_thread_count_round_trips():
-    before = corvid.get_num_threads()
+def test_calls_waiting_for_a_running_machine_do_not_deadlock():
+    # Each call in turn waits for a fresh run in the worker thread.
+    code = _BUSY_MACHINE.format(layers=15) + """
+    for call in ["last_run_timings", "state_vector", "qAlloc_many", "cAlloc_many", "init_qvm",
+                 "finalize"]:
+        qvm, worker = busy()
+        try:
+            getattr(qvm, call)(*([1] if call.endswith("many") else []))
+        except ValueError:
+            pass  # state_vector of a run not yet finished
+        worker.join()
+        print("returned from", call)
+    """
     try:
-        corvid.set_num_threads(1)
-        assert corvid.get_num_threads() == 1
+        out = run_python(code, timeout=30)
+    except subprocess.TimeoutExpired as e:
+        pytest.fail(f"a call on a machine running in another thread hung after {e.stdout!r}")
+    assert out.count("returned from") == 6, out
+
+
+def test_ctrl_c_stops_a_wait_for_the_machine():
+    elapsed, line = interrupt_after(_BUSY_MACHINE.format(layers=300) + """
+    qvm, worker = busy()
+    print("ready")
+    try:
+        qvm.finalize()
+        print("finalized")
+    except KeyboardInterrupt:
+        print("KeyboardInterrupt while waiting")
+    os._exit(0)  # the worker is still running
+    """, delay=0.3)
+    assert line == "KeyboardInterrupt while waiting"
+    assert elapsed < 1.0
+
+
+def test_gil_is_released_while_simulating():
+    qvm = CPUQVM()
+    q = qvm.qAlloc_many(20)
+    prog = QProg()
+    for _ in range(8):
+        prog << H(q) << RX(q, 0.3)
+    worker = threading.Thread(target=qvm.prob_run_dict, args=(prog, q))
+    ticks = 0
+    worker.start()
+    while worker.is_alive():
+        ticks += 1
+    worker.join()
+    # With the GIL held for the whole run this loop could not advance while the worker computes.
+    assert ticks > 1000
+
+
+def test_threads_sharing_one_machine_get_correct_results():
+    qvm = CPUQVM()
+    q = qvm.qAlloc_many(14)
+    results, errors = {}, []
+
+    def run(k):
+        try:
+            results[k] = qvm.prob_run_dict(QProg() << X(q[k]), [q[k]])["1"]
+        except Exception as e:  # noqa: BLE001 - reported below
+            errors.append(e)
+
+    threads = [threading.Thread(target=run, args=(k,)) for k in range(8)]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    assert not errors and results == {k: 1.0 for k in range(8)}
+
+
+def test_thread_count_applies_to_threads_that_did_not_set_it():
+    before = corvid.get_num_threads()
+    seen = []
+    try:
+        for n in (1, 3):
+            corvid.set_num_threads(n)
+            worker = threading.Thread(target=lambda: seen.append(corvid.get_num_threads()))
+            worker.start()
+            worker.join()
     finally:
         corvid.set_num_threads(before)
+    assert seen == [1, 3]
 
 
-def run_python(*args, **env):
+def fresh_python(*args, **env):
     """Runs Python with `args` and `env` added, in a fresh process; returns its last line."""
     environ = {k: v for k, v in os.environ.items() if k not in ("OMP_NUM_THREADS", "OMP_WAIT_POLICY")}
     out = subprocess.run([sys.executable, *args], env={**environ, **env}, check=True,
@@ -26,14 +129,14 @@ def run_python(*args, **env):
 
 @pytest.mark.parametrize("env, expected", [({}, "PASSIVE"), ({"OMP_WAIT_POLICY": "ACTIVE"}, "ACTIVE")])
 def test_idle_threads_sleep_unless_the_user_chose(env, expected):
-    assert run_python("-c", "import os, corvid; print(os.environ['OMP_WAIT_POLICY'])", **env) == expected
+    assert fresh_python("-c", "import os, corvid; print(os.environ['OMP_WAIT_POLICY'])", **env) == expected
 
 
 def test_an_absurd_environment_thread_count_is_capped_at_the_cores():
     code = ("import os, corvid; m = corvid.CPUQVM(); m.init_qvm(); q = m.qAlloc_many(16); "
             "p = corvid.QProg(); p << corvid.hadamard_circuit(q); m.prob_run_dict(p, q); "
             "print(corvid.get_num_threads(), len(os.sched_getaffinity(0)))")
-    threads, cores = map(int, run_python("-c", code, OMP_NUM_THREADS="100000").split())
+    threads, cores = map(int, fresh_python("-c", code, OMP_NUM_THREADS="100000").split())
     assert 1 <= threads <= cores
 
 
@@ -54,7 +157,7 @@ def test_pool_workers_use_one_thread_unless_told(tmp_path, context, env, expecte
     expected = str([min(expected, len(os.sched_getaffinity(0)))])
     script = tmp_path / "pool.py"
     script.write_text(POOL.format(context=context))
-    assert run_python(str(script), **env) == expected
+    assert fresh_python(str(script), **env) == expected
 
 
 def test_threadpoolctl_limits_the_threads():

@@ -11,7 +11,8 @@ import sys
 import numpy as np
 import pytest
 
-from corvid_alg.QAOA.cli import main
+from corvid_alg.QAOA.cli import main, plot
+from corvid_alg.QAOA.cli.errors import InputError
 from corvid_alg.QAOA.cli.progress import Progress
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -30,9 +31,9 @@ MODULE = [sys.executable, "-m", "corvid_alg.QAOA"]
 SOURCE_TREE_SCRIPT = [os.path.join(ROOT, "bin", "corvid-qaoa")]
 
 
-def run_process(*argv, launcher=MODULE):
+def run_process(*argv, launcher=MODULE, timeout=120):
     return subprocess.run([*launcher, *argv], capture_output=True, text=True,
-                          env=os.environ.copy(), timeout=120)
+                          env=os.environ.copy(), timeout=timeout)
 
 
 def solved(*argv):
@@ -131,6 +132,8 @@ def test_maxcut_energies_are_minus_cuts(tmp_path):
         assert s["energy"] == pytest.approx(-sum(w for i, j, w in edges if x[i] != x[j]))
         assert s["assignment"] == dict(zip("abcd", x))
     assert doc["best"]["energy"] >= -5.5  # the maximum cut, by enumeration of 16 cuts
+    path.write_text("² 1\n1 2\n")  # '²'.isdigit(), but not a number: labels in file order
+    assert solved("--maxcut", str(path))["problem"]["variables"] == ["²", "1", "2"]
 
 
 @pytest.mark.parametrize("extra", [
@@ -211,10 +214,22 @@ def test_progress_draws_only_on_a_terminal():
     (["-e", "x0", "--layers", "3", "--gamma-bounds", "0,1", "--gamma-bounds", "0,1"], 2, "once per layer"),
     (["-e", "x0", "--gamma-bounds", "2,1"], 2, "LOW must not exceed"),
     (["-e", "x0", "--plot", "out.svg"], 2, "PNG"),
-    (["-e", "sqrt(x0)"], 1, "not a polynomial"),
-    (["-e", "x0 +* 1"], 1, "cannot parse"),
+    (["-e", "x0", "--plot", "/no/such/dir/run.png"], 2, "the folder /no/such/dir does not exist"),
+    (["-e", "x0", "--top", "1" + "0" * 21], 2, "--top: must be at most 1000000"),
+    (["-e", "x0", "--layers", "1" + "0" * 60], 2, "at most 50 digits"),
+    (["-e", "x0", "--seed", "-5"], 2, "--seed: must be an integer in [0, 2^128)"),
+    (["-e", "x0", "--threads", "1000000"], 2, "--threads: number of threads must be"),
+    (["-e", "x0", "--shots", "1" + "0" * 20, "--seed", "1"], 2, "--shots: must be at most 10^15"),
+    (["-e", "x0", "--option", "options=5"], 2, "options= must be a JSON object"),
+    (["-e", "x0", "--option", "callback=print"], 2, "needs a Python function"),
+    (["-e", "1000*x0 - 1000*x1", "--loss", "gibbs", "--json"], 1,
+     "the Gibbs loss is not finite at evaluation 1; the energies reach about 2e+03: "
+     "try --norm, a constant shift that brings the energies near 0 or a higher --temperature"),
+    (["-e", "sqrt(x0)"], 1, "column 5: '(' after 'sqrt': function calls are not"),
+    (["-e", "x0 +* 1"], 1, "column 5: expected a number"),
+    (["-e", "x0 + 9**9**9"], 1, "column 7: 9^387420489 is too large"),
     (["-e", "3"], 1, "no variables"),
-    (["-e", "I*x0"], 1, "real coefficients"),
+    (["-e", "x0*(x1+1) - x0*x1 - x0"], 1, "no variables"),
     (["--maxcut", "/no/such/file"], 1, "cannot read"),
     (["--qubo", "q.txt"], 1, ".npy or .csv"),
 ])
@@ -231,11 +246,16 @@ def test_bad_options_and_inputs_fail_with_one_line(argv, status, fragment):
     ("g.txt", "0 1 x\n", "line 1: weight 'x'"),
     ("g.txt", "0 1 2 3\n", "line 1: expected"),
     ("g.txt", "# nothing\n", "no edges"),
-    ("g.txt", b"\xff\xfe\x00", "not a text file"),
+    ("g.txt", b"\xff\xfe\x00", "not a UTF-8 text file"),
     ("q.csv", "1,2\n3\n", "q.csv"),
     ("q.csv", "1,2,3\n4,5,6\n", "square"),
     ("q.npy", "not numpy", "q.npy"),
     ("m.json", "{", "not valid JSON"),
+    ("m.json", '{"linear": {"a": 1' + "0" * 400 + "}}",
+     "weight 1000000000000000000000000000000000000... overflows"),
+    ("m.json", "[" * 100_000 + "]" * 100_000, "nested too deeply"),
+    ("m.json", '{"linear": {"a": NaN}}', "NaN is not a number"),
+    ("q.npy", np.eye(2) * 1j, "must be real numbers, got complex128"),
     ("m.json", '{"linear": {"a": 1}, "quadratc": []}', "unknown key(s) quadratc"),
     ("m.json", '{"type": "spin", "linear": {"a": 1}}', '"type"'),
     ("m.json", '{"variables": ["a"], "linear": {"b": 1}}', "'b' is not listed"),
@@ -246,7 +266,9 @@ def test_bad_options_and_inputs_fail_with_one_line(argv, status, fragment):
 ])
 def test_bad_files_exit_1(tmp_path, name, content, fragment):
     path = tmp_path / name
-    if isinstance(content, bytes):
+    if isinstance(content, np.ndarray):
+        np.save(path, content)
+    elif isinstance(content, bytes):
         path.write_bytes(content)
     else:
         path.write_text(content)
@@ -256,9 +278,35 @@ def test_bad_files_exit_1(tmp_path, name, content, fragment):
     assert err.count("\n") == 1 and fragment in err, err
 
 
-def test_bad_file_in_a_subprocess_has_no_traceback(tmp_path):
-    path = tmp_path / "g.txt"
-    path.write_text("0 0\n")
-    result = run_process("--maxcut", str(path))
+@pytest.mark.parametrize("argv, fragment", [
+    (["-e", "__import__('os').system('touch {marker}')"], "strings are not part of a formula"),
+    (["-e", "x0 + 9**9**9"], "9^387420489 is too large"),
+    (["--maxcut", "{bad}"], "self-loop"),
+])
+def test_hostile_input_in_a_subprocess_ends_in_one_line(tmp_path, argv, fragment):
+    marker, bad = tmp_path / "PWNED", tmp_path / "g.txt"
+    bad.write_text("0 0\n")
+    result = run_process(*(a.format(marker=marker, bad=bad) for a in argv), timeout=60)
+    assert result.returncode == 1 and not marker.exists()
+    assert result.stderr.startswith("corvid-qaoa: error:") and result.stderr.count("\n") == 1
+    assert fragment in result.stderr
+
+
+def test_lost_stdout_ends_quietly_or_in_one_line():
+    argv = [*MODULE, "-e", "x0*x1 - x1", "--json", *FAST]
+    with open("/dev/full", "w") as full:
+        result = subprocess.run(argv, stdout=full, stderr=subprocess.PIPE, text=True, timeout=120)
     assert result.returncode == 1
-    assert result.stderr.startswith("corvid-qaoa: error:") and "Traceback" not in result.stderr
+    assert result.stderr == "corvid-qaoa: error: cannot write the report: No space left on device\n"
+    process = subprocess.Popen(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    process.stdout.close()  # the reader is gone before the report is written: `| head`
+    assert process.stderr.read() == b"" and process.wait(timeout=120) == 1
+
+
+def test_the_report_is_printed_before_the_plot_is_written(monkeypatch):
+    def fail(document, path):
+        raise InputError(f"cannot write {path}: disk full")
+    monkeypatch.setattr(plot, "write_png", fail)
+    status, out, err = run_cli("-e", "x0 - x1", "--plot", "run.png", *FAST)
+    assert status == 1 and "best listed solution" in out
+    assert err == "corvid-qaoa: error: cannot write run.png: disk full\n"

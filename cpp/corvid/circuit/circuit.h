@@ -12,12 +12,19 @@ namespace corvid {
 
 class Circuit {
  public:
+  /// Bytes one gate takes through a run: the circuit, the program built from it, the copy a run
+  /// takes and its compiled form.
+  static constexpr std::size_t kRunBytesPerGate = 4 * sizeof(Gate);
+
   Circuit() = default;
 
   /// Appends one gate. Returns *this so appends chain: `c << g1 << g2`.
   Circuit& append(const Gate& gate);
   /// Appends every gate of `other` in order (the circuit is inlined); `other` may be *this.
   Circuit& append(const Circuit& other);
+  /// Makes room for `count` more gates, refused first with OutOfMemory naming the count when
+  /// the gates could not also be copied and compiled for a run (kRunBytesPerGate each).
+  void reserve(std::uint64_t count);
   Circuit& operator<<(const Gate& gate) { return append(gate); }
   Circuit& operator<<(const Circuit& other) { return append(other); }
 

@@ -23,7 +23,8 @@ std::string gate_error(std::string_view name, const std::string& what) {
 
 const GateInfo& gate_info(GateKind kind) { return kGateInfo[static_cast<std::size_t>(kind)]; }
 
-Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle) : kind_(kind) {
+Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle, double scale)
+    : kind_(kind) {
   const GateInfo& info = gate_info(kind);
   if (qubits.size() != info.num_qubits) {
     throw std::invalid_argument(gate_error(info.name, "takes " + std::to_string(info.num_qubits) +
@@ -48,11 +49,14 @@ Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle) : kind_(k
   }
   machine_ = qubits[0].machine;
   if (info.has_angle) {
-    if (!std::isfinite(angle)) {
-      throw std::invalid_argument(gate_error(info.name, "angle must be finite, got " +
-                                                            std::to_string(angle)));
+    if (!std::isfinite(angle * scale) || !std::isfinite(scale)) {
+      std::string got = std::to_string(angle * scale);
+      if (scale != 1.0) got += " (" + std::to_string(angle) + " times scale " + std::to_string(scale) + ")";
+      throw std::invalid_argument(gate_error(info.name, "angle must be finite, got " + got));
     }
-    angle_ = angle;
+    angle_ = angle * scale;
+    unscaled_ = angle;
+    scale_ = scale;
   }
 }
 

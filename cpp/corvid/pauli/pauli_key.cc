@@ -8,8 +8,34 @@
 namespace corvid {
 namespace {
 
+// The key as Python would write it inside quotes, so tabs and other invisible bytes show.
+std::string escaped(std::string_view key) {
+  std::string out;
+  for (char c : key) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '\t') {
+      out += "\\t";
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (byte < 0x20 || byte == 0x7f) {
+      static constexpr char kHex[] = "0123456789abcdef";
+      out += "\\x";
+      out += kHex[byte >> 4];
+      out += kHex[byte & 15];
+    } else {
+      out += c;  // printable ASCII and UTF-8 sequences stay as they are
+    }
+  }
+  return out;
+}
+
 [[noreturn]] void reject(std::string_view key, const std::string& why) {
-  throw std::invalid_argument("invalid Pauli key \"" + std::string(key) + "\": " + why +
+  throw std::invalid_argument("invalid Pauli key \"" + escaped(key) + "\": " + why +
                               " (expected factors such as \"Z0\" or \"X12\" separated by "
                               "single blanks)");
 }
@@ -42,6 +68,12 @@ PauliFactor parse_factor(std::string_view key, std::string_view token) {
 }  // namespace
 
 PauliString parse_pauli_key(std::string_view key) {
+  for (char c : key) {
+    if (c == '\t') reject(key, "it contains a tab character (\\t)");
+    if (c == '\n' || c == '\r' || c == '\v' || c == '\f') {
+      reject(key, "it contains a line break or other white space that is not a blank");
+    }
+  }
   std::vector<PauliFactor> factors;
   std::size_t start = 0;
   while (start <= key.size() && !key.empty()) {

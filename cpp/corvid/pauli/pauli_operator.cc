@@ -4,9 +4,11 @@
 #include <cmath>
 #include <cstdio>
 #include <set>
+#include <string>
 
 #include "corvid/pauli/pauli_key.h"
 #include "corvid/pauli/term_accumulator.h"
+#include "corvid/util/errors.h"
 
 namespace corvid {
 namespace {
@@ -97,14 +99,19 @@ PauliOperator& PauliOperator::add(const PauliOperator& b, double sign) {
 }
 
 PauliOperator operator*(const PauliOperator& a, const PauliOperator& b) {
-  TermAccumulator sum(a.size() * b.size());
-  for (const Term& x : a.terms_) {
-    for (const Term& y : b.terms_) {
-      PauliProduct p = multiply(x.string, y.string);
-      sum.add(std::move(p.string), kPhase[p.phase] * x.coefficient * y.coefficient);
+  // The number of distinct products is unknown until they are made, so there is no guard.
+  const std::string what = "multiplying Pauli operators of " + std::to_string(a.size()) + " and " +
+                           std::to_string(b.size()) + " terms";
+  return naming_allocation(what, [&] {
+    TermAccumulator sum(a.size() * b.size());
+    for (const Term& x : a.terms_) {
+      for (const Term& y : b.terms_) {
+        PauliProduct p = multiply(x.string, y.string);
+        sum.add(std::move(p.string), kPhase[p.phase] * x.coefficient * y.coefficient);
+      }
     }
-  }
-  return sum.finish();
+    return sum.finish();
+  });
 }
 
 PauliOperator& PauliOperator::operator*=(Coefficient s) {

@@ -10,7 +10,6 @@
 #include <complex>
 #include <cstdint>
 #include <exception>
-#include <map>
 #include <stdexcept>
 #include <string>
 
@@ -223,17 +222,6 @@ void check_angles(std::span<const double> angles) {
   }
 }
 
-// Merges repeated masks; D needs one coefficient per mask.
-PhasePolynomial merged(std::span<const PhaseTerm> terms) {
-  std::map<std::uint64_t, double> sums;
-  for (const PhaseTerm& t : terms) sums[t.mask] += t.angle;
-  PhasePolynomial polynomial;
-  for (const auto& [mask, angle] : sums) {
-    if (angle != 0.0) polynomial.terms.push_back({mask, angle});
-  }
-  return polynomial;
-}
-
 }  // namespace
 
 QaoaObjective::QaoaObjective(QaoaAnsatz ansatz, std::span<const double> energies)
@@ -253,7 +241,7 @@ QaoaObjective::QaoaObjective(QaoaAnsatz ansatz, std::span<const double> energies
       throw std::invalid_argument("phase term mask " + std::to_string(t.mask) +
                                   " is zero or names a qubit >= " + std::to_string(n));
     }
-    if (!std::isfinite(t.angle)) throw std::invalid_argument("phase coefficients must be finite");
+    if (!std::isfinite(t.coefficient)) throw std::invalid_argument("phase coefficients must be finite");
   }
   if (ansatz_.xy_pairs) {
     for (const auto& [a, b] : *ansatz_.xy_pairs) {
@@ -274,11 +262,8 @@ QaoaObjective::QaoaObjective(QaoaAnsatz ansatz, std::span<const double> energies
     }
     initial_ = compile(*ansatz_.initial, n);
   }
-  const PhasePolynomial polynomial = merged(ansatz_.phase_terms);
-  if (!polynomial.terms.empty()) {
-    const ScaledDiagonal d = cached_diagonal(polynomial, n);
-    phase_ = {d.values, d.scale, 0.0};
-  }
+  const std::vector<PhaseTerm> terms = merge_terms(ansatz_.phase_terms);
+  if (!terms.empty()) phase_ = {cached_diagonal(terms, n), 1.0, 0.0};
 }
 
 void QaoaObjective::forward(StateVector& state, std::span<const double> angles) const {

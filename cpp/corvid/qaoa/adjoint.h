@@ -34,7 +34,7 @@ struct LossSettings {
 
 struct QaoaAnsatz {
   unsigned num_qubits = 0;
-  /// D(x) = Σ_t angle_t·(−1)^popcount(x & mask_t); a constant term only turns the global phase
+  /// D(x) = Σ_t coefficient_t·(−1)^popcount(x & mask_t); a constant term only turns the global phase
   /// and is left out. Repeated masks add up.
   std::vector<PhaseTerm> phase_terms;
   /// The XY mixer's pairs in order; without it, the X mixer.

@@ -16,7 +16,7 @@ namespace {
 std::vector<double> energies_of(const std::vector<PhaseTerm>& terms, unsigned n) {
   std::vector<double> e(std::size_t{1} << n, 0.0);
   for (std::size_t x = 0; x < e.size(); ++x) {
-    for (const PhaseTerm& t : terms) e[x] += std::popcount(x & t.mask) % 2 ? -t.angle : t.angle;
+    for (const PhaseTerm& t : terms) e[x] += std::popcount(x & t.mask) % 2 ? -t.coefficient : t.coefficient;
   }
   return e;
 }

@@ -22,7 +22,8 @@ std::vector<std::uint32_t> distinct_sorted(std::vector<std::uint32_t> variables)
 
 // Refuses expansions that cannot fit before building any of them. Estimated in double so that
 // 2^k cannot overflow; small expansions skip the (file-reading) memory query.
-void require_expansion_memory(const std::vector<std::vector<std::uint32_t>>& sets) {
+// Returns the description of the expansion for later errors.
+std::string require_expansion_memory(const std::vector<std::vector<std::uint32_t>>& sets) {
   double terms = 0, bytes = 0;
   for (const auto& set : sets) {
     double n = std::ldexp(1.0, static_cast<int>(set.size()));
@@ -30,11 +31,12 @@ void require_expansion_memory(const std::vector<std::vector<std::uint32_t>>& set
     bytes +=
         n * static_cast<double>(sizeof(PauliOperator::Term) + set.size() * sizeof(PauliFactor));
   }
-  if (bytes < static_cast<double>(std::size_t{1} << 26)) return;
   char what[96];
   std::snprintf(what, sizeof what, "expanding a binary polynomial into %.4g terms", terms);
+  if (bytes < static_cast<double>(std::size_t{1} << 26)) return what;
   if (bytes >= 0x1p62) throw OutOfMemory(std::string(what) + " needs more memory than exists");
   require_memory(static_cast<std::size_t>(bytes), what);
+  return what;
 }
 
 // Appends c·2^{−k}·Σ_{S⊆T} (−1)^{|S|} Z_S for the k distinct variables T.
@@ -65,11 +67,13 @@ PauliOperator binary_polynomial_to_z_operator(const std::vector<Monomial>& monom
     sets.push_back(distinct_sorted(m.variables));
     coefficients.push_back(m.coefficient);
   }
-  require_expansion_memory(sets);
-  TermAccumulator sum(sets.size());
-  std::vector<PauliFactor> factors;
-  for (std::size_t i = 0; i < sets.size(); ++i) expand(sets[i], coefficients[i], sum, factors);
-  return sum.finish();
+  const std::string what = require_expansion_memory(sets);
+  return naming_allocation(what, [&] {
+    TermAccumulator sum(sets.size());
+    std::vector<PauliFactor> factors;
+    for (std::size_t i = 0; i < sets.size(); ++i) expand(sets[i], coefficients[i], sum, factors);
+    return sum.finish();
+  });
 }
 
 }  // namespace corvid

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "corvid/qaoa/bit_transform.h"
+#include "corvid/util/bit_transform.h"
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/term_list.h"
 
@@ -16,7 +16,7 @@ AlignedBuffer<double> energies_from_monomials(int num_vars, std::span<const std:
   AlignedBuffer<double> e = dense_coefficients(num_vars, masks, coeffs, what.c_str());
   // Subset sums: after bit i, e[x] holds the sum over masks that agree with x above bit i
   // and are contained in x at and below it.
-  transform_bits(e.data(), num_vars, [](double& lo, double& hi) { hi += lo; });
+  subset_sum_transform(e.data(), num_vars);
   return e;
 }
 

@@ -2,8 +2,10 @@
 
 #include <bit>
 #include <string>
+#include <vector>
 
-#include "corvid/qaoa/bit_transform.h"
+#include "corvid/sim/compile/diagonal_cache.h"
+#include "corvid/util/bit_transform.h"
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/term_list.h"
 
@@ -14,13 +16,28 @@ AlignedBuffer<double> energies_from_z_terms(int num_qubits, std::span<const std:
   check_num_bits(num_qubits, "num_qubits");
   check_terms(masks, coeffs, num_qubits, "qubit");
   const std::string what = "energies of " + std::to_string(num_qubits) + " qubits";
+  // The phase layer of the same cost function holds these values less the constant when it
+  // has already run (its coefficients are the Z coefficients exactly): one pass, no transform.
+  double constant = 0.0;
+  std::vector<PhaseTerm> terms;
+  for (std::size_t t = 0; t < masks.size(); ++t) {
+    if (masks[t] == 0) {
+      constant += coeffs[t];
+    } else {
+      terms.push_back({masks[t], coeffs[t]});
+    }
+  }
+  terms = merge_terms(std::move(terms));
+  if (!terms.empty()) {
+    if (auto values = find_cached_diagonal(terms, static_cast<unsigned>(num_qubits))) {
+      AlignedBuffer<double> e(std::size_t{1} << num_qubits, what);
+      values->expand(e.data(), constant);
+      return e;
+    }
+  }
   AlignedBuffer<double> e = dense_coefficients(num_qubits, masks, coeffs, what.c_str());
   // The unnormalised Walsh–Hadamard transform: E[x] = sum_m a[m] (-1)^popcount(x & m).
-  transform_bits(e.data(), num_qubits, [](double& lo, double& hi) {
-    const double sum = lo + hi;
-    hi = lo - hi;
-    lo = sum;
-  });
+  walsh_transform(e.data(), num_qubits);
   return e;
 }
 

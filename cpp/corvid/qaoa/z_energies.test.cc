@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "corvid/sim/compile/diagonal_cache.h"
 #include "corvid/util/errors.h"
 
 namespace corvid {
@@ -23,6 +25,21 @@ TEST(ZEnergies, HandDerivedPolynomial) {
   for (std::size_t x = 0; x < 8; ++x) EXPECT_DOUBLE_EQ(e[x], kEnergies[x]) << "x=" << x;
   EXPECT_DOUBLE_EQ(e[0b001], -1.0);
   EXPECT_DOUBLE_EQ(e[0b110], 2.0);
+}
+
+TEST(ZEnergies, ReuseTheDiagonalOfTheSamePhaseLayer) {
+  // 13 qubits: more than one transform block; irrational coefficients, one mask repeated.
+  const std::vector<std::uint64_t> masks = {0, 0x1001, 0b110, 0x1001, 0x0ff0};
+  const std::vector<double> coeffs = {0.25, std::sqrt(2.0), -0.7, 0.3, 1.0 / 3};
+  clear_diagonal_cache();
+  const auto direct = energies_from_z_terms(13, masks, coeffs);
+  const std::size_t hits = diagonal_cache_hits();
+  const std::vector<PhaseTerm> layer = {{0x1001, std::sqrt(2.0)}, {0b110, -0.7}, {0x1001, 0.3},
+                                        {0x0ff0, 1.0 / 3}};
+  cached_diagonal(merge_terms(layer), 13);
+  const auto shared = energies_from_z_terms(13, masks, coeffs);
+  EXPECT_EQ(diagonal_cache_hits(), hits + 1);
+  for (std::size_t x = 0; x < direct.size(); ++x) ASSERT_NEAR(shared[x], direct[x], 1e-14);
 }
 
 TEST(ZEnergies, ConstantOnlyAndEmptyTermLists) {

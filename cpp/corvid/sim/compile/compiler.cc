@@ -5,6 +5,7 @@
 #include <cassert>
 
 #include "corvid/sim/compile/diagonal_cache.h"
+#include "corvid/util/interrupt.h"
 
 namespace corvid {
 namespace {
@@ -17,8 +18,7 @@ constexpr std::size_t kMinFused = 2;
 
 DiagonalOp diagonal_op(const PhasePolynomial& poly, unsigned n) {
   if (poly.terms.empty()) return {nullptr, 0.0, poly.global_phase};
-  ScaledDiagonal d = cached_diagonal(poly, n);
-  return {std::move(d.values), d.scale, poly.global_phase};
+  return {cached_diagonal(poly.terms, n), poly.scale, poly.global_phase};
 }
 
 // The run of one-qubit gates at the front of `gates`: its length, non-I gate count, and the
@@ -56,6 +56,7 @@ CompiledProgram compile(std::span<const Gate> gates, unsigned num_qubits) {
   CompiledProgram out{num_qubits, {}};
   std::size_t i = 0;
   while (i < gates.size()) {
+    throw_if_interrupted();  // a new diagonal costs a pass or two over 2^n values
     const auto rest = gates.subspan(i);
     const bool fuse = fusion_enabled();
     if (fuse && is_phase_polynomial_kind(rest[0].kind())) {

@@ -43,8 +43,8 @@ struct CompiledProgram {
 };
 
 /// Compiles `gates` (qubits < num_qubits <= 64; asserted). Diagonals are looked up in or added
-/// to the diagonal cache, which may cost O(n·2^n) once per new structure (and may throw
-/// OutOfMemory). Otherwise O(gates · log gates).
+/// to the diagonal cache, which may cost O(n·2^n) once per new key (and may throw OutOfMemory;
+/// corvid::Interrupted between operations). Otherwise O(gates · log gates).
 CompiledProgram compile(std::span<const Gate> gates, unsigned num_qubits);
 
 /// Process-wide switch, on by default: when off, compile() keeps every gate a plain gate, which

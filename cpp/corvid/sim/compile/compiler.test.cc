@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <numbers>
 #include <random>
 
@@ -12,6 +13,7 @@
 #include "corvid/sim/compile/diagonal_cache.h"
 #include "corvid/sim/execute/executor.h"
 #include "corvid/sim/machine/probabilities.h"
+#include "corvid/testing/dense_reference.h"
 #include "corvid/util/parallel.h"
 
 namespace corvid {
@@ -95,7 +97,7 @@ Circuit qaoa_ring(unsigned n, std::span<const double> gammas, std::span<const do
   for (std::size_t l = 0; l < gammas.size(); ++l) {
     for (std::uint32_t q = 0; q < n; ++q) {
       const std::uint32_t a = std::min(q, (q + 1) % n), b = std::max(q, (q + 1) % n);
-      c << Gate(GateKind::CNOT, {a, b}) << Gate(GateKind::RZ, {b}, 2 * (q + 1) * gammas[l])
+      c << Gate(GateKind::CNOT, {a, b}) << Gate(GateKind::RZ, {b}, 2.0 * (q + 1), gammas[l])
         << Gate(GateKind::CNOT, {a, b});
     }
     for (std::uint32_t q = 0; q < n; ++q) c << Gate(GateKind::I, {q});
@@ -173,24 +175,73 @@ TEST(Compiler, NewGammaReusesTheCachedDiagonal) {
   const auto& d1 = std::get<DiagonalOp>(p1.ops[1]);
   const auto& d2 = std::get<DiagonalOp>(p2.ops[1]);
   EXPECT_EQ(d1.values, d2.values);
-  EXPECT_NEAR(d2.scale / d1.scale, -1.9 / 0.3, 1e-12);
+  EXPECT_EQ(d1.scale, 0.3);
+  EXPECT_EQ(d2.scale, -1.9);
 }
 
-// Diagonal runs whose angles span the double range (a subnormal first angle, all zeros) stay
-// finite: the cache key divides by the largest angle.
-TEST(Compiler, DiagonalsWithExtremeAngleRatiosMatch) {
-  Circuit tiny_first, zeros, huge;
-  tiny_first << Gate(GateKind::Z, {2}) << Gate(GateKind::RZ, {0}, 2.225073858507e-311);
-  zeros << Gate(GateKind::RZ, {0}, 0.0) << Gate(GateKind::RZ, {1}, 0.0);
-  huge << Gate(GateKind::RZ, {1}, 1e-300) << Gate(GateKind::RZ, {0}, 3.0)
-       << Gate(GateKind::CZ, {0, 1});
-  for (const Circuit* c : {&tiny_first, &zeros, &huge}) {
-    Circuit from_plus;
-    for (std::uint32_t q = 0; q < 3; ++q) from_plus << Gate(GateKind::H, {q});
-    for (const Gate& g : c->gates()) from_plus << g;
-    expect_compiled_matches_plain(*c, 3, "extreme angles from |0>");
-    expect_compiled_matches_plain(from_plus, 3, "extreme angles from |+>");
+// Phase layers at scales across the double range, and unscaled runs whose angles span it,
+// against the dense reference: the cache key is exact, so no scale is ever divided out of the
+// angles (a subnormal first angle once turned the state into NaN that way).
+struct ScaleCase {
+  const char* name;
+  std::vector<Gate> diagonal;  // applied to |+++>
+};
+
+Gate rz(std::uint32_t q, double angle, double scale = 1.0) {
+  return Gate(GateKind::RZ, {q}, angle, scale);
+}
+
+std::vector<Gate> ladder(double scale) {  // 1.5·Z0Z1 − 0.5·Z1Z2 + Z2 at one scale
+  return {Gate(GateKind::CNOT, {0, 1}), rz(1, 3.0, scale), Gate(GateKind::CNOT, {0, 1}),
+          Gate(GateKind::CNOT, {1, 2}), rz(2, -1.0, scale), Gate(GateKind::CNOT, {1, 2}),
+          rz(2, 2.0, scale)};
+}
+
+class ExtremeAngles : public ::testing::TestWithParam<ScaleCase> {};
+
+TEST_P(ExtremeAngles, MatchTheDenseReference) {
+  Circuit c;
+  for (std::uint32_t q = 0; q < 3; ++q) c << Gate(GateKind::H, {q});
+  for (const Gate& g : GetParam().diagonal) c << g;
+  const reference::Vector want = reference::reference_state(c, 3);
+  const CompiledProgram p = compile(c.gates(), 3);
+  for (const KernelSet* kernels : available_kernel_sets()) {
+    StateVector got = StateVector::uninitialized(3);
+    execute(got, p, /*from_zero=*/true, nullptr, *kernels);
+    for (std::uint64_t i = 0; i < 8; ++i) {
+      ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, kTol) << kernels->name << ", amplitude " << i;
+    }
   }
+}
+
+// Scales 2^40 and 2^-1070 keep every product and sum exact, so phases agree to rounding.
+INSTANTIATE_TEST_SUITE_P(
+    Scales, ExtremeAngles,
+    ::testing::Values(
+        ScaleCase{"scale_0_7", ladder(0.7)}, ScaleCase{"negative", ladder(-2.3)},
+        ScaleCase{"zero", ladder(0.0)}, ScaleCase{"negative_zero", ladder(-0.0)},
+        ScaleCase{"subnormal", ladder(std::ldexp(1.0, -1070))},
+        ScaleCase{"huge", ladder(std::ldexp(1.0, 40))},
+        ScaleCase{"subnormal_first_angle", {Gate(GateKind::Z, {2}), rz(0, 2.225073858507e-311)}},
+        ScaleCase{"zeros", {rz(0, 0.0), rz(1, 0.0)}},
+        ScaleCase{"tiny_beside_large", {rz(1, 1e-300), rz(0, 3.0), Gate(GateKind::CZ, {0, 1})}},
+        ScaleCase{"mixed_scales", {rz(0, 1.0, 0.5), rz(1, 1.0, 0.25), rz(0, 2.0, 1e-310)}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Compiler, EveryScaleOfALayerSharesOneExactEntry) {
+  clear_diagonal_cache();
+  const std::size_t misses = diagonal_cache_misses();
+  for (double scale : {0.7, -2.3, std::ldexp(1.0, -1070), std::ldexp(1.0, 40), 1e-5}) {
+    const std::vector<Gate> gates = ladder(scale);
+    const CompiledProgram p = compile(gates, 3);
+    ASSERT_EQ(p.ops.size(), 1u);
+    EXPECT_EQ(std::get<DiagonalOp>(p.ops[0]).scale, scale);
+  }
+  EXPECT_EQ(diagonal_cache_misses(), misses + 1);
+  // Unscaled angles are keys of their own: equal ratios alone share nothing.
+  compile(std::vector<Gate>{rz(0, 1.0), rz(1, 2.0)}, 3);
+  compile(std::vector<Gate>{rz(0, 2.0), rz(1, 4.0)}, 3);
+  EXPECT_EQ(diagonal_cache_misses(), misses + 3);
 }
 
 TEST(Compiler, LeavesShortRunsAndNonCancellingCnotsToThePlainPath) {

@@ -1,7 +1,6 @@
 #include "corvid/sim/compile/diagonal_cache.h"
 
-#include <algorithm>
-#include <cmath>
+#include <bit>
 #include <list>
 #include <mutex>
 #include <vector>
@@ -11,11 +10,10 @@
 namespace corvid {
 namespace {
 
-constexpr double kRatioTolerance = 1e-14;
-
 struct Entry {
   unsigned num_qubits;
-  std::vector<PhaseTerm> unit_terms;  // masks with angle ratios
+  std::uint64_t hash;
+  std::vector<PhaseTerm> terms;
   std::shared_ptr<const DiagonalValues> values;
 };
 
@@ -40,62 +38,79 @@ Store& store() {
   return s;
 }
 
-bool same_structure(const Entry& e, unsigned n, const std::vector<PhaseTerm>& unit) {
-  if (e.num_qubits != n || e.unit_terms.size() != unit.size()) return false;
-  for (std::size_t t = 0; t < unit.size(); ++t) {
-    const double a = e.unit_terms[t].angle;
-    const double b = unit[t].angle;
-    if (e.unit_terms[t].mask != unit[t].mask) return false;
-    if (std::abs(a - b) > kRatioTolerance * std::max(std::abs(a), std::abs(b))) return false;
+std::uint64_t hash_of(unsigned n, std::span<const PhaseTerm> terms) {
+  std::uint64_t h = n;
+  for (const PhaseTerm& t : terms) {
+    for (std::uint64_t word : {t.mask, std::bit_cast<std::uint64_t>(t.coefficient)}) {
+      h = (h ^ word) * 0x100000001b3ULL;
+      h ^= h >> 29;
+    }
+  }
+  return h;
+}
+
+// Exact: equal masks and bit-for-bit equal coefficients.
+bool same_key(const Entry& e, unsigned n, std::uint64_t hash, std::span<const PhaseTerm> terms) {
+  if (e.hash != hash || e.num_qubits != n || e.terms.size() != terms.size()) return false;
+  for (std::size_t t = 0; t < terms.size(); ++t) {
+    if (e.terms[t].mask != terms[t].mask ||
+        std::bit_cast<std::uint64_t>(e.terms[t].coefficient) !=
+            std::bit_cast<std::uint64_t>(terms[t].coefficient)) {
+      return false;
+    }
   }
   return true;
 }
 
-std::shared_ptr<const DiagonalValues> compute(unsigned n, const std::vector<PhaseTerm>& unit) {
+std::shared_ptr<const DiagonalValues> compute(unsigned n, std::span<const PhaseTerm> terms) {
   try {
-    return std::make_shared<const DiagonalValues>(n, unit);
+    return std::make_shared<const DiagonalValues>(n, terms);
   } catch (const OutOfMemory&) {
     clear_diagonal_cache();  // make room and try once more
-    return std::make_shared<const DiagonalValues>(n, unit);
+    return std::make_shared<const DiagonalValues>(n, terms);
   }
+}
+
+
+// The entry of `terms` moved to the front and counted as a hit, or nullptr. Caller locks.
+std::shared_ptr<const DiagonalValues> find_locked(Store& s, unsigned n, std::uint64_t hash,
+                                                  std::span<const PhaseTerm> terms) {
+  for (auto it = s.entries.begin(); it != s.entries.end(); ++it) {
+    if (!same_key(*it, n, hash, terms)) continue;
+    s.entries.splice(s.entries.begin(), s.entries, it);
+    ++s.hits;
+    return it->values;
+  }
+  return nullptr;
 }
 
 }  // namespace
 
-ScaledDiagonal cached_diagonal(const PhasePolynomial& polynomial, unsigned num_qubits) {
-  // Angles relative to the largest, so that no ratio overflows (a tiny first angle would make
-  // the others infinite); a new gamma scales them all and keeps the same key.
-  std::vector<PhaseTerm> unit = polynomial.terms;
-  const auto largest = std::max_element(unit.begin(), unit.end(), [](const auto& a, const auto& b) {
-    return std::abs(a.angle) < std::abs(b.angle);
-  });
-  const double scale = largest->angle;
-  if (scale != 0) {
-    for (PhaseTerm& t : unit) t.angle /= scale;
-  }
-  largest->angle = 1.0;
+std::shared_ptr<const DiagonalValues> find_cached_diagonal(std::span<const PhaseTerm> terms,
+                                                           unsigned num_qubits) {
+  std::lock_guard lock(store().mutex);
+  return find_locked(store(), num_qubits, hash_of(num_qubits, terms), terms);
+}
 
+std::shared_ptr<const DiagonalValues> cached_diagonal(std::span<const PhaseTerm> terms,
+                                                      unsigned num_qubits) {
+  const std::uint64_t hash = hash_of(num_qubits, terms);
   Store& s = store();
   {
     std::lock_guard lock(s.mutex);
-    for (auto it = s.entries.begin(); it != s.entries.end(); ++it) {
-      if (!same_structure(*it, num_qubits, unit)) continue;
-      s.entries.splice(s.entries.begin(), s.entries, it);
-      ++s.hits;
-      return {it->values, scale};
-    }
+    if (auto found = find_locked(s, num_qubits, hash, terms)) return found;
     ++s.misses;
   }
   // Computed outside the lock: other machines keep running meanwhile. Two threads missing on
   // the same key both compute; the second insert is a harmless duplicate that ages out.
-  auto values = compute(num_qubits, unit);
+  auto values = compute(num_qubits, terms);
   std::lock_guard lock(s.mutex);
   if (values->bytes() <= s.limit) {
-    s.entries.push_front({num_qubits, std::move(unit), values});
+    s.entries.push_front({num_qubits, hash, {terms.begin(), terms.end()}, values});
     s.bytes += values->bytes();
     s.evict_to(s.limit);
   }
-  return {values, scale};
+  return values;
 }
 
 std::size_t diagonal_cache_bytes() {

@@ -2,32 +2,32 @@
 /// A process-wide, size-bounded store of diagonal values, so that the O(n·2^n) transform of a
 /// phase polynomial is paid once per Hamiltonian rather than once per evaluation.
 ///
-/// Entries are keyed by structure: the number of qubits, the term masks and the angle ratios
-/// angle_t / angle_ref, where the reference is the first term. A polynomial whose angles are
-/// all scaled by one factor (a new γ of the same cost function) finds the same entry. Ratios
-/// match within a relative 1e-14, which absorbs the rounding of products such as 2·c·γ.
-/// The store evicts least recently used entries beyond its byte limit (default 2 GiB) and is
-/// safe to use from several threads.
+/// Entries are keyed exactly: the number of qubits, the term masks and the bit patterns of
+/// their coefficients. A phase layer carries its common angle apart from its coefficients (see
+/// PhasePolynomial::scale), so a new γ of the same cost function finds the same entry without
+/// any scale being recovered from the angles. The store evicts least recently used entries
+/// beyond its byte limit (default 2 GiB) and is safe to use from several threads.
 
 #include <cstddef>
 #include <memory>
+#include <span>
 
 #include "corvid/sim/compile/diagonal_values.h"
 #include "corvid/sim/compile/phase_polynomial.h"
 
 namespace corvid {
 
-/// v(x) from the store and the factor that turns it into the polynomial's phase sum:
-/// Σ_t angle_t·(−1)^popcount(x & mask_t) = scale · values->at(x).
-struct ScaledDiagonal {
-  std::shared_ptr<const DiagonalValues> values;
-  double scale = 0.0;
-};
+/// The values v(x) = Σ_t coefficient_t·(−1)^popcount(x & mask_t) of `terms` (at least one),
+/// from the store or computed and stored. Thread-safe; the entry stays valid for as long as the
+/// caller holds it, even if evicted. Throws OutOfMemory when a new entry does not fit (after
+/// dropping every other entry).
+std::shared_ptr<const DiagonalValues> cached_diagonal(std::span<const PhaseTerm> terms,
+                                                      unsigned num_qubits);
 
-/// Looks `polynomial` (at least one term) up or computes and stores it. Thread-safe; the entry
-/// stays valid for as long as the caller holds it, even if evicted. Throws OutOfMemory when a
-/// new entry does not fit (after dropping every other entry).
-ScaledDiagonal cached_diagonal(const PhasePolynomial& polynomial, unsigned num_qubits);
+/// The stored values of `terms` when present (counted as a hit), else nullptr; never computes.
+/// Lets the energies of a cost function reuse the diagonal its phase layer already paid for.
+std::shared_ptr<const DiagonalValues> find_cached_diagonal(std::span<const PhaseTerm> terms,
+                                                           unsigned num_qubits);
 
 /// Bytes held by the store now, and its limit.
 std::size_t diagonal_cache_bytes();

@@ -6,6 +6,7 @@
 #include <cassert>
 #include <string>
 
+#include "corvid/util/bit_transform.h"
 #include "corvid/util/parallel.h"
 
 namespace corvid {
@@ -14,7 +15,7 @@ namespace {
 using Index = std::uint64_t;
 
 // 2^12 doubles = 32 KiB of scratch per thread: the transform of a block stays in L1/L2.
-constexpr unsigned kBlockBits = 12;
+constexpr unsigned kBlockBits = bit_transform_detail::kLowBits;
 constexpr std::size_t kMaxLevels = 65536;
 
 // out[l] = v(h·2^bits + l) for one block h: the terms restricted to the block's high bits give
@@ -26,7 +27,7 @@ class BlockEvaluator {
     for (const PhaseTerm& t : terms) {
       low_.push_back(t.mask & ((Index{1} << bits_) - 1));
       high_.push_back(t.mask >> bits_);
-      coef_.push_back(t.angle);
+      coef_.push_back(t.coefficient);
     }
   }
 
@@ -38,16 +39,7 @@ class BlockEvaluator {
     for (std::size_t t = 0; t < coef_.size(); ++t) {
       out[low_[t]] += (std::popcount(block & high_[t]) & 1) ? -coef_[t] : coef_[t];
     }
-    for (Index half = 1; half < size; half *= 2) {
-      for (Index i = 0; i < size; i += 2 * half) {
-        for (Index j = i; j < i + half; ++j) {
-          const double u = out[j];
-          const double v = out[j + half];
-          out[j] = u + v;
-          out[j + half] = u - v;
-        }
-      }
-    }
+    walsh_transform_block(out, static_cast<int>(bits_));
     for (Index l = 0; l < size; ++l) out[l] += 0.0;  // −0 and +0 are one level
   }
 
@@ -191,6 +183,18 @@ double DiagonalValues::at(std::uint64_t x) const noexcept {
   if (index8_.size()) return levels_[index8_[x]];
   if (index16_.size()) return levels_[index16_[x]];
   return dense_[x];
+}
+
+void DiagonalValues::expand(double* out, double offset) const {
+  std::vector<double> shifted(levels_);
+  for (double& l : shifted) l += offset;
+  const auto size = static_cast<std::int64_t>(this->size());
+  const std::uint8_t* i8 = index8();
+  const std::uint16_t* i16 = index16();
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(this->size()))
+  for (std::int64_t x = 0; x < size; ++x) {
+    out[x] = i8 ? shifted[i8[x]] : i16 ? shifted[i16[x]] : offset + dense_[x];
+  }
 }
 
 std::size_t DiagonalValues::bytes() const noexcept {

@@ -16,7 +16,7 @@ namespace corvid {
 
 class DiagonalValues {
  public:
-  /// Computes v for `terms` (masks < 2^num_qubits, coefficients r_t = terms[t].angle) with a
+  /// Computes v for `terms` (masks < 2^num_qubits, coefficients r_t = terms[t].coefficient) with a
   /// Walsh–Hadamard transform per cache-sized block: O(n·2^n) time, O(block) scratch per thread,
   /// parallel. Levels are compared exactly (no rounding). Throws OutOfMemory before allocating
   /// when the result does not fit.
@@ -35,6 +35,8 @@ class DiagonalValues {
   const double* dense() const noexcept { return dense_.size() ? dense_.data() : nullptr; }
   /// v at basis state x, whatever the form. O(1).
   double at(std::uint64_t x) const noexcept;
+  /// out[x] = offset + v(x) for every basis state, in one parallel pass.
+  void expand(double* out, double offset) const;
   /// Heap bytes held.
   std::size_t bytes() const noexcept;
 

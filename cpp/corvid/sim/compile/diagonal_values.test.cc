@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cmath>
 #include <random>
 
 #include "corvid/sim/compile/diagonal_cache.h"
@@ -13,7 +14,7 @@ namespace {
 
 double direct(std::span<const PhaseTerm> terms, std::uint64_t x) {
   double v = 0;
-  for (const PhaseTerm& t : terms) v += (std::popcount(x & t.mask) & 1) ? -t.angle : t.angle;
+  for (const PhaseTerm& t : terms) v += (std::popcount(x & t.mask) & 1) ? -t.coefficient : t.coefficient;
   return v;
 }
 
@@ -68,39 +69,38 @@ TEST(DiagonalValues, RandomHighOrderTermsMatchDirectEvaluation) {
   for (std::uint64_t x = 0; x < v.size(); x += 7) ASSERT_NEAR(v.at(x), direct(terms, x), 1e-12);
 }
 
-PhasePolynomial scaled(double factor) {
-  return {{{0b011, 0.5 * factor}, {0b110, 1.5 * factor}, {0b101, -factor}}, 0.2};
+std::vector<PhaseTerm> terms_times(double factor) {
+  return {{0b011, 0.5 * factor}, {0b110, 1.5 * factor}, {0b101, -factor}};
 }
 
-TEST(DiagonalCache, ScaledAnglesShareOneEntryOtherStructuresDoNot) {
+TEST(DiagonalCache, EqualTermsShareOneEntryAnyOtherKeyDoesNot) {
   clear_diagonal_cache();
-  const ScaledDiagonal a = cached_diagonal(scaled(0.3), 3);
-  const ScaledDiagonal b = cached_diagonal(scaled(-2.1), 3);
-  EXPECT_EQ(a.values, b.values);
-  EXPECT_DOUBLE_EQ(b.scale, 1.5 * -2.1);  // the largest angle
-  for (std::uint64_t x = 0; x < 8; ++x) {
-    EXPECT_NEAR(b.scale * b.values->at(x), direct(scaled(-2.1).terms, x), 1e-14);
-  }
-  PhasePolynomial other = scaled(0.3);
-  other.terms[2].angle *= 1.001;  // one ratio differs
-  const ScaledDiagonal c = cached_diagonal(other, 3);
-  const ScaledDiagonal d = cached_diagonal(scaled(0.3), 4);  // another register size
-  EXPECT_NE(c.values, a.values);
-  EXPECT_NE(d.values, a.values);
-  EXPECT_EQ(diagonal_cache_bytes(), a.values->bytes() + c.values->bytes() + d.values->bytes());
+  const auto a = cached_diagonal(terms_times(0.3), 3);
+  EXPECT_EQ(cached_diagonal(terms_times(0.3), 3), a);
+  for (std::uint64_t x = 0; x < 8; ++x) EXPECT_NEAR(a->at(x), direct(terms_times(0.3), x), 1e-15);
+  std::vector<PhaseTerm> other = terms_times(0.3);
+  other[2].coefficient = std::nextafter(other[2].coefficient, 0.0);  // one ulp apart
+  const auto c = cached_diagonal(other, 3);
+  const auto d = cached_diagonal(terms_times(0.3), 4);  // another register size
+  const auto e = cached_diagonal(terms_times(0.6), 3);  // proportional is not equal
+  EXPECT_NE(c, a);
+  EXPECT_NE(d, a);
+  EXPECT_NE(e, a);
+  EXPECT_EQ(diagonal_cache_bytes(), a->bytes() + c->bytes() + d->bytes() + e->bytes());
 }
 
 TEST(DiagonalCache, LimitEvictsLeastRecentlyUsedAndHeldEntriesSurvive) {
   clear_diagonal_cache();
   const std::size_t limit = diagonal_cache_limit();
-  const ScaledDiagonal a = cached_diagonal(scaled(1.0), 12);
-  set_diagonal_cache_limit(a.values->bytes() + 100);
-  const ScaledDiagonal b = cached_diagonal({{{0b1, 1.0}}, 0.0}, 12);  // evicts a
-  EXPECT_EQ(diagonal_cache_bytes(), b.values->bytes());
+  const auto a = cached_diagonal(terms_times(1.0), 12);
+  set_diagonal_cache_limit(a->bytes() + 100);
+  const std::vector<PhaseTerm> one = {{0b1, 1.0}};
+  const auto b = cached_diagonal(one, 12);  // evicts a
+  EXPECT_EQ(diagonal_cache_bytes(), b->bytes());
   const std::size_t misses = diagonal_cache_misses();
-  EXPECT_NE(cached_diagonal(scaled(2.0), 12).values, a.values);  // recomputed
+  EXPECT_NE(cached_diagonal(terms_times(1.0), 12), a);  // recomputed
   EXPECT_EQ(diagonal_cache_misses(), misses + 1);
-  EXPECT_NEAR(a.scale * a.values->at(4095), direct(scaled(1.0).terms, 4095), 1e-15);  // still held
+  EXPECT_NEAR(a->at(4095), direct(terms_times(1.0), 4095), 1e-15);  // still held
   set_diagonal_cache_limit(limit);
   clear_diagonal_cache();
   EXPECT_EQ(diagonal_cache_bytes(), 0u);

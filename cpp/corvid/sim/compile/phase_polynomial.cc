@@ -9,11 +9,18 @@ namespace {
 
 constexpr double kPi = std::numbers::pi;
 
+// A term as one gate gave it: the whole angle is coefficient·scale.
+struct ScaledTerm {
+  std::uint64_t mask;
+  double coefficient;
+  double scale;
+};
+
 // Collects terms in gate order; the merge at the end sums equal masks in that order.
 struct Accumulator {
   std::vector<std::uint64_t> mask;  // per wire
   unsigned displaced = 0;           // wires whose mask is not their own bit
-  std::vector<PhaseTerm> terms;
+  std::vector<ScaledTerm> terms;
   double global_phase = 0.0;
 
   explicit Accumulator(unsigned n) : mask(n) {
@@ -30,53 +37,72 @@ struct Accumulator {
   }
 
   // P(φ) = e^{iφ/2}·RZ(φ).
-  void phase(unsigned q, double phi) {
+  void phase(unsigned q, double phi, double coefficient, double scale) {
     global_phase += phi / 2;
-    terms.push_back({mask[q], phi / 2});
+    terms.push_back({mask[q], coefficient / 2, scale});
   }
+  void phase(unsigned q, double phi) { phase(q, phi, phi, 1.0); }
 
   void add(const Gate& g) {
     const unsigned a = g.qubit(0);
     const unsigned b = g.qubit(1);
+    const double coefficient = g.unscaled_angle() / 2;
     switch (g.kind()) {
       case GateKind::I: return;
       case GateKind::CNOT: return cnot(a, b);
       case GateKind::Z: return phase(a, kPi);
       case GateKind::S: return phase(a, kPi / 2);
       case GateKind::T: return phase(a, kPi / 4);
-      case GateKind::P: return phase(a, g.angle());
-      case GateKind::RZ: terms.push_back({mask[a], g.angle() / 2}); return;
-      case GateKind::RZZ: terms.push_back({mask[a] ^ mask[b], g.angle() / 2}); return;
+      case GateKind::P: return phase(a, g.angle(), g.unscaled_angle(), g.angle_scale());
+      case GateKind::RZ: terms.push_back({mask[a], coefficient, g.angle_scale()}); return;
+      case GateKind::RZZ: terms.push_back({mask[a] ^ mask[b], coefficient, g.angle_scale()}); return;
       case GateKind::CZ:
         // π·y_a·y_b = π/4·(1 − s_a − s_b + s_a·s_b) with s = (−1)^y.
         global_phase += kPi / 4;
-        terms.push_back({mask[a], kPi / 4});
-        terms.push_back({mask[b], kPi / 4});
-        terms.push_back({mask[a] ^ mask[b], -kPi / 4});
+        terms.push_back({mask[a], kPi / 4, 1.0});
+        terms.push_back({mask[b], kPi / 4, 1.0});
+        terms.push_back({mask[a] ^ mask[b], -kPi / 4, 1.0});
         return;
       default: assert(false && "not a phase-polynomial gate");
     }
   }
 };
 
-PhasePolynomial merge(std::vector<PhaseTerm> terms, double global_phase) {
-  std::stable_sort(terms.begin(), terms.end(),
-                   [](const PhaseTerm& x, const PhaseTerm& y) { return x.mask < y.mask; });
+// One common scale stays apart from the coefficients, several are multiplied in (their ratios
+// are never taken).
+PhasePolynomial merge(const std::vector<ScaledTerm>& terms, double global_phase) {
   PhasePolynomial out;
   out.global_phase = global_phase;
-  for (const PhaseTerm& t : terms) {
-    if (!out.terms.empty() && out.terms.back().mask == t.mask) {
-      out.terms.back().angle += t.angle;
-    } else {
-      out.terms.push_back(t);
-    }
+  const bool one_scale = std::all_of(terms.begin(), terms.end(), [&](const ScaledTerm& t) {
+    return t.scale == terms.front().scale;
+  });
+  if (!terms.empty() && one_scale) out.scale = terms.front().scale;
+  if (out.scale == 0.0) return out;
+  std::vector<PhaseTerm> merged;
+  for (const ScaledTerm& t : terms) {
+    merged.push_back({t.mask, one_scale ? t.coefficient : t.coefficient * t.scale});
   }
   // Linearly independent wires never give mask 0, but a term that cancels to 0 is dropped.
-  std::erase_if(out.terms, [](const PhaseTerm& t) { return t.angle == 0.0; });
+  out.terms = merge_terms(std::move(merged));
   return out;
 }
 
 }  // namespace
+
+std::vector<PhaseTerm> merge_terms(std::vector<PhaseTerm> terms) {
+  std::stable_sort(terms.begin(), terms.end(),
+                   [](const PhaseTerm& x, const PhaseTerm& y) { return x.mask < y.mask; });
+  std::vector<PhaseTerm> out;
+  for (const PhaseTerm& t : terms) {
+    if (!out.empty() && out.back().mask == t.mask) {
+      out.back().coefficient += t.coefficient;
+    } else {
+      out.push_back(t);
+    }
+  }
+  std::erase_if(out, [](const PhaseTerm& t) { return t.coefficient == 0.0; });
+  return out;
+}
 
 bool is_phase_polynomial_kind(GateKind kind) {
   switch (kind) {
@@ -108,7 +134,7 @@ DiagonalRun longest_diagonal_run(std::span<const Gate> gates, unsigned num_qubit
     }
   }
   acc.terms.resize(kept_terms);
-  run.polynomial = merge(std::move(acc.terms), kept_phase);
+  run.polynomial = merge(acc.terms, kept_phase);
   return run;
 }
 

@@ -50,7 +50,7 @@ TEST_P(FixedGates, TermsAndGlobalPhase) {
   ASSERT_EQ(run.polynomial.terms.size(), GetParam().terms.size());
   for (std::size_t t = 0; t < GetParam().terms.size(); ++t) {
     EXPECT_EQ(run.polynomial.terms[t].mask, GetParam().terms[t].mask);
-    EXPECT_NEAR(run.polynomial.terms[t].angle, GetParam().terms[t].angle, 1e-15);
+    EXPECT_NEAR(run.polynomial.terms[t].coefficient, GetParam().terms[t].coefficient, 1e-15);
   }
   EXPECT_NEAR(run.polynomial.global_phase, GetParam().global_phase, 1e-15);
 }

@@ -8,6 +8,9 @@
 
 #include "corvid/sim/machine/cpu_backend.h"
 #include "corvid/sim/machine/state_vector.h"
+#include "corvid/util/errors.h"
+#include "corvid/util/interrupt.h"
+#include "corvid/util/memory.h"
 #include "corvid/util/parallel.h"
 
 namespace corvid {
@@ -63,8 +66,15 @@ Machine::Machine(std::unique_ptr<Backend> backend, std::optional<std::uint64_t> 
     : backend_(std::move(backend)), rng_(make_rng(seed)), id_(next_machine_id()) {}
 
 std::uint64_t Machine::id() const {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   return id_;
+}
+
+std::unique_lock<std::timed_mutex> Machine::lock() const {
+  std::unique_lock held(mutex_, std::defer_lock);
+  // Another thread's run may hold the lock for minutes: wait in slices so Ctrl-C still works.
+  while (!held.try_lock_for(kInterruptPollInterval)) throw_if_interrupted();
+  return held;
 }
 
 void Machine::require_live() const {
@@ -72,7 +82,7 @@ void Machine::require_live() const {
 }
 
 void Machine::init() {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   require_live();
   if (num_qubits_ > 0 || num_cbits_ > 0) id_ = next_machine_id();
   num_qubits_ = 0;
@@ -82,7 +92,7 @@ void Machine::init() {
 }
 
 std::vector<Qubit> Machine::allocate_qubits(std::int64_t count) {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   require_live();
   check_count(count, num_qubits_, "qubits");
   const auto total = num_qubits_ + static_cast<std::uint64_t>(count);
@@ -96,7 +106,7 @@ std::vector<Qubit> Machine::allocate_qubits(std::int64_t count) {
 }
 
 std::vector<CBit> Machine::allocate_cbits(std::int64_t count) {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   require_live();
   check_count(count, num_cbits_, "classical bits");
   std::vector<CBit> cbits;
@@ -106,12 +116,12 @@ std::vector<CBit> Machine::allocate_cbits(std::int64_t count) {
 }
 
 unsigned Machine::num_qubits() const {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   return num_qubits_;
 }
 
 std::uint32_t Machine::num_cbits() const {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   return num_cbits_;
 }
 
@@ -172,14 +182,21 @@ std::vector<unsigned> Machine::check_cbits(std::span<const CBit> cbits) const {
 
 void Machine::run(const Program& program) {
   has_run_ = false;  // a failed run leaves no state to read
-  backend_->reset(num_qubits_);
-  backend_->run(program.circuit().gates());
+  naming_allocation(
+      [&] {
+        return "running " + std::to_string(program.circuit().size()) + " gates on " +
+               std::to_string(num_qubits_) + " qubits";
+      },
+      [&] {
+        backend_->reset(num_qubits_);
+        backend_->run(program.circuit().gates());
+      });
   has_run_ = true;
 }
 
 ProbabilityTable Machine::probabilities(const Program& program, std::span<const Qubit> qubits,
                                         std::int64_t select_max) {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   const ConcurrentRun running;  // runs at once share the threads
   require_live();
   if (select_max != -1 && select_max <= 0) {
@@ -202,7 +219,7 @@ ProbabilityTable Machine::probabilities(const Program& program, std::span<const 
 
 std::vector<OutcomeCount> Machine::sample(const Program& program, std::span<const CBit> cbits,
                                           std::int64_t shots) {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   const ConcurrentRun running;  // runs at once share the threads
   require_live();
   if (shots <= 0) {
@@ -253,12 +270,12 @@ std::vector<OutcomeCount> Machine::sample(const Program& program, std::span<cons
 }
 
 std::uint64_t Machine::state_size() const {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   return has_run_ ? std::uint64_t{1} << backend_->num_qubits() : 0;
 }
 
 void Machine::copy_state(std::span<std::complex<double>> out) const {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   require_live();
   if (!has_run_) throw std::invalid_argument("no program has been run on this machine yet");
   const std::uint64_t size = std::uint64_t{1} << backend_->num_qubits();
@@ -269,20 +286,31 @@ void Machine::copy_state(std::span<std::complex<double>> out) const {
   backend_->copy_state(out.data());
 }
 
+std::vector<std::complex<double>> Machine::state() const {
+  const auto held = lock();
+  require_live();
+  if (!has_run_) throw std::invalid_argument("no program has been run on this machine yet");
+  const std::uint64_t size = std::uint64_t{1} << backend_->num_qubits();
+  require_memory(state_vector_bytes(backend_->num_qubits()), "a copy of the state");
+  std::vector<std::complex<double>> out(size);
+  backend_->copy_state(out.data());
+  return out;
+}
+
 RunTimings Machine::last_run_timings() const {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   return backend_->last_run_timings();
 }
 
 void Machine::finalize() {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   finalized_ = true;
   has_run_ = false;
   backend_->release();
 }
 
 bool Machine::finalized() const {
-  std::lock_guard lock(mutex_);
+  const auto held = lock();
   return finalized_;
 }
 

@@ -4,7 +4,9 @@
 ///
 /// Every run starts from |0…0⟩ on all qubits allocated so far; the state is allocated at run
 /// time and kept (for inspection and reuse by the next run) until finalize() or destruction.
-/// Public calls are serialised by a mutex, so one machine may be shared between threads.
+/// Public calls are serialised by a mutex, so one machine may be shared between threads. A call
+/// waiting for the mutex polls throw_if_interrupted(), so the host can stop the wait; hosts with
+/// a global lock of their own (Python's) must release it before calling in.
 
 #include <complex>
 #include <cstdint>
@@ -80,6 +82,9 @@ class Machine {
   /// since the last init(), when the sizes differ, or when a single-precision machine turned
   /// the state into its probability table (see precision.h).
   void copy_state(std::span<std::complex<double>> out) const;
+  /// The same copy in a new buffer, sized under the same lock as the copy (so a run from another
+  /// thread between sizing and copying cannot make the two disagree).
+  std::vector<std::complex<double>> state() const;
 
   /// Seconds spent in the last run per kind of operation (compile, initial state, diagonal
   /// passes, one-qubit layers, plain gates, probabilities); all zero before the first run.
@@ -90,13 +95,14 @@ class Machine {
   bool finalized() const;
 
  private:
+  std::unique_lock<std::timed_mutex> lock() const;
   void require_live() const;
   void check_program(const Program& program) const;
   std::vector<unsigned> check_qubits(std::span<const Qubit> qubits) const;
   std::vector<unsigned> check_cbits(std::span<const CBit> cbits) const;
   void run(const Program& program);
 
-  mutable std::mutex mutex_;
+  mutable std::timed_mutex mutex_;
   std::unique_ptr<Backend> backend_;
   Precision precision_ = Precision::kDouble;
   std::mt19937_64 rng_;

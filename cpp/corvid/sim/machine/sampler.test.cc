@@ -65,11 +65,70 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(SamplerRng, AHugeShotCountCostsOneDrawPerOutcome) {
   const std::vector<double> w{0.25, 0, 0.75};
   std::mt19937_64 rng(3);
-  const std::uint64_t shots = std::uint64_t{1} << 60;
-  const auto counts = sample_counts(w, shots, rng);
-  ASSERT_EQ(counts.size(), 2u);
-  EXPECT_EQ(total_hits(counts), shots);
-  EXPECT_NEAR(double(counts[0].hits) / double(shots), 0.25, 1e-6);
+  for (std::uint64_t shots : {std::uint64_t{1} << 60, std::uint64_t{1} << 62,
+                              (std::uint64_t{1} << 62) + 1, std::uint64_t{INT64_MAX}}) {
+    const auto counts = sample_counts(w, shots, rng);
+    ASSERT_EQ(counts.size(), 2u);
+    EXPECT_EQ(total_hits(counts), shots);
+    EXPECT_NEAR(double(counts[0].hits) / double(shots), 0.25, 1e-6);
+  }
+}
+
+// Binomial(n, p) by each of its paths: inversion (n·p < 30, also for huge n), BTPE's direct
+// ratio near the mode and its squeeze, counts past 2^53 and p above 1/2 (drawn as n - Bin(1-p)).
+// Mean and variance of many draws within 5 sigma of n·p and n·p·q.
+class Binomial : public ::testing::TestWithParam<std::tuple<std::uint64_t, double>> {};
+
+TEST_P(Binomial, MeanAndVarianceMatch) {
+  const auto [n, p] = GetParam();
+  const int draws = 20000;
+  std::mt19937_64 rng(7);
+  long double sum = 0, sum_sq = 0;
+  const double mean = double(n) * p, var = double(n) * p * (1 - p);
+  for (int i = 0; i < draws; ++i) {
+    const std::uint64_t x = binomial(n, p, rng);
+    ASSERT_LE(x, n);
+    const long double d = static_cast<long double>(x) - mean;
+    sum += d;
+    sum_sq += d * d;
+  }
+  const double sample_mean = double(sum / draws);
+  const double sample_var = double(sum_sq / draws) - sample_mean * sample_mean;
+  EXPECT_NEAR(sample_mean, 0.0, 5 * std::sqrt(var / draws));
+  EXPECT_NEAR(sample_var / var, 1.0, 5 * std::sqrt(2.0 / draws) + 1.0 / var);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Counts, Binomial,
+    ::testing::Values(std::tuple{std::uint64_t{10}, 0.3}, std::tuple{std::uint64_t{1000}, 0.01},
+                      std::tuple{std::uint64_t{1} << 40, 1e-11},
+                      std::tuple{std::uint64_t{100}, 0.45}, std::tuple{std::uint64_t{1000000}, 0.3},
+                      std::tuple{std::uint64_t{1} << 62, 0.25},
+                      std::tuple{(std::uint64_t{1} << 62) + 1, 0.5},
+                      std::tuple{std::uint64_t{INT64_MAX}, 0.9}, std::tuple{std::uint64_t{50}, 0.97}));
+
+// The exact distribution, not only its moments: frequencies of Binomial(100, 0.45) (BTPE with
+// every acceptance test in play) against the probability function.
+TEST(BinomialExact, FrequenciesFollowTheProbabilityFunction) {
+  const std::uint64_t n = 100;
+  const double p = 0.45;
+  const int draws = 400000;
+  std::mt19937_64 rng(11);
+  std::vector<int> hits(n + 1, 0);
+  for (int i = 0; i < draws; ++i) ++hits[binomial(n, p, rng)];
+  for (std::uint64_t k = 0; k <= n; ++k) {
+    const double log_pk = std::lgamma(n + 1.0) - std::lgamma(k + 1.0) - std::lgamma(n - k + 1.0) +
+                          double(k) * std::log(p) + double(n - k) * std::log1p(-p);
+    const double expected = draws * std::exp(log_pk);
+    EXPECT_NEAR(hits[k], expected, 5 * std::sqrt(expected) + 1) << "k = " << k;
+  }
+}
+
+TEST(BinomialExact, CertainAndImpossibleOutcomes) {
+  std::mt19937_64 rng(1);
+  EXPECT_EQ(binomial(0, 0.5, rng), 0u);
+  EXPECT_EQ(binomial(12, 0.0, rng), 0u);
+  EXPECT_EQ(binomial(std::uint64_t{1} << 62, 1.0, rng), std::uint64_t{1} << 62);
 }
 
 TEST(SamplerRng, SameSeedSameCountsAndOneShot) {

@@ -21,16 +21,19 @@ appearance).
 """
 
 import json
+import math
 import os
 from dataclasses import dataclass, field
 
 import numpy as np
-import sympy
 
-from .. import problems
+import corvid
+
+from .. import formula, problems
 from .errors import InputError
 
 _MODEL_KEYS = {"type", "variables", "offset", "linear", "quadratic", "terms"}
+MAX_FILE_BYTES = 256 * 2**20
 
 
 @dataclass
@@ -52,39 +55,42 @@ class Problem:
     free: list = field(default_factory=list)
     spins: bool = False
 
+    def energy_scale(self):
+        """The sum of the absolute coefficients: no energy exceeds it in magnitude."""
+        if isinstance(self.target, corvid.PauliOperator):
+            return sum(abs(c) for _, c in self.target)
+        return float(sum(abs(c) for c in self.target.as_coefficients_dict().values()))
+
     def value(self, bit):
         """The variable's value for a qubit read as `bit`."""
         return 1 - 2 * bit if self.spins else bit
 
 
 def polynomial(text):
-    """A polynomial in binary variables written as text, e.g. ``"2*x0*x1 + 3*x2 - 1"``."""
+    """A polynomial in binary variables written as text, e.g. ``"2*x0*x1 + 3*x2 - 1"``.
+
+    Read by the grammar of :mod:`corvid_alg.QAOA.formula`: never evaluated."""
     try:
-        expr = sympy.expand(sympy.sympify(text, convert_xor=True))
-    except (sympy.SympifyError, TypeError, SyntaxError, ValueError):
-        raise InputError(f"cannot parse the polynomial {text!r}: write it like "
-                         '"2*x0*x1 + 3*x2 - 1"') from None
-    if not isinstance(expr, sympy.Expr) or not expr.free_symbols:
-        raise InputError(f"the polynomial {text!r} has no variables")
-    names = sorted(expr.free_symbols, key=lambda s: s.name)
-    try:
-        sympy.Poly(expr, *names)
-    except sympy.PolynomialError:
-        raise InputError(f"{text!r} is not a polynomial in its variables") from None
-    if not all(coefficient.is_real for coefficient in sympy.Poly(expr, *names).coeffs()):
-        raise InputError(f"the polynomial {text!r} must have real coefficients")
-    return Problem("polynomial", text, expr, [s.name for s in names])
+        terms = formula.parse(text)
+    except formula.FormulaError as error:
+        raise InputError(f"cannot parse the polynomial (--expr), {error}") from None
+    names = sorted({name for monomial in terms for name in monomial})
+    if not names:
+        raise InputError("the polynomial (--expr) has no variables (or they cancel)")
+    return Problem("polynomial", text, formula.to_sympy(terms), names)
 
 
 def json_model(path):
     """A QUBO or Ising model from a JSON file (format in the module documentation)."""
+    text = _read_text(path)
     try:
-        with open(path, encoding="utf-8") as f:
-            model = json.load(f)
-    except OSError as error:
-        raise InputError(f"cannot read {path}: {error.strerror}") from None
+        model = json.loads(text, parse_constant=_no_constant)
     except json.JSONDecodeError as error:
         raise InputError(f"{path} is not valid JSON: {error}") from None
+    except RecursionError:
+        raise InputError(f"{path}: JSON nested too deeply for a model") from None
+    except ValueError as error:  # an integer of more than 4300 digits, NaN, Infinity
+        raise InputError(f"{path}: {first_line(error)}") from None
     if not isinstance(model, dict):
         raise InputError(f"{path}: the model must be a JSON object")
     unknown = set(model) - _MODEL_KEYS
@@ -119,23 +125,21 @@ def qubo_matrix(path):
             matrix = np.loadtxt(path, delimiter=",", ndmin=2, comments="#")
         else:
             raise InputError(f"{path}: a QUBO matrix must be a .npy or .csv file")
+        if not isinstance(matrix, np.ndarray):
+            raise InputError(f"{path}: not one array (an .npz archive?)")
+        if not np.issubdtype(matrix.dtype, np.number) or np.iscomplexobj(matrix):
+            raise InputError(f"{path}: a QUBO matrix must be real numbers, got {matrix.dtype}")
         op = problems.qubo_to_operator(matrix)
     except OSError as error:
         raise InputError(f"cannot read {path}: {error.strerror or error}") from None
     except ValueError as error:
-        raise InputError(f"{path}: {_first_line(error)}") from None
+        raise InputError(f"{path}: {first_line(error)}") from None
     return _operator_problem("qubo", path, op, [f"x{i}" for i in range(len(matrix))])
 
 
 def edge_list(path):
     """A graph for MaxCut from an edge list file (format in the module documentation)."""
-    try:
-        with open(path, encoding="utf-8") as f:
-            lines = f.read().splitlines()
-    except OSError as error:
-        raise InputError(f"cannot read {path}: {error.strerror}") from None
-    except UnicodeDecodeError:
-        raise InputError(f"{path} is not a text file") from None
+    lines = _read_text(path).splitlines()
     edges = []
     for number, line in enumerate(lines, 1):
         fields = line.split("#", 1)[0].replace(",", " ").split()
@@ -149,7 +153,7 @@ def edge_list(path):
                 weight = float(fields[2])
             except ValueError:
                 raise InputError(f"{path}, line {number}: weight {fields[2]!r} is not a number") from None
-            if not np.isfinite(weight):
+            if not math.isfinite(weight):
                 raise InputError(f"{path}, line {number}: weight must be finite, got {fields[2]}")
         if fields[0] == fields[1]:
             raise InputError(f"{path}, line {number}: self-loop on node {fields[0]}")
@@ -157,7 +161,7 @@ def edge_list(path):
     if not edges:
         raise InputError(f"{path}: no edges")
     labels = list(dict.fromkeys(label for i, j, _ in edges for label in (i, j)))
-    if all(label.isdigit() for label in labels):
+    if all(label.isascii() and label.isdigit() for label in labels):
         labels.sort(key=int)
     index = {label: k for k, label in enumerate(labels)}
     op = problems.maxcut_operator([(index[i], index[j], w) for i, j, w in edges])
@@ -207,8 +211,35 @@ def _list(model, key, path):
 
 def _weight(value, where, path):
     if isinstance(value, bool) or not isinstance(value, (int, float)):
-        raise InputError(f"{path}: {where}: weight must be a number, got {value!r}")
-    return float(value)
+        raise InputError(f"{path}: {where}: weight must be a number, got {_short(value)}")
+    try:
+        return float(value)
+    except OverflowError:
+        raise InputError(f"{path}: {where}: weight {_short(value)} overflows a float") from None
+
+
+def _short(value):
+    text = repr(value)
+    return text if len(text) <= 40 else text[:37] + "..."
+
+
+def _no_constant(name):
+    raise ValueError(f"{name} is not a number in a model (weights must be finite)")
+
+
+def _read_text(path):
+    """The file's text, refusing files larger than MAX_FILE_BYTES."""
+    try:
+        with open(path, "rb") as f:
+            data = f.read(MAX_FILE_BYTES + 1)
+    except OSError as error:
+        raise InputError(f"cannot read {path}: {error.strerror or error}") from None
+    if len(data) > MAX_FILE_BYTES:
+        raise InputError(f"{path} is larger than {MAX_FILE_BYTES // 2**20} MiB")
+    try:
+        return data.decode("utf-8")
+    except UnicodeDecodeError:
+        raise InputError(f"{path} is not a UTF-8 text file") from None
 
 
 def _indices(variables, index, names, closed, path):
@@ -226,5 +257,5 @@ def _indices(variables, index, names, closed, path):
     return out
 
 
-def _first_line(error):
+def first_line(error):
     return str(error).strip().splitlines()[0] if str(error).strip() else type(error).__name__

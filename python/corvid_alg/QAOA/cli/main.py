@@ -1,12 +1,14 @@
 """corvid-qaoa: read a problem, run QAOA on it, report the solutions."""
 
 import contextlib
+import os
 import sys
 import time
 import warnings
 
-import corvid
 import numpy as np
+
+import corvid
 
 from . import inputs, options as cli_options, plot, report
 from .errors import InputError, UsageError
@@ -27,13 +29,24 @@ def main(argv=None, stdout=None, stderr=None):
     stderr = sys.stderr if stderr is None else stderr
     _short_warnings(stderr)
     try:
+        # Everything that can be checked is checked before the solve: no finished work is lost.
         opts = cli_options.parse(sys.argv[1:] if argv is None else argv)
+        if opts.plot:
+            plot.check_available()
+        _set_threads(opts)
         problem = _read(opts)
         document = _solve(problem, opts, stderr)
+        try:
+            text = report.to_json(document) if opts.json else report.to_text(document)
+        except ValueError as error:  # NaN or infinity: not JSON
+            raise InputError(f"the result is not finite: {error}") from None
+        _write(stdout, text)
         if opts.plot:
             plot.write_png(document, opts.plot)
-        print(report.to_json(document) if opts.json else report.to_text(document), file=stdout)
         return 0
+    except BrokenPipeError:  # the reader left (`| head`): nothing to say to anyone
+        _discard(stdout)
+        return 1
     except (UsageError, InputError) as error:
         print(f"{cli_options.PROG}: error: {error}", file=stderr)
         return error.exit_status
@@ -43,6 +56,40 @@ def main(argv=None, stdout=None, stderr=None):
     except KeyboardInterrupt:
         print(f"{cli_options.PROG}: interrupted", file=stderr)
         return 130
+    except Exception as error:  # noqa: BLE001 -- a command line answers in one line
+        print(f"{cli_options.PROG}: error: {type(error).__name__}: "
+              f"{inputs.first_line(error)}", file=stderr)
+        return 1
+
+
+def _write(stdout, text):
+    try:
+        print(text, file=stdout)
+        stdout.flush()
+    except BrokenPipeError:
+        raise
+    except OSError as error:  # a full disk, /dev/full
+        _discard(stdout)
+        raise InputError(f"cannot write the report: {error.strerror or error}") from None
+
+
+def _discard(stdout):
+    """Point the stream's descriptor at /dev/null so that the flush at exit cannot fail again."""
+    try:
+        descriptor = stdout.fileno()
+    except (AttributeError, OSError, ValueError):
+        return
+    null = os.open(os.devnull, os.O_WRONLY)
+    os.dup2(null, descriptor)
+    os.close(null)
+
+
+def _set_threads(opts):
+    if opts.threads:
+        try:
+            corvid.set_num_threads(opts.threads)
+        except (ValueError, TypeError) as error:
+            raise UsageError(f"argument --threads: {error}") from None
 
 
 def _short_warnings(stderr):
@@ -61,8 +108,6 @@ def _read(opts):
 
 
 def _solve(problem, opts, stderr):
-    if opts.threads:
-        corvid.set_num_threads(opts.threads)
     if opts.seed is not None:
         np.random.seed(opts.seed % 2**32)  # QAOA draws its starting angles from numpy's global generator
     progress = Progress(stderr, enabled=False if opts.quiet else None)
@@ -77,10 +122,21 @@ def _solve(problem, opts, stderr):
         raise UsageError(str(error)) from None
     except TypeError as error:  # an --option the optimiser does not take
         raise UsageError(f"the optimizer rejected its options: {error}") from None
+    except FloatingPointError:
+        raise InputError(_overflow_message(problem, opts, len(qaoa.losses) + 1)) from None
     finally:
         progress.close()
     return report.build(problem, qaoa, opts, solutions, angles, loss,
                         time.perf_counter() - start)
+
+
+def _overflow_message(problem, opts, evaluation):
+    remedies = ["--norm" if problem.kind == "polynomial" else "smaller weights",
+                "a constant shift that brings the energies near 0"]
+    if opts.loss == "Gibbs":
+        remedies.append("a higher --temperature")
+    return (f"the {opts.loss} loss is not finite at evaluation {evaluation}; the energies reach about "
+            f"{problem.energy_scale():.3g}: try {', '.join(remedies[:-1])} or {remedies[-1]}")
 
 
 # Keywords of scipy.optimize.minimize itself; any other --option is one of the method's options.

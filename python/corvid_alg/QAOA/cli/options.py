@@ -10,6 +10,7 @@ import argparse
 import ast
 import json
 import math
+import os
 
 from .errors import UsageError
 
@@ -38,24 +39,51 @@ class _Parser(argparse.ArgumentParser):
         raise UsageError(message)
 
 
-def _positive_int(text):
+MAX_TOP = 10**6
+MAX_LAYERS = 10_000
+MAX_SHOTS = 10**15
+MAX_SEED = 2**128
+
+
+def _positive_int(text, most=None):
     value = _int(text)
     if value < 1:
         raise argparse.ArgumentTypeError(f"must be a positive integer, got {text!r}")
+    if most is not None and value > most:
+        raise argparse.ArgumentTypeError(f"must be at most {most}, got {text}")
     return value
 
 
 def _int(text):
+    if len(text) > 50:  # int() of thousands of digits is slow, and no count needs them
+        raise argparse.ArgumentTypeError(f"must be an integer of at most 50 digits, got {text[:20]!r}...")
     try:
         return int(text)
     except ValueError:
         raise argparse.ArgumentTypeError(f"must be an integer, got {text!r}") from None
 
 
+def _layers(text):
+    return _positive_int(text, MAX_LAYERS)
+
+
+def _top(text):
+    return _positive_int(text, MAX_TOP)
+
+
+def _seed(text):
+    value = _int(text)
+    if not 0 <= value < MAX_SEED:
+        raise argparse.ArgumentTypeError(f"must be an integer in [0, 2^128), got {text}")
+    return value
+
+
 def _shots(text):
     value = _int(text)
     if value != -1 and value < 1:
         raise argparse.ArgumentTypeError(f"must be -1 (exact) or a positive count, got {text!r}")
+    if value > MAX_SHOTS:
+        raise argparse.ArgumentTypeError(f"must be at most 10^15, got {text}")
     return value
 
 
@@ -127,10 +155,12 @@ def _option(text):
     key, sep, raw = text.partition("=")
     if not sep or not key.isidentifier():
         raise argparse.ArgumentTypeError(f"must be KEY=VALUE, got {text!r}")
-    for read in (json.loads, ast.literal_eval):
+    if len(raw) > 1000:
+        raise argparse.ArgumentTypeError(f"the value of {key} is longer than 1000 characters")
+    for read in (json.loads, ast.literal_eval):  # data only: literal_eval evaluates no code
         try:
             return key, read(raw)
-        except (ValueError, SyntaxError):
+        except (ValueError, SyntaxError, RecursionError, MemoryError):
             pass
     return key, raw
 
@@ -155,7 +185,7 @@ def build_parser():
                        help="a graph edge list ('i j' or 'i j weight' per line): maximise the cut")
 
     run = parser.add_argument_group("optimisation (as QAOA.run)")
-    run.add_argument("-p", "--layers", type=_positive_int, default=1, metavar="P",
+    run.add_argument("-p", "--layers", type=_layers, default=1, metavar="P",
                      help="QAOA layers (default 1; the final depth with --interp)")
     run.add_argument("--shots", type=_shots, default=-1, metavar="N",
                      help="-1 for exact probabilities (default), or N samples per evaluation")
@@ -185,14 +215,14 @@ def build_parser():
     run.add_argument("--norm", action="store_true",
                      help="scale the polynomial's Hamiltonian to mean coefficient 1 for the "
                           "circuit (energies stay unscaled)")
-    run.add_argument("--seed", type=_int, metavar="S",
+    run.add_argument("--seed", type=_seed, metavar="S",
                      help="make the run reproducible: seeds the starting angles, SPSA and the "
                           "sampling of --shots")
     run.add_argument("--threads", type=_positive_int, metavar="N",
                      help="simulation threads (default: OMP_NUM_THREADS, else every core)")
 
     out = parser.add_argument_group("output")
-    out.add_argument("-k", "--top", type=_positive_int, default=5, metavar="K",
+    out.add_argument("-k", "--top", type=_top, default=5, metavar="K",
                      help="how many of the most probable solutions to list (default 5)")
     out.add_argument("--json", action="store_true", help="print one JSON document on stdout")
     out.add_argument("--plot", metavar="FILE.png",
@@ -224,6 +254,29 @@ def parse(argv):
     if {"bounds", "method"} & set(keys):
         raise UsageError("use --gamma-bounds/--beta-bounds and --optimizer instead of "
                          "--option bounds/method")
-    if options.plot is not None and not options.plot.lower().endswith(".png"):
-        raise UsageError(f"--plot writes a PNG file, got {options.plot!r}")
+    code = sorted(_CALLABLE_KEYWORDS & set(keys))
+    if code:
+        raise UsageError(f"--option {code[0]} needs a Python function; the command line takes "
+                         "only data")
+    if not isinstance(dict(options.option).get("options", {}), dict):
+        raise UsageError('--option options= must be a JSON object, e.g. options={"maxiter": 50}')
+    if options.plot is not None:
+        _check_output(options.plot)
     return options
+
+
+# Keywords of scipy.optimize.minimize whose values are functions or arguments to them.
+_CALLABLE_KEYWORDS = {"args", "callback", "constraints", "hessp"}
+
+
+def _check_output(path):
+    """Refuse an output path that cannot be written, before any work is done."""
+    if not path.lower().endswith(".png"):
+        raise UsageError(f"--plot writes a PNG file, got {path!r}")
+    folder = os.path.dirname(path) or "."
+    if os.path.isdir(path):
+        raise UsageError(f"--plot {path}: is a directory")
+    if not os.path.isdir(folder):
+        raise UsageError(f"--plot {path}: the folder {folder} does not exist")
+    if not os.access(folder, os.W_OK) or (os.path.exists(path) and not os.access(path, os.W_OK)):
+        raise UsageError(f"--plot {path}: not writable")

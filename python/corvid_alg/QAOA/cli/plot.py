@@ -3,16 +3,25 @@
 from .errors import InputError
 
 
-def write_png(document, path):
-    """Draw `document` (see report.build) into the PNG file `path` with matplotlib's Agg
-    backend. Raises InputError when matplotlib is missing or the file cannot be written."""
+def check_available():
+    """Raise InputError now, before a run, when matplotlib is missing."""
+    _figure_class()
+
+
+def _figure_class():
     try:
         import matplotlib
         matplotlib.use("Agg")
         from matplotlib.figure import Figure
     except ImportError:
         raise InputError("--plot needs matplotlib: pip install 'corvid[plot]'") from None
-    figure = Figure(figsize=(10, 4), layout="constrained")
+    return Figure
+
+
+def write_png(document, path):
+    """Draw `document` (see report.build) into the PNG file `path` with matplotlib's Agg
+    backend. Raises InputError when matplotlib is missing or the file cannot be written."""
+    figure = _figure_class()(figsize=(10, 4), layout="constrained")
     history, distribution = figure.subplots(1, 2)
 
     losses = document["loss_history"]

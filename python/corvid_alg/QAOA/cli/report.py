@@ -55,7 +55,7 @@ def _solution(problem, qaoa, key, probability):
 
 def to_json(document):
     """The document as indented JSON text."""
-    return json.dumps(document, indent=2)
+    return json.dumps(document, indent=2, allow_nan=False)  # NaN and Infinity are not JSON
 
 
 def to_text(document):

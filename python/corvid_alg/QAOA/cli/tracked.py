@@ -27,7 +27,7 @@ class TrackedQAOA(QAOA):
         self._sampler = None if sample_seed is None else np.random.default_rng(sample_seed)
 
     def _loss_function(self, paras):
-        loss = super()._loss_function(paras)
+        loss = super()._loss_function(paras)  # a non-finite loss stops the run
         self.losses.append(float(loss))
         if self._on_loss is not None:
             self._on_loss(len(self.losses), float(loss))

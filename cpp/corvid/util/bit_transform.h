@@ -2,7 +2,8 @@
 /// In-place butterfly transforms over the bits of a 2^n array of doubles: for every bit i and
 /// every index x with bit i clear, `butterfly(a[x], a[x | 1 << i])` is applied once, bit by bit
 /// (the bits commute for the transforms used here). The Walsh–Hadamard transform and the
-/// subset-sum (zeta) transform both have this form.
+/// subset-sum (zeta) transform both have this form; both are defined here once and serve the
+/// energies (qaoa/) and the simulator's phase diagonals (sim/compile/).
 ///
 /// Work O(n 2^n). Memory traffic is kept low: the lowest kLowBits bits are done inside
 /// L1-sized blocks in one pass, the higher bits kGroupBits at a time, each group in one pass
@@ -56,6 +57,20 @@ void transform_tile(double* a, int first, int count, const Butterfly& butterfly)
 
 }  // namespace bit_transform_detail
 
+/// The unnormalised Walsh–Hadamard butterfly: a[x] becomes sum_m a[m] (-1)^popcount(x & m).
+struct WalshButterfly {
+  void operator()(double& lo, double& hi) const {
+    const double sum = lo + hi;
+    hi = lo - hi;
+    lo = sum;
+  }
+};
+
+/// The subset-sum (zeta) butterfly: a[x] becomes sum over masks m contained in x of a[m].
+struct SubsetSumButterfly {
+  void operator()(double& lo, double& hi) const { hi += lo; }
+};
+
 /// Applies `butterfly(double& lo, double& hi)` over every bit of a[0 .. 2^num_bits).
 /// `a` is borrowed; num_bits <= 63 and the caller owns validation.
 template <class Butterfly>
@@ -82,6 +97,22 @@ void transform_bits(double* a, int num_bits, const Butterfly& butterfly) {
       transform_tile(base, first, count, butterfly);
     }
   }
+}
+
+/// The Walsh–Hadamard transform of a[0 .. 2^num_bits), in place (see transform_bits).
+inline void walsh_transform(double* a, int num_bits) {
+  transform_bits(a, num_bits, WalshButterfly{});
+}
+
+/// The same on one block small enough for the cache, serially: for callers that fill and
+/// consume blocks themselves (num_bits <= kLowBits keeps it in L1).
+inline void walsh_transform_block(double* a, int num_bits) {
+  bit_transform_detail::transform_block(a, num_bits, WalshButterfly{});
+}
+
+/// The subset-sum transform of a[0 .. 2^num_bits), in place (see transform_bits).
+inline void subset_sum_transform(double* a, int num_bits) {
+  transform_bits(a, num_bits, SubsetSumButterfly{});
 }
 
 }  // namespace corvid

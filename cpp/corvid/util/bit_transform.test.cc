@@ -1,4 +1,4 @@
-#include "corvid/qaoa/bit_transform.h"
+#include "corvid/util/bit_transform.h"
 
 #include <gtest/gtest.h>
 
@@ -82,13 +82,8 @@ TEST(TransformBits, WalshTwiceScalesByTheSize) {
   std::vector<double> a(std::size_t{1} << n);
   for (double& v : a) v = u(rng);
   std::vector<double> b = a;
-  auto walsh = [](double& lo, double& hi) {
-    const double s = lo + hi;
-    hi = lo - hi;
-    lo = s;
-  };
-  transform_bits(b.data(), n, walsh);
-  transform_bits(b.data(), n, walsh);
+  walsh_transform(b.data(), n);
+  walsh_transform(b.data(), n);
   for (std::size_t i = 0; i < a.size(); ++i) ASSERT_NEAR(b[i], a[i] * a.size(), 1e-7);
 }
 

@@ -1,7 +1,8 @@
 """The circuit of exp(-i*gamma*H) for a diagonal Hamiltonian H given in list form."""
 
-import corvid
 import numpy as np
+
+import corvid
 
 _PI = np.pi
 
@@ -19,11 +20,14 @@ def pauli_z_operator_to_circuit(operator, qlist, gamma=_PI):
     ``constant`` is the sum of the identity coefficients h0 ("Constant number in the
     hamiltonian."), not multiplied by gamma.
     """
+    operator = list(operator)
     circuit = corvid.QCircuit()
+    # Refuse a circuit that cannot be run before building any of it.
+    circuit.reserve(sum(2 * len(qubit_map) - 1 for qubit_map, _ in operator if qubit_map)
+                    + len(qlist))
     constant = 0
     for qubit_map, coefficient in operator:
         index_list = sorted(qubit_map)
-        angle = coefficient * gamma
         if not index_list:
             constant += coefficient
             continue
@@ -35,7 +39,8 @@ def pauli_z_operator_to_circuit(operator, qlist, gamma=_PI):
         qubits = [qlist[i] for i in index_list]
         for j in range(len(qubits) - 1):
             circuit << corvid.CNOT(qubits[j], qubits[j + 1])
-        circuit << corvid.RZ(qubits[-1], 2 * angle)
+        # gamma kept as the angle's scale: every gamma reuses one fused diagonal
+        circuit << corvid.RZ(qubits[-1], 2 * coefficient, scale=gamma)
         for j in range(len(qubits) - 2, -1, -1):
             circuit << corvid.CNOT(qubits[j], qubits[j + 1])
     for qubit in qlist:

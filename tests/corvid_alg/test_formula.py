@@ -1,0 +1,141 @@
+"""The formula grammar against sympy's reading of the same text with every name a Symbol, its
+refusals (column and reason, within the time bound), and input that is code."""
+
+import io
+import keyword
+import time
+import tokenize
+from fractions import Fraction
+
+import pytest
+import sympy
+from hypothesis import given, settings, strategies as st
+from sympy.parsing.sympy_parser import convert_xor, parse_expr, standard_transformations
+
+from corvid_alg.QAOA.formula import FormulaError, parse, to_sympy
+
+
+def oracle(text):
+    """sympy's polynomial for `text`, every name a Symbol, x^k = x: {frozenset: float}.
+    Only for text the grammar accepted: numbers, names and operators, nothing else."""
+    text = text.replace("\n", " ")  # the grammar's whitespace; Python's ends a statement
+    names = {t.string for t in tokenize.generate_tokens(io.StringIO(text).readline)
+             if t.type == tokenize.NAME}
+    expr = parse_expr(text, local_dict={n: sympy.Symbol(n) for n in names},
+                      transformations=standard_transformations + (convert_xor,))
+    symbols = sorted(expr.free_symbols, key=str)
+    if not symbols:
+        return {frozenset(): float(expr)} if expr != 0 else {}
+    out = {}
+    for powers, c in sympy.Poly(sympy.expand(expr), *symbols).terms():
+        m = frozenset(str(s) for s, k in zip(symbols, powers) if k)
+        out[m] = out.get(m, 0.0) + float(c)
+    return out
+
+
+def assert_same(mine, theirs):
+    scale = 1 + max(map(abs, [*mine.values(), *theirs.values()]), default=0)
+    for m in set(mine) | set(theirs):
+        assert float(mine.get(m, 0)) == pytest.approx(theirs.get(m, 0.0), abs=1e-9 * scale), m
+
+
+def timed_parse(text):
+    start = time.perf_counter()
+    try:
+        return parse(text)
+    finally:
+        assert time.perf_counter() - start < 1.0, text[:80]
+
+
+NAMES = st.sampled_from(["x0", "x1", "x10", "y", "E", "I", "pi", "S", "N", "Q", "O", "beta",
+                         "gamma", "_t", "oo", "zoo", "nan", "sqrt"])
+NUMBERS = st.one_of(st.integers(0, 10**6).map(str),
+                    st.sampled_from(["0.5", ".25", "1e-3", "2.5E+2", "3.", "00", "1e2"]))
+
+
+def _formulas():
+    def extend(inner):
+        return st.one_of(
+            st.tuples(inner, st.sampled_from([" + ", "-", "*", " * "]), inner).map("".join),
+            st.tuples(inner, st.sampled_from(["/", " / "]), st.integers(1, 9).map(str)).map("".join),
+            st.tuples(inner, st.sampled_from(["**", "^"]), st.integers(0, 3).map(str)).map("".join),
+            st.tuples(st.sampled_from(["2", "3"]), st.just("**-"), st.integers(1, 3).map(str)).map("".join),
+            inner.map(lambda t: f"({t})"), inner.map(lambda t: f"-{t}"))
+    return st.recursive(st.one_of(NAMES, NUMBERS), extend, max_leaves=12)
+
+
+@settings(max_examples=300, deadline=None)
+@given(_formulas())
+def test_valid_formulas_are_what_sympy_builds(text):
+    try:
+        mine = timed_parse(text)
+    except FormulaError as error:  # only for sizes: nothing generated breaks the grammar
+        assert "more than" in str(error) or "too large" in str(error), (text, error)
+        return
+    assert_same(mine, oracle(text))
+    assert_same(parse(str(to_sympy(mine))), oracle(text))  # and prints back as itself
+
+
+SNIPPETS = ["x0", "2", "1.5e3", "+", "-", "*", "/", "**", "^", "(", ")", " ", "E", "I", "lambda",
+            "__import__('os')", ".system", "'s'", '"', "[0]", ",", "sqrt(", "=", "<", "x.y",
+            "9**9**9", "1e999", "0", ":", "\\", "\n", "#", "²", "٣", "{}", "@", "%", "!", "~"]
+
+
+@settings(max_examples=500, deadline=None)
+@given(st.lists(st.sampled_from(SNIPPETS), max_size=12).map("".join))
+def test_any_text_parses_as_sympy_reads_it_or_is_refused_in_one_line(text):
+    try:
+        mine = timed_parse(text)
+    except FormulaError as error:
+        assert "\n" not in str(error) and 1 <= error.column <= len(text) + 1
+        return
+    if not any(keyword.iskeyword(n) for m in mine for n in m) and "[" not in text:
+        assert_same(mine, oracle(text))
+
+
+@pytest.mark.parametrize("text, expected", [
+    # E, I, pi, lambda: variables, not constants
+    ("A*B - 2*E*A + E", {"A B": 1, "A E": -2, "E": 1}),
+    ("I*pi + lambda*beta", {"I pi": 1, "beta lambda": 1}),
+    ("x0^5 * (x1 + 1)**2 - x0**0", {"x0 x1": 3, "x0": 1, "": -1}),  # x^k = x
+    ("-2**2*x + 2^3^2*y + 2**-1*z", {"x": -4, "y": 512, "z": Fraction(1, 2)}),
+    ("1e-3*z[0]*z [ 01 ] + .5*q[1,2]", {"z[0] z[1]": Fraction(1, 1000), "q[1,2]": Fraction(1, 2)}),
+    ("(x + 1)**1000 / 2**999", {"x": Fraction(2**1000 - 1, 2**999), "": Fraction(1, 2**999)}),
+    ("0.1 + 0.2 - 0.3 + x", {"x": 1}),  # exact decimals
+])
+def test_names_powers_and_numbers(text, expected):
+    assert parse(text) == {frozenset(k.split()): Fraction(v) for k, v in expected.items()}
+
+
+@pytest.mark.parametrize("text, column, fragment", [
+    ("__import__('os').system('echo PWNED')", 12, "strings are not part of a formula"),
+    ("lambda: 1", 7, "unexpected character ':'"),
+    ("x.real", 2, "attribute access is not"),
+    ("sqrt(x)", 5, "function calls are not"),
+    ("x0 + 9**9**9", 7, "9^387420489 is too large"),
+    ("x0 * 1e999", 6, "overflows a float"),
+    ("x0 * 10**308 * 10", 14, "overflows a float"),
+    ("x/y", 2, "division by an expression with variables"),
+    ("x/(1-1)", 2, "division by zero"),
+    ("x**y", 2, "exponent must be a number"),
+    ("x**0.5", 2, "exponent 1/2 is not an integer"),
+    ("x**-1", 2, "negative power of an expression"),
+    ("(x + y)**1001", 8, "exponent 1001 of a sum"),
+    ("2x", 2, "write 2*x"),
+    ("x²", 2, "unexpected character '²'"),
+    ("x + ٣", 5, "unexpected character"),
+    ("x*007", 3, "leading zeros"),
+    ("(x", 1, "never closed"),
+    ("", 1, "empty formula"),
+    ("(" * 101 + "x" + ")" * 101, 101, "nested deeper than 100"),
+    ("-" * 101 + "x", 101, "nested deeper than 100"),
+    ("x" * 20_001, 20_001, "longer than 20000 characters"),
+    ("x * 1e-400", 5, "too small for a float"),
+    ("*".join(f"(a{k} + b{k})" for k in range(14)), 136, "more than 10000 monomials"),
+    ("(" + "+".join(f"x{k}" for k in range(10)) + ")**1000", 32, "term multiplications"),
+])
+def test_refusals_name_the_column(text, column, fragment):
+    with pytest.raises(FormulaError) as caught:
+        timed_parse(text)
+    assert caught.value.column == column and fragment in str(caught.value)
+    assert str(caught.value).startswith(f"column {column}: ")
