@@ -1,7 +1,7 @@
 """corvid-qaoa: read a problem, run QAOA on it, report the solutions."""
 
 import contextlib
-import os
+import math
 import sys
 import time
 import warnings
@@ -45,7 +45,6 @@ def main(argv=None, stdout=None, stderr=None):
             plot.write_png(document, opts.plot)
         return 0
     except BrokenPipeError:  # the reader left (`| head`): nothing to say to anyone
-        _discard(stdout)
         return 1
     except (UsageError, InputError) as error:
         print(f"{cli_options.PROG}: error: {error}", file=stderr)
@@ -69,19 +68,7 @@ def _write(stdout, text):
     except BrokenPipeError:
         raise
     except OSError as error:  # a full disk, /dev/full
-        _discard(stdout)
         raise InputError(f"cannot write the report: {error.strerror or error}") from None
-
-
-def _discard(stdout):
-    """Point the stream's descriptor at /dev/null so that the flush at exit cannot fail again."""
-    try:
-        descriptor = stdout.fileno()
-    except (AttributeError, OSError, ValueError):
-        return
-    null = os.open(os.devnull, os.O_WRONLY)
-    os.dup2(null, descriptor)
-    os.close(null)
 
 
 def _set_threads(opts):
@@ -103,7 +90,11 @@ def _read(opts):
     for name, reader in _READERS:
         value = getattr(opts, name)
         if value is not None:
-            return reader(value)
+            problem = reader(value)
+            if not math.isfinite(problem.energy_scale()):
+                raise InputError("the energies can exceed the float range (1.8e308): the sum of "
+                                 "the absolute coefficients overflows; scale the problem down")
+            return problem
     raise UsageError("give a problem: --expr, --model, --qubo or --maxcut")
 
 
