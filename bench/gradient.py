@@ -17,6 +17,7 @@ Run: PYTHONPATH=python:build/dev/python python bench/gradient.py [--sizes 20 22]
 """
 
 import argparse
+import subprocess
 import sys
 import time
 
@@ -37,12 +38,26 @@ def resident_bytes():
     return 0
 
 
-def extra_states(fn, n):
-    """Peak memory `fn` adds above what is resident before it, in states."""
+def memory_probe(n, p, kind):
+    """In a fresh process (no pooled buffers, no cached diagonal): the peak memory one call
+    adds above the resident problem and its energy table, in states."""
+    solver = solver_for(n)
+    solver.layer = p
+    solver.energy_dict.all_energies()
+    paras = np.random.default_rng(p).uniform(0, 1, 2 * p)
     before = resident_bytes()
     reset_peak_rss()
-    fn()
-    return (peak_rss_bytes() - before) / (16 << n)
+    if kind == "evaluation":
+        solver._loss_function(paras)
+    else:
+        solver.loss_and_gradient(paras)
+    print((peak_rss_bytes() - before) / (16 << n))
+
+
+def extra_states(n, p, kind):
+    out = subprocess.run([sys.executable, __file__, "--memory-probe", str(n), str(p), kind],
+                         check=True, capture_output=True, text=True).stdout
+    return float(out.split()[-1])
 
 
 def solver_for(n, seed=1):
@@ -76,8 +91,8 @@ def gradient_table(sizes, layers, repeats):
             t_eval = median_seconds(evaluation, repeats)
             t_fwd = median_seconds(forward, repeats)
             t_grad = median_seconds(gradient, repeats)
-            m_eval = extra_states(evaluation, n)
-            m_grad = extra_states(gradient, n)
+            m_eval = extra_states(n, p, "evaluation")
+            m_grad = extra_states(n, p, "gradient")
             print(f"{n:>3} {p:>3} {t_eval * 1e3:>14.1f} {t_fwd * 1e3:>11.1f} "
                   f"{t_grad * 1e3:>12.1f} {t_grad / t_eval:>10.2f} {t_grad / t_fwd:>9.2f} "
                   f"{m_eval:>11.2f} {m_grad:>11.2f}", flush=True)
@@ -125,7 +140,11 @@ def main():
     parser.add_argument("--layers", type=int, nargs="+", default=[1, 4])
     parser.add_argument("--repeats", type=int, default=3)
     parser.add_argument("--optimise-n", type=int, default=14)
+    parser.add_argument("--memory-probe", nargs=3, help=argparse.SUPPRESS)
     args = parser.parse_args()
+    if args.memory_probe:
+        n, p, kind = args.memory_probe
+        return memory_probe(int(n), int(p), kind)
     gradient_table(args.sizes, args.layers, args.repeats)
     landscape_table()
     optimisation_table(args.optimise_n, [2, 4])

@@ -395,6 +395,68 @@ AlignedBuffer<double> QaoaObjective::losses(std::span<const double> angles, std:
   return out;
 }
 
+// λ = w∘ψ with w[x] = ∂loss/∂p[x]; returns the loss. The expectation and the Gibbs loss are
+// summed in the same pass that writes λ (no probability table); CVaR needs the table to find
+// the entry that crosses alpha.
+double QaoaObjective::cotangent(const StateVector& phi, StateVector& lambda,
+                                const LossSettings& settings) const {
+  const Index size = phi.size();
+  const auto count = static_cast<std::int64_t>(size);
+  const double* e = energies_.data();
+  const Amp* f = phi.data();
+  Amp* l = lambda.data();
+  if (settings.kind == LossKind::kExpectation) {
+    double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
+    for (std::int64_t x = 0; x < count; ++x) {
+      l[x] = e[x] * f[x];
+      sum += std::norm(f[x]) * e[x];
+    }
+    return sum;
+  }
+  if (settings.kind == LossKind::kGibbs) {
+    const double t = settings.temperature;
+    if (!std::isfinite(t) || t == 0.0) {
+      throw std::invalid_argument("temperature must be finite and nonzero");
+    }
+    // w = −exp(−e/t)/Z; both scaled by exp(shift) so that nothing overflows. exp(shift − e/t)
+    // waits in λ's real part between the two passes.
+    double shift = INFINITY;
+#pragma omp parallel for schedule(static) reduction(min : shift) if (parallel_worthwhile(size))
+    for (std::int64_t x = 0; x < count; ++x) shift = std::min(shift, e[x] / t);
+    double z = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(size))
+    for (std::int64_t x = 0; x < count; ++x) {
+      const double w = std::exp(shift - e[x] / t);
+      l[x] = {w, 0.0};
+      z += std::norm(f[x]) * w;
+    }
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
+    for (std::int64_t x = 0; x < count; ++x) l[x] = (-l[x].real() / z) * f[x];
+    return shift - std::log(z);
+  }
+  std::vector<unsigned> all(ansatz_.num_qubits);
+  for (unsigned q = 0; q < all.size(); ++q) all[q] = q;
+  const ProbabilityTable table = marginal_probabilities(phi, all);
+  const std::span<const double> prob(table.values.data(), table.values.size());
+  const double* pr = prob.data();
+  const CvarSplit split = cvar_split(prob, energies_, settings.alpha);
+  // Entries ahead of the boundary count whole: w = e − e[boundary]; the rest 0. Without a
+  // boundary every entry counts whole (w = e), unless alpha = 0 (nothing counts).
+  const bool none = settings.alpha == 0.0;
+  const bool all_in = !none && !split.boundary;
+  const Index b = split.boundary.value_or(0);
+  const double pb = split.boundary ? pr[b] : 0.0;
+  const double eb = split.boundary ? e[b] : 0.0;
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
+  for (std::int64_t x = 0; x < count; ++x) {
+    const bool ahead = pr[x] > pb || (pr[x] == pb && static_cast<Index>(x) < b);
+    const double w = all_in ? e[x] : (!none && ahead ? e[x] - eb : 0.0);
+    l[x] = w * f[x];
+  }
+  return split.loss;
+}
+
 double QaoaObjective::loss_and_gradient(std::span<const double> angles,
                                         const LossSettings& settings,
                                         std::span<double> gradient) const {
@@ -404,57 +466,11 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
   }
   const ConcurrentRun running;
   const unsigned n = ansatz_.num_qubits;
-  const Index size = Index{1} << n;
   const std::size_t p = angles.size() / 2;
   StateVector phi = StateVector::uninitialized(n);
   forward(phi, angles);
   StateVector lambda = StateVector::uninitialized(n);
-  double loss = 0.0;
-  {
-    std::vector<unsigned> all(n);
-    for (unsigned q = 0; q < n; ++q) all[q] = q;
-    const ProbabilityTable table = marginal_probabilities(phi, all);
-    const std::span<const double> prob(table.values.data(), table.values.size());
-    const double* e = energies_.data();
-    const double* pr = prob.data();
-    const Amp* f = phi.data();
-    Amp* l = lambda.data();
-    const auto count = static_cast<std::int64_t>(size);
-    if (settings.kind == LossKind::kExpectation) {
-      loss = expectation(prob, energies_);
-#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
-      for (std::int64_t x = 0; x < count; ++x) l[x] = e[x] * f[x];
-    } else if (settings.kind == LossKind::kGibbs) {
-      const double t = settings.temperature;
-      loss = -std::log(gibbs_sum(prob, energies_, t));
-      // w = −exp(−e/t)/Z, scaled by exp(shift) above and below so nothing overflows.
-      double shift = INFINITY;
-#pragma omp parallel for schedule(static) reduction(min : shift) if (parallel_worthwhile(size))
-      for (std::int64_t x = 0; x < count; ++x) shift = std::min(shift, e[x] / t);
-      double z = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(size))
-      for (std::int64_t x = 0; x < count; ++x) z += pr[x] * std::exp(shift - e[x] / t);
-#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
-      for (std::int64_t x = 0; x < count; ++x) l[x] = (-std::exp(shift - e[x] / t) / z) * f[x];
-    } else {
-      const CvarSplit split = cvar_split(prob, energies_, settings.alpha);
-      loss = split.loss;
-      // Entries ahead of the boundary count whole: w = e − e[boundary]; the rest 0. Without a
-      // boundary every entry counts whole (w = e), unless alpha = 0 (nothing counts).
-      const bool none = settings.alpha == 0.0;
-      const bool all_in = !none && !split.boundary;
-      const Index b = split.boundary.value_or(0);
-      const double pb = split.boundary ? pr[b] : 0.0;
-      const double eb = split.boundary ? e[b] : 0.0;
-#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
-      for (std::int64_t x = 0; x < count; ++x) {
-        const auto ux = static_cast<Index>(x);
-        const bool ahead = pr[x] > pb || (pr[x] == pb && ux < b);
-        const double w = all_in ? e[x] : (!none && ahead ? e[x] - eb : 0.0);
-        l[x] = w * f[x];
-      }
-    }
-  }
+  const double loss = cotangent(phi, lambda, settings);
 
   const KernelSet& k = active_kernels<double>();
   const DiagonalReader reader(phase_);
