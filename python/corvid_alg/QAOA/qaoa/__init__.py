@@ -47,7 +47,14 @@ from .encoding import (
     warn_if_not_diagonal,
 )
 from .energy import EnergyCache, EnergyModel
-from .optimize import fit_angles, is_integer, layer_bounds, parameter_interpolate, reject_duplicates
+from .optimize import (
+    fit_angles,
+    is_integer,
+    layer_bounds,
+    parameter_interpolate,
+    reject_duplicates,
+    with_difference_step,
+)
 
 _LOSSES = {"default": "_loss_function_default", "CVaR": "_loss_function_cvar",
            "Gibbs": "_loss_function_Gibbs"}
@@ -374,7 +381,8 @@ class QAOA:
         settings = self._call_settings(loss_type, alpha, temperature)
         description = self._ansatz_description()
         if description is None:
-            return gradient.central_differences(lambda x: self._loss_with(x, settings), paras)
+            return gradient.central_differences(lambda x: self._loss_with(x, settings), paras,
+                                                corvid.default_precision())
         loss, grad = corvid.ansatz.loss_and_gradient(
             energies=self.energy_dict.all_energies(), angles=paras, loss=settings[0],
             alpha=settings[1], temperature=settings[2], **description)
@@ -433,6 +441,8 @@ class QAOA:
             return spsa.spsa_minimize(self._loss_function, initial_para, bounds=bounds,
                                       **optimize_option)
         reject_duplicates(optimize_option, ("bounds", "method"))
+        optimize_option = with_difference_step(self.optimizer, optimize_option,
+                                                corvid.default_precision())
         objective = (self.loss_and_gradient if optimize_option.get("jac") is True
                      else self._loss_function)
         result = minimize(objective, initial_para, bounds=bounds,

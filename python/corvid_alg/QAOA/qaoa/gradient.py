@@ -77,14 +77,15 @@ def ansatz_description(operator, num_qubits, mixer_circuit, init_circuit, build_
                 coeffs=np.array(coeffs, dtype=float), xy_pairs=pairs, initial=initial)
 
 
-def central_differences(loss_of, paras):
+def central_differences(loss_of, paras, precision):
     """(loss, gradient) of `loss_of` at `paras` by central differences, 2 evaluations per
-    angle; the step (about the cube root of the double epsilon) balances truncation against
-    rounding."""
+    angle; the step, the cube root of the epsilon of the state's `precision` ("single" or
+    "double"), balances truncation against rounding."""
+    eps = np.finfo(np.float32 if precision == "single" else np.float64).eps
     loss = float(loss_of(paras))
     gradient = np.empty(len(paras))
     for i in range(len(paras)):
-        step = 6e-6 * max(1.0, abs(paras[i]))
+        step = float(np.cbrt(eps)) * max(1.0, abs(paras[i]))
         up, down = paras.copy(), paras.copy()
         up[i] += step
         down[i] -= step
