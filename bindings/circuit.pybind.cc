@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "corvid/circuit/gate_definitions.h"
+
 namespace py = pybind11;
 using corvid::CBit;
 using corvid::Circuit;
@@ -23,25 +25,6 @@ namespace corvid_py {
 namespace {
 
 // What each gate does, for its docstring.
-constexpr std::array<const char*, corvid::kNumGateKinds> kGateDocs{
-    "identity (kept in the circuit as a gate)",
-    "Hadamard: |0> -> (|0> + |1>)/sqrt(2), |1> -> (|0> - |1>)/sqrt(2)",
-    "Pauli X (NOT)",
-    "Pauli Y",
-    "Pauli Z = diag(1, -1)",
-    "S = diag(1, i)",
-    "T = diag(1, exp(i*pi/4))",
-    "RX(angle) = exp(-i*angle*X/2)",
-    "RY(angle) = exp(-i*angle*Y/2)",
-    "RZ(angle) = exp(-i*angle*Z/2) = diag(exp(-i*angle/2), exp(i*angle/2))",
-    "P(angle) = diag(1, exp(i*angle))",
-    "controlled NOT: flips `target` where `control` is 1",
-    "controlled Z: negates the amplitude where both qubits are 1",
-    "exchanges two qubits",
-    "RXX(angle) = exp(-i*angle*X(x)X/2)",
-    "RYY(angle) = exp(-i*angle*Y(x)Y/2)",
-    "RZZ(angle) = exp(-i*angle*Z(x)Z/2)",
-};
 
 std::uint32_t to_index(py::handle value, const char* what) {
   if (!PyIndex_Check(value.ptr()) || PyBool_Check(value.ptr())) {
@@ -77,7 +60,7 @@ std::string gate_doc(GateKind kind) {
   if (info.num_qubits == 2) {
     doc = kind == GateKind::CNOT ? "CNOT(control, target)" : name + "(qubit1, qubit2" + angle + ")";
   }
-  doc += "\n\n" + std::string(kGateDocs[static_cast<int>(kind)]) + ".\n\n";
+  doc += "\n\n" + std::string(corvid::gate_definition(kind).doc) + ".\n\n";
   doc += "Qubits are Qubit handles from CPUQVM.qAlloc_many or plain int indices";
   if (info.has_angle) {
     doc += "; the angle is in radians and must be finite (else ValueError). With scale, the "

@@ -2,8 +2,7 @@
 and the laws of the Pauli algebra against dense matrices. Bounded so the suite stays fast."""
 
 import numpy as np
-from hypothesis import given, settings
-from hypothesis import strategies as st
+from hypothesis import given, settings, strategies as st
 
 import corvid
 from corvid import CPUQVM, PauliOperator, QCircuit, QProg
@@ -78,7 +77,7 @@ def test_machine_matches_the_dense_reference(circuit, data):
 
 N = 3
 keys = st.lists(st.tuples(st.integers(0, N - 1), st.sampled_from("XYZ")), max_size=N,
-                unique_by=lambda f: f[0]).map(lambda fs: " ".join(f"{l}{q}" for q, l in fs))
+                unique_by=lambda f: f[0]).map(lambda fs: " ".join(f"{c}{q}" for q, c in fs))
 # Halves and small integers keep every sum and product exact, so laws hold with ==.
 coefficients = st.builds(complex, st.integers(-4, 4).map(lambda v: v / 2),
                          st.integers(-4, 4).map(lambda v: v / 2))
