@@ -8,6 +8,7 @@ import corvid
 from corvid import CNOT, CPUQVM, H, QCircuit, QProg, X, measure_all
 from dense_reference import key, simulate
 
+
 def test_key_format_puts_the_first_listed_qubit_right_most():
     qvm = CPUQVM()
     q = qvm.qAlloc_many(3)

@@ -12,6 +12,7 @@ import corvid
 from corvid import PauliOperator, binary_polynomial_to_z_operator
 from dense_reference import pauli_matrix as dense
 
+
 def random_operator(rng, n, terms):
     op = PauliOperator()
     for _ in range(terms):
