@@ -1,6 +1,6 @@
 """Bad input to the SDK: every row is one entry point faced with one bad value, and must end in a
 clear exception (never a crash, a hang or a silently wrong answer). Also the memory guard, the
-process-wide thread count, and Ctrl-C during a long simulation."""
+process-wide thread count."""
 
 import resource
 import subprocess
@@ -11,7 +11,7 @@ import pytest
 import corvid
 from corvid import CNOT, CPUQVM, RX, RZ, H, PauliOperator, QCircuit, QProg, diagonal
 from corvid_alg.QAOA.qaoa import pauli_z_operator_to_circuit
-from interrupt_harness import interrupt_after, run_python
+from interrupt_harness import run_python
 
 NAN, INF = float("nan"), float("inf")
 GIB = 1 << 30
@@ -253,29 +253,3 @@ def test_a_failed_allocation_is_a_memory_error_naming_what_was_allocated():
     out = run_python(code, timeout=60)
     assert "out of memory while expanding a binary polynomial into 8.389e+06 terms" in out, out
     assert "out of memory while multiplying Pauli operators of 3000 and 3000 terms" in out, out
-
-
-# --- Ctrl-C ------------------------------------------------------------------------------------
-
-def test_ctrl_c_stops_a_long_simulation_within_a_second():
-    # 24 qubits and 300 layers run for minutes; each pass over the state takes well under 1 s.
-    elapsed, line = interrupt_after("""
-        n = 24
-        qvm = corvid.CPUQVM(); q = qvm.qAlloc_many(n)
-        c = corvid.QCircuit() << corvid.hadamard_circuit(q)
-        for layer in range(300):
-            for i in range(n - 1):
-                c << corvid.CNOT(q[i], q[i + 1]) << corvid.RZ(q[i + 1], (0.1 + 0.01 * layer) * (i + 1))
-                c << corvid.CNOT(q[i], q[i + 1])
-            c << corvid.RX(q, 0.3 + 0.001 * layer)
-        prog = corvid.QProg() << c
-        print("ready")
-        start = time.monotonic()
-        try:
-            qvm.prob_run_dict(prog, q, 1)
-            print("finished")
-        except KeyboardInterrupt:
-            print("KeyboardInterrupt in simulation")
-    """)
-    assert line == "KeyboardInterrupt in simulation"
-    assert elapsed < 1.0
