@@ -67,7 +67,7 @@ sanitize: system
 	  -DCMAKE_CXX_FLAGS="$(SANITIZE)" -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE)"
 	cmake --build $(ASAN_BUILD) -j $(JOBS) --target corvid_tests
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
-	  LSAN_OPTIONS=suppressions=$(CURDIR)/tools/lsan.supp $(ASAN_BUILD)/corvid_tests --gtest_brief=1
+	  $(ASAN_BUILD)/corvid_tests --gtest_brief=1
 
 # libFuzzer on Pauli keys and the operator algebra, for FUZZ_SECONDS; new inputs it finds go to
 # build/fuzz/corpus, the committed seeds in fuzz/corpus/pauli are only read.
