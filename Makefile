@@ -7,7 +7,7 @@ PY            := $(VENV)/bin/python
 BUILD         ?= build/dev
 JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
-PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod
+PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit
 
 .PHONY: all system venv build test test-cpp test-python demo bench bench-peers install clean \
         sanitize fuzz
@@ -69,9 +69,11 @@ sanitize: system
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  $(ASAN_BUILD)/corvid_tests --gtest_brief=1
 
-# libFuzzer on Pauli keys and the operator algebra, for FUZZ_SECONDS; new inputs it finds go to
-# build/fuzz/corpus, the committed seeds in fuzz/corpus/pauli are only read.
+# FUZZ_SECONDS in all, half each: libFuzzer on Pauli keys and the operator algebra (new inputs it
+# finds go to build/fuzz/corpus, the committed seeds in fuzz/corpus/pauli are only read), then a
+# mutation fuzzer of the command line's formula, JSON and edge-list readers (fuzz/readers_fuzz.py).
 FUZZ_SECONDS  ?= 60
+FUZZ_HALF     = $(shell expr $(FUZZ_SECONDS) / 2)
 FUZZ_BUILD    := build/fuzz
 PAULI_SOURCES := $(filter-out %.test.cc %.perf.cc,$(wildcard cpp/corvid/pauli/*.cc))
 
@@ -80,10 +82,11 @@ $(FUZZ_BUILD)/pauli_fuzz: fuzz/pauli_fuzz.cc $(PAULI_SOURCES) $(wildcard cpp/cor
 	clang++ -std=c++20 -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined \
 	  -Icpp fuzz/pauli_fuzz.cc $(PAULI_SOURCES) -o $@
 
-fuzz: $(FUZZ_BUILD)/pauli_fuzz
+fuzz: $(FUZZ_BUILD)/pauli_fuzz build
 	@mkdir -p $(FUZZ_BUILD)/corpus
-	$(FUZZ_BUILD)/pauli_fuzz -max_total_time=$(FUZZ_SECONDS) -dict=fuzz/pauli.dict \
+	$(FUZZ_BUILD)/pauli_fuzz -max_total_time=$(FUZZ_HALF) -dict=fuzz/pauli.dict \
 	  -print_final_stats=1 $(FUZZ_BUILD)/corpus fuzz/corpus/pauli
+	$(DEV_PATH) $(PY) fuzz/readers_fuzz.py $(FUZZ_HALF)
 
 clean:
 	rm -rf build

@@ -30,8 +30,7 @@ import warnings
 import numpy as np
 
 sys.path.insert(0, __file__.rsplit("/", 1)[0])
-from common import (machine_line, maxcut_polynomial, median_seconds,  # noqa: E402
-                    peak_rss_bytes, random_regular_graph)
+from common import machine_line, maxcut_polynomial, median_seconds, peak_rss_bytes, random_regular_graph  # noqa: E402
 
 PARTS = ("init", "layers", "probabilities", "loss", "rest")
 PEER_AGREEMENT = 1e-9
@@ -91,7 +90,7 @@ def measure_row(n, p, repeats, precision, plain):
     machine = corvid.CPUQVM()
     qubits = machine.qAlloc_many(n)
     result = machine.prob_run_dict(corvid.QProg() << corvid.hadamard_circuit(qubits), qubits)
-    loss = median_seconds(lambda: diagonal.expectation(result.probabilities, energies), repeats)
+    loss = median_seconds(lambda r=result: diagonal.expectation(r.probabilities, energies), repeats)
     machine.finalize()
     del result  # its table is as large as the state: n = 30 fits only one at a time
     out = {k: statistics.median(v) for k, v in parts.items() if v}

@@ -3,6 +3,12 @@ terms or binary monomials, the energy expectation, CVaR and Gibbs sums of a dist
 the order of a distribution by descending weight. Bit i of a basis index is qubit i."""
 
 from ._core.diagonal import (  # noqa: F401
-    cvar, descending_order, energies_from_monomials, energies_from_z_terms, evaluate_monomials,
-    evaluate_z_terms, expectation, gibbs_sum,
+    cvar,
+    descending_order,
+    energies_from_monomials,
+    energies_from_z_terms,
+    evaluate_monomials,
+    evaluate_z_terms,
+    expectation,
+    gibbs_sum,
 )

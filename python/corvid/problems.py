@@ -5,6 +5,10 @@ Qubit i carries variable i: x_i = 1 (binary) and s_i = -1 (spin) where bit i of 
 """
 
 from ._core.problems import (  # noqa: F401
-    ising_terms_to_operator, ising_to_operator, maxcut_matrix_operator, maxcut_operator,
-    qubo_terms_to_operator, qubo_to_operator,
+    ising_terms_to_operator,
+    ising_to_operator,
+    maxcut_matrix_operator,
+    maxcut_operator,
+    qubo_terms_to_operator,
+    qubo_to_operator,
 )

@@ -5,7 +5,7 @@ import numpy as np
 import pytest
 
 import corvid
-from corvid import CNOT, CPUQVM, RX, H, QCircuit, QProg, X, measure_all
+from corvid import CNOT, CPUQVM, H, QCircuit, QProg, X, measure_all
 from dense_reference import key, marginal, simulate
 
 ONE = ["I", "H", "X", "Y", "Z", "S", "T", "RX", "RY", "RZ", "P"]

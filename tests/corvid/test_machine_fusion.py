@@ -5,7 +5,7 @@ import numpy as np
 import pytest
 
 import corvid
-from corvid import CNOT, CPUQVM, RX, RZ, H, I, QCircuit, QProg
+from corvid import CPUQVM, QCircuit, QProg
 from dense_reference import simulate
 
 

@@ -31,7 +31,7 @@ def random_operator(rng, n, terms):
     op = PauliOperator()
     for _ in range(terms):
         letters = rng.integers(0, 4, size=n)
-        key = " ".join(f"{'XYZ'[l - 1]}{q}" for q, l in enumerate(letters) if l)
+        key = " ".join(f"{'XYZ'[c - 1]}{q}" for q, c in enumerate(letters) if c)
         op += PauliOperator(key, complex(*rng.normal(size=2)))
     return op
 
@@ -133,7 +133,7 @@ def test_to_hamiltonian_list_form():
     form = op.toHamiltonian(True)
     assert form == [({}, 1.0), ({0: "Z", 1: "Z"}, 0.5), ({2: "Y", 4: "X"}, 2.0)]
     assert all(type(c) is float for _, c in form)
-    assert all(type(q) is int and type(l) is str for m, _ in form for q, l in m.items())
+    assert all(type(q) is int and type(c) is str for m, _ in form for q, c in m.items())
     assert op.toHamiltonian(False)[2] == ({2: "Y", 4: "X"}, 2 + 7j)
     assert PauliOperator().toHamiltonian(True) == []
 

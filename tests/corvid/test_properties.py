@@ -4,8 +4,7 @@ and the laws of the Pauli algebra against dense matrices. Bounded so the suite s
 import functools
 
 import numpy as np
-from hypothesis import given, settings
-from hypothesis import strategies as st
+from hypothesis import given, settings, strategies as st
 
 import corvid
 from corvid import CPUQVM, PauliOperator, QCircuit, QProg
@@ -83,7 +82,7 @@ _MATRIX = {"I": np.eye(2), "X": np.array([[0, 1], [1, 0]]), "Y": np.array([[0, -
            "Z": np.diag([1, -1])}
 
 
-@functools.lru_cache(maxsize=None)
+@functools.cache
 def string_matrix(key):
     """Dense matrix of a key on N qubits (qubit 0 the least significant bit)."""
     letters = {int(f[1:]): f[0] for f in key.split()}
@@ -101,7 +100,7 @@ def dense(op):
 
 
 keys = st.lists(st.tuples(st.integers(0, N - 1), st.sampled_from("XYZ")), max_size=N,
-                unique_by=lambda f: f[0]).map(lambda fs: " ".join(f"{l}{q}" for q, l in fs))
+                unique_by=lambda f: f[0]).map(lambda fs: " ".join(f"{c}{q}" for q, c in fs))
 # Halves and small integers keep every sum and product exact, so laws hold with ==.
 coefficients = st.builds(complex, st.integers(-4, 4).map(lambda v: v / 2),
                          st.integers(-4, 4).map(lambda v: v / 2))

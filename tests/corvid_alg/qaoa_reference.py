@@ -57,7 +57,7 @@ def literal_z_expansion(problem):
     """The encoding by symbolic substitution x_k -> (1 - z_k)/2 and expansion, reducing even
     powers of z to 1: {sorted qubit tuple: coefficient}."""
     variables = sorted(problem.free_symbols, key=lambda s: s.name)
-    zs = [sympy.Symbol("z%d" % k) for k in range(len(variables))]
+    zs = [sympy.Symbol(f"z{k}") for k in range(len(variables))]
     substituted = problem.xreplace({v: (1 - z) / 2 for v, z in zip(variables, zs)})
     terms = {}
     for exponents, coefficient in sympy.Poly(substituted, *zs).as_dict().items():

@@ -1,8 +1,7 @@
 import numpy as np
 import pytest
 
-from corvid_alg.QAOA.angles import (_DEGREE_3, fixed_angles, fourier, fourier_inverse, interp,
-                                    tqa, transfer)
+from corvid_alg.QAOA.angles import _DEGREE_3, fixed_angles, fourier, fourier_inverse, interp, tqa, transfer
 from corvid_alg.QAOA.problems import maxcut_operator
 from corvid_alg.QAOA.qaoa import QAOA
 

@@ -4,8 +4,7 @@ import sympy
 
 import corvid
 from corvid_alg.QAOA.qaoa import QAOA, pauli_z_operator_to_circuit
-
-from qaoa_reference import diagonal_of_terms, qaoa_state, random_polynomial, polynomial_values
+from qaoa_reference import diagonal_of_terms, polynomial_values, qaoa_state, random_polynomial
 
 x0, x1, x2 = sympy.symbols("x0 x1 x2")
 ROAD = 2 * x0 * x1 + 3 * x2 - 1
@@ -29,6 +28,9 @@ def identities(n):
      [("CNOT", (0, 1), ()), ("CNOT", (1, 3), ()), ("RZ", (3,), (-1.0,)),
       ("CNOT", (1, 3), ()), ("CNOT", (0, 1), ())], 0),
     ([({1: "X"}, 0.25)], 2, 1.0, [("RZ", (1,), (0.5,))], 0),  # letters are not looked at
+    ([({}, 1.0), ({2: "Z"}, -1.5), ({1: "Z"}, -0.5), ({0: "Z"}, -0.5), ({0: "Z", 1: "Z"}, 0.5)],
+     3, 0.3, [("RZ", (2,), (-0.9,)), ("RZ", (1,), (-0.3,)), ("RZ", (0,), (-0.3,)),
+              ("CNOT", (0, 1), ()), ("RZ", (1,), (0.3,)), ("CNOT", (0, 1), ())], 1.0),  # the road
 ])
 def test_phase_circuit_gate_sequences(operator, n, gamma, expected, constant):
     circuit, c = pauli_z_operator_to_circuit(operator, list(range(n)), gamma)
@@ -36,23 +38,12 @@ def test_phase_circuit_gate_sequences(operator, n, gamma, expected, constant):
     assert c == constant
 
 
-def test_phase_circuit_of_the_road_example_and_default_gamma():
-    operator = [({}, 1.0), ({2: "Z"}, -1.5), ({1: "Z"}, -0.5), ({0: "Z"}, -0.5),
-                ({0: "Z", 1: "Z"}, 0.5)]
-    g = 0.3
-    circuit, constant = pauli_z_operator_to_circuit(operator, [0, 1, 2], g)
-    assert gates(circuit) == [
-        ("RZ", (2,), (round(-3 * g, 12),)), ("RZ", (1,), (round(-g, 12),)),
-        ("RZ", (0,), (round(-g, 12),)), ("CNOT", (0, 1), ()), ("RZ", (1,), (round(g, 12),)),
-        ("CNOT", (0, 1), ())] + identities(3)
-    assert constant == 1.0
+def test_default_gamma_is_pi():
     circuit, _ = pauli_z_operator_to_circuit([({0: "Z"}, 0.25)], [0])
     assert list(circuit)[0].params[0] == pytest.approx(0.5 * np.pi)
 
 
-def test_phase_circuit_rejects_a_qubit_outside_the_list():
-    with pytest.raises(IndexError, match="acts on qubit 3 but the qubit list has 2"):
-        pauli_z_operator_to_circuit([({0: "Z", 3: "Z"}, 1.0)], [0, 1])
+def test_an_operator_with_a_gap_in_its_qubits_asks_for_renumbering():
     gapped = QAOA(corvid.PauliOperator({"Z0 Z2": 1.0}))  # two qubits used, index 2
     with pytest.raises(IndexError, match="remapQubitIndex"):
         gapped.run(layer=1)
@@ -122,17 +113,15 @@ def test_zero_angles_give_the_uniform_distribution_in_both_modes():
     assert solver.circuit_iter == 3
 
 
-@pytest.mark.parametrize("shots", [0, -2])
-def test_invalid_shots_builds_but_does_not_run(shots):
-    solver = QAOA(ROAD)
-    with pytest.raises(ValueError, match=f"^Invalid shots number: {shots}$"):
-        solver.run_qaoa_circuit([0.1], [0.2], shots=shots)
-    assert solver.circuit_iter == 0 and solver.layer == 1
+def test_a_variable_that_cancels_under_simplification_gets_no_qubit():
+    solver = QAOA(x0 * (x1 + 1) - x0 * x1)
+    assert solver.problem_dimension == 1
+    result, _, loss = solver.run(initial_para=[0.1, 0.2])
+    assert sorted(result) == ["0", "1"] and loss == pytest.approx(result["1"])
 
 
-def test_keys_have_one_character_per_qubit_even_for_untouched_qubits():
-    # x1 cancels only under simplification, so qubit 1 carries no term.
-    solver = QAOA(x0 + x1 * (x0 + 1) - x0 * x1 - x1)
-    assert solver.problem_dimension == 2
-    result = solver.run_qaoa_circuit([0.2], [0.3])
-    assert sorted(result) == ["00", "01", "10", "11"]
+def test_indexed_variables_are_variables_sorted_by_name():
+    z = sympy.IndexedBase("z")
+    solver = QAOA(z[0] * z[1] - 2 * z[10])  # z[0], z[10], z[1]: the label z is no variable
+    assert solver.problem_dimension == 3
+    assert solver.calculate_energy([1, 0, 1]) == 1 and solver.calculate_energy([0, 1, 0]) == -2

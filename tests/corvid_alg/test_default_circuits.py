@@ -6,7 +6,13 @@ from scipy.linalg import expm
 
 import corvid
 from corvid_alg.QAOA.default_circuits import (
-    dicke_state, uniform_superposition, w_state, x_mixer, xy_complete_mixer, xy_ring_mixer)
+    dicke_state,
+    uniform_superposition,
+    w_state,
+    x_mixer,
+    xy_complete_mixer,
+    xy_ring_mixer,
+)
 
 PAULI = {"X": np.array([[0, 1], [1, 0]], dtype=complex),
          "Y": np.array([[0, -1j], [1j, 0]], dtype=complex)}

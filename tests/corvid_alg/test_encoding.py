@@ -2,10 +2,8 @@ import numpy as np
 import pytest
 import sympy
 
-import corvid
 from corvid_alg.QAOA.qaoa import *  # noqa: F401,F403  (the star import is part of the surface)
 from corvid_alg.QAOA.qaoa import p_0, p_1, problem_to_z_operator
-
 from qaoa_reference import literal_z_expansion, random_polynomial
 
 x0, x1, x2, x10 = sympy.symbols("x0 x1 x2 x10")
@@ -30,15 +28,6 @@ def test_binary_operators_print_and_combine():
     assert terms(p_0(4) + p_1(4)).get((4,), 0) == 0
     assert terms(p_0(4) + p_1(4))[()] == 1
     assert [key for key, _ in p_1(12)] == ["", "Z12"]
-
-
-def test_operator_of_the_road_example_matches_the_polynomial():
-    expected = {(): 1.0, (0,): -0.5, (1,): -0.5, (2,): -1.5, (0, 1): 0.5}
-    built = 2 * p_1(0) * p_1(1) + 3 * p_1(2) - 1
-    encoded = problem_to_z_operator(2 * x0 * x1 + 3 * x2 - 1)
-    assert terms(built) == expected
-    assert terms(encoded) == expected
-    assert built == encoded
 
 
 @pytest.mark.parametrize("problem, expected", [
@@ -69,14 +58,3 @@ def test_encoding_equals_symbolic_substitution(seed):
     assert set(ours) <= set(literal) | {k for k, v in ours.items() if abs(v) < 1e-12}
     for key, value in literal.items():
         assert ours.get(key, 0.0) == pytest.approx(value, abs=1e-12)
-
-
-@pytest.mark.parametrize("problem, error", [
-    (sympy.sin(x0), sympy.PolynomialError),
-    (1 / x0, sympy.PolynomialError),
-    (sympy.Integer(3), sympy.polys.polyerrors.GeneratorsNeeded),
-    (corvid.PauliOperator("Z0", 1.0), AttributeError),
-])
-def test_encoding_rejects_what_is_not_a_binary_polynomial(problem, error):
-    with pytest.raises(error):
-        problem_to_z_operator(problem)

@@ -1,4 +1,8 @@
+import copy
+import json
 import math
+import multiprocessing
+import pickle
 
 import numpy as np
 import pytest
@@ -6,7 +10,6 @@ import sympy
 
 import corvid
 from corvid_alg.QAOA.qaoa import QAOA, p_1
-
 from qaoa_reference import all_bitstrings, polynomial_values, random_polynomial
 
 x = sympy.symbols("x0:11")
@@ -22,21 +25,16 @@ def test_construction_from_a_polynomial():
     assert solver.problem == sympy.simplify(ROAD)
     assert sorted((tuple(m), c) for m, c in solver.operator) == sorted(
         [((), 1.0), ((2,), -1.5), ((1,), -0.5), ((0,), -0.5), ((0, 1), 0.5)])
-    assert (solver.iter, solver.circuit_iter, len(solver.energy_dict)) == (0, 0, 0)
-    assert solver.energy_dict == {}
+    assert (solver.iter, solver.circuit_iter, solver.energy_dict) == (0, 0, {})
     assert all(getattr(solver, name) is None for name in RUN_SETTINGS)
     scaled = QAOA(ROAD, norm=True)
     assert scaled.problem == solver.problem and scaled.operator != solver.operator
 
 
-def test_construction_from_an_operator_and_from_anything_else():
+def test_construction_from_an_operator():
     solver = QAOA(ROAD_OPERATOR)
     assert solver.problem_dimension == 3
     assert solver.problem == solver.operator and solver.problem is not solver.operator
-    for odd in (3, "x0 + x1"):
-        other = QAOA(odd)
-        assert (other.problem, other.operator, other.problem_dimension) == (odd, None, 0)
-        assert other.calculate_energy([1, 0]) == 0
 
 
 @pytest.mark.parametrize("problem", [ROAD, ROAD_OPERATOR], ids=["symbolic", "operator"])
@@ -45,16 +43,13 @@ def test_calculate_energy(problem, solution, energy):
     assert QAOA(problem).calculate_energy(solution) == energy
 
 
-def test_calculate_energy_follows_name_order_and_rejects_wrong_lengths():
+def test_calculate_energy_follows_name_order():
     solver = QAOA(sum((i + 1) * v for i, v in enumerate(x)))  # x0..x10, 11 variables
     solution = [0] * 11
     solution[2] = 1  # entry 2 is x10
     assert solver.calculate_energy(solution) == 11
-    with pytest.raises(IndexError):
-        solver.calculate_energy([0] * 12)
-    with pytest.raises(TypeError):
-        solver.calculate_energy([0] * 10)
-    assert QAOA(corvid.PauliOperator("X0", 2.0)).calculate_energy([1]) == -2.0
+    with pytest.warns(UserWarning):
+        assert QAOA(corvid.PauliOperator("X0", 2.0)).calculate_energy([1]) == -2.0  # X read as Z
     assert QAOA(corvid.PauliOperator(2.5) + corvid.PauliOperator("Z1", 0.0)).calculate_energy([0, 1]) == 2.5
 
 
@@ -84,15 +79,7 @@ def test_cvar_takes_mass_by_weight_not_by_energy():
     assert {"111", "010"} <= set(solver.energy_dict)
 
 
-@pytest.mark.parametrize("alpha", [1.5, -0.1, "0.5", None, float("nan")])
-def test_cvar_rejects_alpha_outside_the_unit_interval(alpha):
-    solver = with_settings(ROAD, alpha=alpha)
-    with pytest.raises(ValueError, match="^CVaR method needs parameter alpha to be a number between 0~1$"):
-        solver._loss_function_cvar({"001": 1.0})
-    assert len(solver.energy_dict) == 0
-
-
-def test_gibbs_values_and_temperature_errors():
+def test_gibbs_values():
     solver = with_settings(ROAD, temperature=1)
     assert solver._loss_function_Gibbs({"001": 1.0}) == pytest.approx(-1.0)
     solver.temperature = 0.5
@@ -101,9 +88,6 @@ def test_gibbs_values_and_temperature_errors():
     # energies of '000' and '011' are -1 and 1; shifted by +1 that is the 0 and 2 example
     assert solver._loss_function_Gibbs({"000": 0.5, "011": 0.5}) == pytest.approx(
         -math.log(0.5 + 0.5 * math.exp(-2)) - 1)
-    solver.temperature = 1.2
-    with pytest.raises(ValueError, match="^Gibbs free energy method needs parameter temperature"):
-        solver._loss_function_Gibbs({"001": 1.0})
     solver.temperature = 0
     with pytest.raises(ZeroDivisionError):
         solver._loss_function_Gibbs({"110": 0.5, "001": 0.5})
@@ -149,7 +133,7 @@ def test_sampled_energies_are_computed_only_for_observed_keys():
     assert 0 < len(solver.energy_dict) <= 20
 
 
-def test_loss_driver_split_counters_and_errors():
+def test_loss_driver_splits_the_angles_and_counts():
     solver = with_settings(ROAD, layer=2, shots=-1, loss_type="default")
     paras = [0.1, 0.2, 0.3, 0.4]
     direct = solver._loss_function_default(solver.run_qaoa_circuit([0.1, 0.2], [0.3, 0.4], -1))
@@ -157,18 +141,90 @@ def test_loss_driver_split_counters_and_errors():
     assert (solver.iter, solver.circuit_iter) == (1, 2)
     rx = [g.params[0] for g in solver.circuit if g.name == "RX"]
     assert rx == pytest.approx([-0.6] * 3 + [-0.8] * 3)
-    solver.loss_type = "cvar"
-    with pytest.raises(ValueError, match="^wrong loss types, only support default, CVaR, Gibbs$"):
-        solver._loss_function(paras)
-    assert (solver.iter, solver.circuit_iter) == (1, 3)
-    solver.loss_type, solver.shots = "default", 0
-    with pytest.raises(ValueError, match="^Invalid shots number: 0$"):
-        solver._loss_function(paras)
-    assert (solver.iter, solver.circuit_iter) == (1, 3)
-
-
-def test_unset_layer_uses_the_whole_vector_for_both_halves():
-    solver = with_settings(ROAD, shots=-1, loss_type="default")
+    solver.layer = None  # unset: the whole vector is both halves, and sets the layer
     solver._loss_function([0.1, 0.2])
     assert solver.layer == 2
     assert [g.params[0] for g in solver.circuit if g.name == "RX"] == pytest.approx([-0.2] * 3 + [-0.4] * 3)
+
+
+def _own_energy(x):
+    return 10 * x[0] - x[2]
+
+
+class OwnEnergy(QAOA):
+    def calculate_energy(self, x):
+        self.calls.append(tuple(x))
+        return _own_energy(x)
+
+
+@pytest.mark.parametrize("shots", [-1, 40])
+@pytest.mark.parametrize("how", ["subclass", "instance"])
+def test_a_replaced_calculate_energy_is_called_once_per_new_key(how, shots):
+    if how == "subclass":
+        solver = OwnEnergy(ROAD)
+    else:
+        solver = QAOA(ROAD)
+        solver.calculate_energy = lambda x: (solver.calls.append(tuple(x)), _own_energy(x))[1]
+    solver.calls = []
+    solver.layer, solver.shots, solver.loss_type = 1, shots, "default"
+    for _ in range(3):
+        loss = solver._loss_function([0.3, 0.4])
+    assert len(solver.calls) == len(set(solver.calls)) == len(solver.energy_dict)
+    assert all(energy == _own_energy([int(b) for b in reversed(key)])
+               for key, energy in solver.energy_dict.items())
+    if shots == -1:
+        result = solver.run_qaoa_circuit([0.3], [0.4])
+        assert loss == pytest.approx(sum(p * solver.energy_dict[k] for k, p in result.items()))
+
+
+def test_energy_dict_is_a_map_whose_entries_the_losses_use():
+    solver = QAOA(ROAD)
+    uniform = solver.run_qaoa_circuit([0.0], [0.0])  # every state 1/8
+    solver.energy_dict["000"] = 7.0  # written before the whole space is computed
+    base = solver._loss_function_default(uniform)
+    assert base == pytest.approx((7 - 1 - 1 + 1 + 2 + 2 + 2 + 4) / 8)
+    solver.energy_dict["001"] = 100.0  # and after
+    assert solver._loss_function_default(uniform) == pytest.approx(base + 101 / 8)
+    assert solver._loss_function_default({"001": 1.0}) == 100.0
+    assert repr(solver.energy_dict).endswith("... (8 entries)})")
+    del solver.energy_dict["001"]
+    assert "001" not in solver.energy_dict
+    solver.energy_dict.clear()
+    assert len(solver.energy_dict) == 0 and solver._loss_function_default({"001": 1.0}) == -1
+    wide = QAOA(sum(sympy.symbols("y0:16")))
+    wide.run_qaoa_circuit([0.1], [0.2])
+    wide._loss_function_default(wide.run_qaoa_circuit([0.1], [0.2]))
+    assert len(wide.energy_dict) == 1 << 16 and len(repr(wide.energy_dict)) < 200
+
+
+@pytest.mark.parametrize("big", [2 ** 40 + 1, 2 ** 60 + 1])  # the C++ path, then the exact one
+def test_integer_energies_are_exact(big):
+    solver = with_settings(big * x0 * x1 - 3 * x2 + 7 * x0 * x1 * x2, layer=1, shots=-1,
+                           loss_type="default")
+    solver._loss_function([0.1, 0.2])
+    for key in all_bitstrings(3):
+        b = [int(bit) for bit in reversed(key)]
+        exact = big * b[0] * b[1] - 3 * b[2] + 7 * b[0] * b[1] * b[2]
+        assert solver.calculate_energy(b) == exact and solver.energy_dict[key] == exact
+
+
+def _solve_road(seed):
+    np.random.seed(seed)
+    return QAOA(ROAD).run(layer=1, optimizer_option={"options": {"maxiter": 3}})
+
+
+@pytest.mark.parametrize("shots", [-1, 30])
+def test_run_results_pickle_copy_convert_and_cross_processes(shots):
+    np.random.seed(1)
+    solver = QAOA(ROAD)
+    out = solver.run(layer=1, shots=shots, optimizer_option={"options": {"maxiter": 3}})
+    for clone in (pickle.loads(pickle.dumps(out)), copy.copy(out), copy.deepcopy(out)):
+        assert list(clone[0].items()) == list(out[0].items())
+        assert list(clone[1]) == list(out[1]) and clone[2] == out[2]
+    assert json.loads(json.dumps(dict(out[0]))) == dict(out[0])
+    with multiprocessing.get_context("fork").Pool(1) as pool:
+        remote = pool.apply(_solve_road, (4,))
+    assert list(remote[0].items()) == list(_solve_road(4)[0].items())
+    for clone in (pickle.loads(pickle.dumps(solver)), copy.deepcopy(solver)):
+        assert dict(clone.energy_dict) == dict(solver.energy_dict)
+        assert clone.run(layer=1, initial_para=[0.1, 0.2])[0] is not None

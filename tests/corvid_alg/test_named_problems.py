@@ -1,13 +1,17 @@
 """Problems over named variables: energies by name against independent evaluations."""
 
-import itertools
 import types
 
 import numpy as np
 import pytest
 
 from corvid_alg.QAOA.problems import (
-    bqm_problem, ising_problem, maxcut_problem, quadratic_program_problem, qubo_problem)
+    bqm_problem,
+    ising_problem,
+    maxcut_problem,
+    quadratic_program_problem,
+    qubo_problem,
+)
 from corvid_alg.QAOA.qaoa import QAOA
 from qaoa_reference import diagonal_of_terms
 

@@ -7,7 +7,12 @@ import pytest
 import sympy
 
 from corvid_alg.QAOA.problems import (
-    compact, ising_to_operator, maxcut_operator, polynomial_to_operator, qubo_to_operator)
+    compact,
+    ising_to_operator,
+    maxcut_operator,
+    polynomial_to_operator,
+    qubo_to_operator,
+)
 from corvid_alg.QAOA.qaoa import QAOA
 from qaoa_reference import diagonal_of_terms
 

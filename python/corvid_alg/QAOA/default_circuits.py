@@ -79,10 +79,10 @@ def _split_and_cyclic_shift(qubits, m, k):
     circuit << corvid.CNOT(q(m - 1), q(m))
     circuit << _controlled_ry(q(m), q(m - 1), 2 * math.acos(math.sqrt(1 / m)))
     circuit << corvid.CNOT(q(m - 1), q(m))
-    for l in range(2, k + 1):
-        circuit << corvid.CNOT(q(m - l), q(m))
-        circuit << _doubly_controlled_ry(q(m), q(m - l + 1), q(m - l), 2 * math.acos(math.sqrt(l / m)))
-        circuit << corvid.CNOT(q(m - l), q(m))
+    for j in range(2, k + 1):
+        circuit << corvid.CNOT(q(m - j), q(m))
+        circuit << _doubly_controlled_ry(q(m), q(m - j + 1), q(m - j), 2 * math.acos(math.sqrt(j / m)))
+        circuit << corvid.CNOT(q(m - j), q(m))
     return circuit
 
 

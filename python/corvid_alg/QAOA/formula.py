@@ -14,13 +14,17 @@ unary minus on their left, as in Python)::
 
 Every name is a binary variable (``E``, ``I``, ``pi``, ``lambda`` included), so x^k = x for
 k >= 1. Division is by a nonzero constant only; exponents are integer constants, negative only
-on a constant base. Arithmetic is exact (decimals are read as fractions). Everything is
-bounded: the text's length, the nesting depth, the number of monomials, the work spent
-expanding products and the size of every coefficient, so no formula runs long.
+on a constant base, written with integers (x^2, x^(4/2); not x^2.0, which sympy reads as a
+float). Arithmetic is exact (decimals are read as fractions). Everything is bounded: the text's
+length, the nesting depth, the number of monomials, the work spent expanding products and the
+bits of every number on the way, so no formula runs long; the coefficients of the result
+must fit a float.
 """
 
 import re
 from fractions import Fraction
+
+import sympy
 
 MAX_LENGTH = 20_000
 MAX_DEPTH = 100
@@ -67,7 +71,6 @@ def parse(text):
 
 def to_sympy(polynomial):
     """The polynomial as a sympy expression (exact Rational coefficients)."""
-    import sympy
     return sympy.Add(*(sympy.Rational(c.numerator, c.denominator)
                        * sympy.Mul(*(sympy.Symbol(n) for n in sorted(m)))
                        for m, c in polynomial.items()))
@@ -104,6 +107,12 @@ class _Parser:
     def formula(self):
         result = self.sum()
         kind, token, column = self.tokens[self.at]
+        if kind == "end":
+            for monomial, c in result.items():
+                if abs(c) > FLOAT_MAX:
+                    name = "*".join(sorted(monomial)) or "the constant"
+                    raise FormulaError(f"the coefficient of {name} overflows a float "
+                                       "(more than 1.8e308)", column)
         if kind != "end":
             after = self.tokens[self.at - 1]
             if token == "(" and after[0] in ("name", "number"):
@@ -153,8 +162,13 @@ class _Parser:
         if self._peek() in ("**", "^"):
             column = self._next()[2]
             self._enter(column)
+            start = self.at
             exponent = self.unary()
             self.depth -= 1
+            for kind, token, _ in self.tokens[start:self.at]:
+                if kind == "number" and not token.isdigit():  # 2.0 or 1e3: a float, as in sympy
+                    raise FormulaError(f"an exponent must be written with integers, got {token}",
+                                       column)
             return self._power(base, exponent, column)
         return base
 
@@ -255,13 +269,8 @@ def _checked(polynomial, column):
 
 
 def _check_size(c, column):
-    top, bottom = c.numerator.bit_length(), c.denominator.bit_length()
-    if top - bottom < 1023 and top <= MAX_BITS and bottom <= MAX_BITS:  # the usual case, fast
-        return c
-    if abs(c) > FLOAT_MAX:
-        raise FormulaError("a coefficient overflows a float (more than 1.8e308)", column)
     if max(c.numerator.bit_length(), c.denominator.bit_length()) > MAX_BITS:
-        raise FormulaError(f"a coefficient needs more than {MAX_BITS} bits", column)
+        raise FormulaError(f"a number needs more than {MAX_BITS} bits", column)
     return c
 
 
@@ -281,7 +290,7 @@ def _constant_power(c, k, column):
         return c ** k if k else Fraction(1)
     bits = max(c.numerator.bit_length(), c.denominator.bit_length())
     if (bits - 1) * abs(k) >= MAX_BITS:  # the result has more bits than that: refused unmade
-        raise FormulaError(f"{c}^{k} is too large (more than {MAX_BITS} bits)", column)
+        raise FormulaError(f"{_short(str(c))}^{k} is too large (more than {MAX_BITS} bits)", column)
     return _check_size(c ** k, column)
 
 
@@ -295,12 +304,17 @@ def _number(token, column):
     if not digits:
         return {}
     scale = int(exponent or 0) - len(fraction or "")
-    if len(digits) + scale > 310:
-        raise FormulaError(f"the number {token} overflows a float (more than 1.8e308)", column)
+    if len(digits) + scale > 332:
+        raise FormulaError(f"the number {_short(token)} is too large (more than {MAX_BITS} bits)", column)
     if len(digits) + scale < -330:
-        raise FormulaError(f"the number {token} is too small for a float (below 1e-324)", column)
+        raise FormulaError(f"the number {_short(token)} is too small for a float (below 1e-324)",
+                           column)
     value = Fraction(int(digits)) * Fraction(10) ** scale
     return {frozenset(): _check_size(value, column)}
+
+
+def _short(text):
+    return text if len(text) <= 24 else text[:20] + "..."
 
 
 def _canonical_name(token):

@@ -31,8 +31,8 @@ from collections.abc import Mapping
 from dataclasses import dataclass, field
 
 import numpy as np
-from corvid import PauliOperator, binary_polynomial_to_z_operator
-from corvid import problems as _core
+
+from corvid import PauliOperator, binary_polynomial_to_z_operator, problems as _core
 
 __all__ = ["qubo_to_operator", "ising_to_operator", "maxcut_operator", "polynomial_to_operator",
            "compact", "NamedProblem", "maxcut_problem", "qubo_problem", "ising_problem",

@@ -73,4 +73,9 @@ def _box(bounds, dimension):
         raise ValueError(f"bounds has {len(bounds)} pairs for {dimension} coordinates")
     low = np.array([-np.inf if lo is None else lo for lo, _ in bounds], dtype=float)
     high = np.array([np.inf if hi is None else hi for _, hi in bounds], dtype=float)
+    crossed = np.flatnonzero(low > high)
+    if len(crossed):
+        i = int(crossed[0])
+        raise ValueError(f"bounds of coordinate {i}: lower bound {low[i]:g} is above the upper "
+                         f"bound {high[i]:g}")
     return low, high

@@ -25,8 +25,9 @@ import math
 import os
 from dataclasses import dataclass, field
 
-import corvid
 import numpy as np
+
+import corvid
 
 from .. import formula, problems
 from .errors import InputError

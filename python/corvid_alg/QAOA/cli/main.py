@@ -1,13 +1,14 @@
 """corvid-qaoa: read a problem, run QAOA on it, report the solutions."""
 
 import contextlib
-import os
+import math
 import sys
 import time
 import warnings
 
-import corvid
 import numpy as np
+
+import corvid
 
 from . import inputs, options as cli_options, plot, report
 from .errors import InputError, UsageError
@@ -44,7 +45,6 @@ def main(argv=None, stdout=None, stderr=None):
             plot.write_png(document, opts.plot)
         return 0
     except BrokenPipeError:  # the reader left (`| head`): nothing to say to anyone
-        _discard(stdout)
         return 1
     except (UsageError, InputError) as error:
         print(f"{cli_options.PROG}: error: {error}", file=stderr)
@@ -68,19 +68,7 @@ def _write(stdout, text):
     except BrokenPipeError:
         raise
     except OSError as error:  # a full disk, /dev/full
-        _discard(stdout)
         raise InputError(f"cannot write the report: {error.strerror or error}") from None
-
-
-def _discard(stdout):
-    """Point the stream's descriptor at /dev/null so that the flush at exit cannot fail again."""
-    try:
-        descriptor = stdout.fileno()
-    except (AttributeError, OSError, ValueError):
-        return
-    null = os.open(os.devnull, os.O_WRONLY)
-    os.dup2(null, descriptor)
-    os.close(null)
 
 
 def _set_threads(opts):
@@ -102,7 +90,11 @@ def _read(opts):
     for name, reader in _READERS:
         value = getattr(opts, name)
         if value is not None:
-            return reader(value)
+            problem = reader(value)
+            if not math.isfinite(problem.energy_scale()):
+                raise InputError("the energies can exceed the float range (1.8e308): the sum of "
+                                 "the absolute coefficients overflows; scale the problem down")
+            return problem
     raise UsageError("give a problem: --expr, --model, --qubo or --maxcut")
 
 
@@ -121,20 +113,20 @@ def _solve(problem, opts, stderr):
         raise UsageError(str(error)) from None
     except TypeError as error:  # an --option the optimiser does not take
         raise UsageError(f"the optimizer rejected its options: {error}") from None
-    except FloatingPointError as error:
-        raise InputError(_overflow_message(problem, opts, error)) from None
+    except FloatingPointError:
+        raise InputError(_overflow_message(problem, opts, len(qaoa.losses) + 1)) from None
     finally:
         progress.close()
     return report.build(problem, qaoa, opts, solutions, angles, loss,
                         time.perf_counter() - start)
 
 
-def _overflow_message(problem, opts, error):
+def _overflow_message(problem, opts, evaluation):
     remedies = ["--norm" if problem.kind == "polynomial" else "smaller weights",
                 "a constant shift that brings the energies near 0"]
     if opts.loss == "Gibbs":
         remedies.append("a higher --temperature")
-    return (f"the {opts.loss} loss is not finite ({error}); the energies reach about "
+    return (f"the {opts.loss} loss is not finite at evaluation {evaluation}; the energies reach about "
             f"{problem.energy_scale():.3g}: try {', '.join(remedies[:-1])} or {remedies[-1]}")
 
 

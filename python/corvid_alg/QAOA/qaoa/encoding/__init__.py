@@ -1,1 +1,0 @@
-"""Problem encoding: binary variables and polynomials as Pauli-Z operators."""

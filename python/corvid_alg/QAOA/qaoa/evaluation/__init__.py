@@ -1,1 +1,0 @@
-"""Evaluation: the problem object, solution energies, the losses and the loss driver."""

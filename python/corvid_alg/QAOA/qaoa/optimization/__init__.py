@@ -1,1 +1,0 @@
-"""Parameter optimisation: bounds, direct and layer-by-layer optimisation, and ``run``."""
