@@ -141,3 +141,8 @@ def test_refusals_name_the_column(text, column, fragment):
         timed_parse(text)
     assert caught.value.column == column and fragment in str(caught.value)
     assert str(caught.value).startswith(f"column {column}: ")
+
+
+def test_the_longest_sum_is_read_in_linear_time():
+    text = "+".join(f"x{k}" for k in range(3518))  # 19,997 characters
+    assert len(timed_parse(text)) == 3518
