@@ -5,9 +5,12 @@
 #include <pybind11/stl.h>
 
 #include <array>
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <string>
+
+#include "corvid/circuit/gate_definitions.h"
 
 namespace py = pybind11;
 using corvid::CBit;
@@ -22,25 +25,6 @@ namespace corvid_py {
 namespace {
 
 // What each gate does, for its docstring.
-constexpr std::array<const char*, corvid::kNumGateKinds> kGateDocs{
-    "identity (kept in the circuit as a gate)",
-    "Hadamard: |0> -> (|0> + |1>)/sqrt(2), |1> -> (|0> - |1>)/sqrt(2)",
-    "Pauli X (NOT)",
-    "Pauli Y",
-    "Pauli Z = diag(1, -1)",
-    "S = diag(1, i)",
-    "T = diag(1, exp(i*pi/4))",
-    "RX(angle) = exp(-i*angle*X/2)",
-    "RY(angle) = exp(-i*angle*Y/2)",
-    "RZ(angle) = exp(-i*angle*Z/2) = diag(exp(-i*angle/2), exp(i*angle/2))",
-    "P(angle) = diag(1, exp(i*angle))",
-    "controlled NOT: flips `target` where `control` is 1",
-    "controlled Z: negates the amplitude where both qubits are 1",
-    "exchanges two qubits",
-    "RXX(angle) = exp(-i*angle*X(x)X/2)",
-    "RYY(angle) = exp(-i*angle*Y(x)Y/2)",
-    "RZZ(angle) = exp(-i*angle*Z(x)Z/2)",
-};
 
 std::uint32_t to_index(py::handle value, const char* what) {
   if (!PyIndex_Check(value.ptr()) || PyBool_Check(value.ptr())) {
@@ -76,7 +60,7 @@ std::string gate_doc(GateKind kind) {
   if (info.num_qubits == 2) {
     doc = kind == GateKind::CNOT ? "CNOT(control, target)" : name + "(qubit1, qubit2" + angle + ")";
   }
-  doc += "\n\n" + std::string(kGateDocs[static_cast<int>(kind)]) + ".\n\n";
+  doc += "\n\n" + std::string(corvid::gate_definition(kind).doc) + ".\n\n";
   doc += "Qubits are Qubit handles from CPUQVM.qAlloc_many or plain int indices";
   if (info.has_angle) {
     doc += "; the angle is in radians and must be finite (else ValueError). With scale, the "
@@ -147,6 +131,79 @@ template <class Item>
 py::object append_to_program(py::object self, const Item& item) {
   self.cast<Program&>().append(item);
   return self;
+}
+
+// Pickled circuits and programs: fixed-size records packed in bytes (17 per gate, 8 per
+// measurement), native byte order. Handles lose their machine (ids mean nothing in another
+// process) and come back as plain indices; copy and deepcopy keep them.
+struct GateRecord {
+  std::uint8_t kind;
+  std::uint32_t qubits[2];
+  double angle;
+};
+constexpr std::size_t kGateRecord = 1 + 2 * 4 + 8;
+
+py::bytes pack_gates(const Circuit& circuit) {
+  std::string out(circuit.size() * kGateRecord, '\0');
+  char* p = out.data();
+  for (const Gate& g : circuit) {
+    const auto kind = static_cast<std::uint8_t>(g.kind());
+    const std::uint32_t qubits[2] = {g.qubit(0), g.num_qubits() > 1 ? g.qubit(1) : 0};
+    const double angle = g.angle();
+    std::memcpy(p, &kind, 1);
+    std::memcpy(p + 1, qubits, 8);
+    std::memcpy(p + 9, &angle, 8);
+    p += kGateRecord;
+  }
+  return py::bytes(out);
+}
+
+Circuit unpack_gates(const std::string& bytes) {
+  if (bytes.size() % kGateRecord != 0) throw std::invalid_argument("corrupt QCircuit state");
+  Circuit circuit;
+  circuit.reserve(bytes.size() / kGateRecord);
+  for (const char* p = bytes.data(); p != bytes.data() + bytes.size(); p += kGateRecord) {
+    GateRecord r;
+    std::memcpy(&r.kind, p, 1);
+    std::memcpy(r.qubits, p + 1, 8);
+    std::memcpy(&r.angle, p + 9, 8);
+    if (r.kind >= corvid::kNumGateKinds) throw std::invalid_argument("corrupt QCircuit state");
+    const auto kind = static_cast<GateKind>(r.kind);
+    const std::array<Qubit, 2> qubits{Qubit(r.qubits[0]), Qubit(r.qubits[1])};
+    circuit << Gate(kind, std::span(qubits.data(), corvid::gate_info(kind).num_qubits), r.angle);
+  }
+  return circuit;
+}
+
+py::tuple program_state(const Program& program) {
+  std::string measured(program.measurements().size() * 8, '\0');
+  char* p = measured.data();
+  for (const Measurement& m : program.measurements()) {
+    std::memcpy(p, &m.qubit.addr, 4);
+    std::memcpy(p + 4, &m.cbit.addr, 4);
+    p += 8;
+  }
+  return py::make_tuple(pack_gates(program.circuit()), py::bytes(measured));
+}
+
+Program program_from_state(const py::tuple& state) {
+  if (state.size() != 2) throw std::invalid_argument("corrupt QProg state");
+  Program program(unpack_gates(state[0].cast<std::string>()));
+  const auto measured = state[1].cast<std::string>();
+  if (measured.size() % 8 != 0) throw std::invalid_argument("corrupt QProg state");
+  for (const char* p = measured.data(); p != measured.data() + measured.size(); p += 8) {
+    std::uint32_t qubit = 0, cbit = 0;
+    std::memcpy(&qubit, p, 4);
+    std::memcpy(&cbit, p + 4, 4);
+    program << Measurement(Qubit(qubit), CBit(cbit));
+  }
+  return program;
+}
+
+template <class T>
+void bind_copies(py::class_<T>& cls) {
+  cls.def("__copy__", [](const T& x) { return T(x); })
+      .def("__deepcopy__", [](const T& x, py::dict) { return T(x); }, py::arg("memo"));
 }
 
 }  // namespace
@@ -256,6 +313,12 @@ void pybind_circuit_methods(py::module_& m, CircuitClasses& c) {
       .def("__repr__", [](const Measurement& x) { return "<" + x.to_string() + ">"; })
       .def(py::self == py::self);
 
+  bind_copies(c.circuit);
+  c.circuit.def(py::pickle([](const Circuit& x) { return py::make_tuple(pack_gates(x)); },
+                           [](const py::tuple& state) {
+                             if (state.size() != 1) throw std::invalid_argument("corrupt QCircuit state");
+                             return unpack_gates(state[0].cast<std::string>());
+                           }));
   c.circuit.def(py::init<>())
       .def("__lshift__",
            [](py::object self, const Gate& g) {
@@ -290,6 +353,8 @@ number of gates, when the circuit could not also be copied and compiled for a ru
            [](const Circuit& x) { return "<QCircuit of " + std::to_string(x.size()) + " gates>"; })
       .def(py::self == py::self);
 
+  bind_copies(c.program);
+  c.program.def(py::pickle(&program_state, &program_from_state));
   c.program.def(py::init<>())
       .def(py::init<const Circuit&>(), py::arg("circuit"))
       .def("__lshift__", &append_to_program<Gate>, py::is_operator())

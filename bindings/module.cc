@@ -8,6 +8,7 @@
 #include "corvid/util/parallel.h"
 #include "pauli.pybind.h"
 #include "problems.pybind.h"
+#include "qasm.pybind.h"
 #include "qaoa.pybind.h"
 #include "sim.pybind.h"
 
@@ -52,6 +53,7 @@ PYBIND11_MODULE(_core, m) {
   corvid_py::pybind_sim_methods(m, sim);
   corvid_py::pybind_qaoa_methods(m, qaoa);
   corvid_py::pybind_problems_methods(m, problems);
+  corvid_py::pybind_qasm(m);
 
   m.def("set_num_threads", &corvid::set_num_threads, py::arg("n"),
         "Set the number of threads the simulation kernels use (default: OMP_NUM_THREADS, else "

@@ -157,6 +157,18 @@ void pybind_pauli_methods(py::module_& m, PauliClasses& classes) {
           ">>> list(PauliOperator(\"Z0\", 2) - 1)\n[('', -1.0), ('Z0', 2.0)]")
       .def("__str__", &PauliOperator::to_string)
       .def("__repr__", &PauliOperator::to_string)
+      .def(py::pickle(
+          [](const PauliOperator& op) {  // the terms as (key, coefficient) pairs
+            py::list terms;
+            for (const PauliOperator::Term& t : op) {
+              terms.append(py::make_tuple(corvid::format_pauli_key(t.string), py::cast(t.coefficient)));
+            }
+            return py::make_tuple(py::tuple(terms));
+          },
+          [](const py::tuple& state) {
+            if (state.size() != 1) throw std::invalid_argument("corrupt PauliOperator state");
+            return PauliOperator(state[0].cast<std::vector<std::pair<std::string, Coefficient>>>());
+          }))
       .def("__copy__", [](const PauliOperator& a) { return a; })
       .def(
           "__deepcopy__", [](const PauliOperator& a, py::dict) { return a; }, py::arg("memo"))

@@ -4,6 +4,7 @@
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -117,6 +118,25 @@ void bind_probability_map(py::class_<ProbabilityTable>& cls) {
       .def("keys", [](py::object self) { return mapping_view("KeysView", self); })
       .def("values", [](py::object self) { return mapping_view("ValuesView", self); })
       .def("items", [](py::object self) { return mapping_view("ItemsView", self); })
+      .def(py::pickle(
+          [](const ProbabilityTable& t) {  // the key length and the raw float64 table
+            return py::make_tuple(t.num_qubits,
+                                  py::bytes(reinterpret_cast<const char*>(t.values.data()),
+                                            t.values.size() * sizeof(double)));
+          },
+          [](const py::tuple& state) {
+            if (state.size() != 2) throw std::invalid_argument("corrupt ProbabilityMap state");
+            const auto num_qubits = state[0].cast<unsigned>();
+            const auto bytes = state[1].cast<std::string_view>();
+            if (num_qubits > 63 || bytes.size() % sizeof(double) != 0 ||
+                bytes.size() / sizeof(double) > (std::uint64_t{1} << num_qubits)) {
+              throw std::invalid_argument("corrupt ProbabilityMap state");
+            }
+            ProbabilityTable t{num_qubits, corvid::PooledBuffer<double>(bytes.size() / sizeof(double),
+                                                                        "probability table")};
+            std::memcpy(t.values.data(), bytes.data(), bytes.size());
+            return t;
+          }))
       .def("__eq__", &equals, py::is_operator())
       .def("__repr__", &repr);
   py::module_::import("collections.abc").attr("Mapping").attr("register")(cls);

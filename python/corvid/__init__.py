@@ -16,6 +16,7 @@ from ._core import (  # noqa: E402,F401
     ProbabilityMap, QCircuit, QProg, Qubit, S, T, X, Y, Z, hadamard_circuit, measure_all,
     measure_bandwidth,
 )
+from ._core import from_qasm, to_qasm  # noqa: E402,F401
 from ._core import (  # noqa: E402,F401
     clear_diagonal_cache, default_precision, diagonal_cache_info, fusion_enabled, kernel_set,
     kernel_sets, last_run_timings, set_default_precision, set_diagonal_cache_limit,

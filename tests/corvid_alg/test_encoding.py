@@ -30,15 +30,6 @@ def test_binary_operators_print_and_combine():
     assert [key for key, _ in p_1(12)] == ["", "Z12"]
 
 
-def test_operator_of_the_road_example_matches_the_polynomial():
-    expected = {(): 1.0, (0,): -0.5, (1,): -0.5, (2,): -1.5, (0, 1): 0.5}
-    built = 2 * p_1(0) * p_1(1) + 3 * p_1(2) - 1
-    encoded = problem_to_z_operator(2 * x0 * x1 + 3 * x2 - 1)
-    assert terms(built) == expected
-    assert terms(encoded) == expected
-    assert built == encoded
-
-
 @pytest.mark.parametrize("problem, expected", [
     (x0 ** 2, {(): 0.5, (0,): -0.5}),
     (x2 + 2 * x10, {(): 1.5, (0,): -1.0, (1,): -0.5}),  # x10 sorts before x2: qubit 0

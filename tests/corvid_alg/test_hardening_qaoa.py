@@ -3,6 +3,7 @@ documented message where there is one). Also: problems too large for memory, Ctr
 optimisation, threads, non-diagonal operators, non-finite losses, deep circuits."""
 
 import threading
+from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
@@ -185,21 +186,11 @@ def _solve(problem, start):
 
 def test_objects_optimised_in_parallel_threads_match_sequential_runs():
     xs = sympy.symbols("x0:10")
-    problems = [sum(((i * k) % 5 - 2) * xs[i] * xs[(i + k) % 10] for i in range(10)) + k * xs[k]
-                for k in range(1, 5)]
-    starts = [[0.2 * k, 0.1, 0.3, 0.05 * k] for k in range(1, 5)]
-    sequential = [_solve(p, s) for p, s in zip(problems, starts)]
-    parallel = [None] * len(problems)
-
-    def work(i):
-        parallel[i] = _solve(problems[i], starts[i])
-
-    threads = [threading.Thread(target=work, args=(i,)) for i in range(len(problems))]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
-    assert parallel == sequential
+    cases = [(sum(((i * k) % 5 - 2) * xs[i] * xs[(i + k) % 10] for i in range(10)) + k * xs[k],
+              [0.2 * k, 0.1, 0.3, 0.05 * k]) for k in range(1, 5)]
+    with ThreadPoolExecutor(len(cases)) as pool:
+        parallel = list(pool.map(lambda case: _solve(*case), cases))
+    assert parallel == [_solve(*case) for case in cases]
 
 
 def test_probabilities_stay_normalised_after_fifty_layers_on_twenty_qubits():

@@ -1,5 +1,7 @@
 #include "corvid/circuit/gate.h"
 
+#include "corvid/circuit/gate_definitions.h"
+
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
@@ -7,13 +9,6 @@
 namespace corvid {
 namespace {
 
-constexpr std::array<GateInfo, kNumGateKinds> kGateInfo{{
-    {"I", 1, false},    {"H", 1, false},    {"X", 1, false},    {"Y", 1, false},
-    {"Z", 1, false},    {"S", 1, false},    {"T", 1, false},    {"RX", 1, true},
-    {"RY", 1, true},    {"RZ", 1, true},    {"P", 1, true},     {"CNOT", 2, false},
-    {"CZ", 2, false},   {"SWAP", 2, false}, {"RXX", 2, true},   {"RYY", 2, true},
-    {"RZZ", 2, true},
-}};
 
 std::string gate_error(std::string_view name, const std::string& what) {
   return "gate " + std::string(name) + ": " + what;
@@ -21,7 +16,7 @@ std::string gate_error(std::string_view name, const std::string& what) {
 
 }  // namespace
 
-const GateInfo& gate_info(GateKind kind) { return kGateInfo[static_cast<std::size_t>(kind)]; }
+const GateInfo& gate_info(GateKind kind) { return gate_definition(kind).info; }
 
 Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle, double scale)
     : kind_(kind) {

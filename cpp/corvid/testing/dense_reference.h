@@ -1,8 +1,9 @@
 #pragma once
-/// A naive dense simulator, the oracle of the kernel and machine tests. Every gate is a matrix
-/// written out by hand, expanded to the full 2^n × 2^n operator and applied by a full
-/// matrix-vector product: O(4^n) per gate, for registers of a few qubits only. It shares no code
-/// with the kernels.
+/// A naive dense simulator, the oracle of the kernel and machine tests. Every gate's matrix
+/// (from circuit/gate_definitions.h, whose rows dense_reference.test.cc checks against states
+/// worked out by hand) is expanded to the full 2^n × 2^n operator and applied by a full
+/// matrix-vector product: O(4^n) per gate, for registers of a few qubits only. It shares no
+/// code with the kernels.
 
 #include <complex>
 #include <cstdint>

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <cassert>
-#include <numbers>
+
+#include "corvid/circuit/gate_definitions.h"
 
 namespace corvid {
 namespace {
-
-constexpr double kPi = std::numbers::pi;
 
 // A term as one gate gave it: the whole angle is coefficient·scale.
 struct ScaledTerm {
@@ -36,34 +35,30 @@ struct Accumulator {
     if (!was_own && is_own) --displaced;
   }
 
-  // P(φ) = e^{iφ/2}·RZ(φ).
-  void phase(unsigned q, double phi, double coefficient, double scale) {
-    global_phase += phi / 2;
-    terms.push_back({mask[q], coefficient / 2, scale});
-  }
-  void phase(unsigned q, double phi) { phase(q, phi, phi, 1.0); }
-
+  // Each gate by its phase rule. Its angle φ = coefficient·scale; diag(1, e^{iφ}) =
+  // e^{iφ/2}·RZ(φ), and φ·y_a·y_b = φ/4·(1 − s_a − s_b + s_a·s_b) with s = (−1)^y.
   void add(const Gate& g) {
-    const unsigned a = g.qubit(0);
-    const unsigned b = g.qubit(1);
-    const double coefficient = g.unscaled_angle() / 2;
-    switch (g.kind()) {
-      case GateKind::I: return;
-      case GateKind::CNOT: return cnot(a, b);
-      case GateKind::Z: return phase(a, kPi);
-      case GateKind::S: return phase(a, kPi / 2);
-      case GateKind::T: return phase(a, kPi / 4);
-      case GateKind::P: return phase(a, g.angle(), g.unscaled_angle(), g.angle_scale());
-      case GateKind::RZ: terms.push_back({mask[a], coefficient, g.angle_scale()}); return;
-      case GateKind::RZZ: terms.push_back({mask[a] ^ mask[b], coefficient, g.angle_scale()}); return;
-      case GateKind::CZ:
-        // π·y_a·y_b = π/4·(1 − s_a − s_b + s_a·s_b) with s = (−1)^y.
-        global_phase += kPi / 4;
-        terms.push_back({mask[a], kPi / 4, 1.0});
-        terms.push_back({mask[b], kPi / 4, 1.0});
-        terms.push_back({mask[a] ^ mask[b], -kPi / 4, 1.0});
+    const PhaseRule& rule = gate_definition(g.kind()).phase;
+    const double c = g.has_angle() ? g.unscaled_angle() : rule.fixed_angle;
+    const double scale = g.has_angle() ? g.angle_scale() : 1.0;
+    const double phi = g.has_angle() ? g.angle() : rule.fixed_angle;
+    const std::uint64_t a = mask[g.qubit(0)];
+    const std::uint64_t b = g.num_qubits() == 2 ? mask[g.qubit(1)] : 0;
+    switch (rule.shape) {
+      case PhaseShape::kIdentity: return;
+      case PhaseShape::kParity: return cnot(g.qubit(0), g.qubit(1));
+      case PhaseShape::kPhase:
+        global_phase += phi / 2;
+        terms.push_back({a, c / 2, scale});
         return;
-      default: assert(false && "not a phase-polynomial gate");
+      case PhaseShape::kZRotation: terms.push_back({a ^ b, c / 2, scale}); return;
+      case PhaseShape::kControlledPhase:
+        global_phase += phi / 4;
+        terms.push_back({a, c / 4, scale});
+        terms.push_back({b, c / 4, scale});
+        terms.push_back({a ^ b, -c / 4, scale});
+        return;
+      case PhaseShape::kNone: assert(false && "not a phase-polynomial gate");
     }
   }
 };
@@ -105,13 +100,7 @@ std::vector<PhaseTerm> merge_terms(std::vector<PhaseTerm> terms) {
 }
 
 bool is_phase_polynomial_kind(GateKind kind) {
-  switch (kind) {
-    case GateKind::I: case GateKind::Z: case GateKind::S: case GateKind::T: case GateKind::RZ:
-    case GateKind::P: case GateKind::CNOT: case GateKind::CZ: case GateKind::RZZ:
-      return true;
-    default:
-      return false;
-  }
+  return gate_definition(kind).phase.shape != PhaseShape::kNone;
 }
 
 DiagonalRun longest_diagonal_run(std::span<const Gate> gates, unsigned num_qubits,

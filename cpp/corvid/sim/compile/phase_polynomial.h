@@ -42,8 +42,8 @@ struct PhasePolynomial {
 /// summed in their given order, zero coefficients dropped. Mask 0 is kept like any other.
 std::vector<PhaseTerm> merge_terms(std::vector<PhaseTerm> terms);
 
-/// True for the kinds a phase polynomial absorbs: CNOT and the diagonal gates I, Z, S, T, RZ,
-/// P, CZ, RZZ.
+/// True for the kinds a phase polynomial absorbs: those with a phase rule in
+/// circuit/gate_definitions.h (CNOT and the diagonal gates).
 bool is_phase_polynomial_kind(GateKind kind);
 
 /// The longest prefix of a run of phase-polynomial gates that is diagonal.

@@ -6,7 +6,6 @@
 
 #include "corvid/sim/execute/diagonal_pass.h"
 #include "corvid/sim/execute/executor.h"
-#include "corvid/sim/kernels/two_qubit_matrix.h"
 #include "corvid/util/interrupt.h"
 
 namespace corvid {
@@ -24,17 +23,6 @@ const DiagonalOp* diagonal_at(const CompiledProgram& p, std::size_t i) {
 
 const LayerOp* layer_at(const CompiledProgram& p, std::size_t i) {
   return i < p.ops.size() ? std::get_if<LayerOp>(&p.ops[i]) : nullptr;
-}
-
-void apply_plain(StateVector& state, const Gate& g, const KernelSet&) { apply_gate(state, g); }
-
-void apply_plain(StateVector32& state, const Gate& g, const KernelSet32& k) {
-  if (g.kind() == GateKind::I) return;
-  if (g.num_qubits() == 1) {
-    const QubitMatrix m{g.qubit(0), matrix_of(g)};
-    return apply_rotation_layer<float>(state.data(), state.num_qubits(), {&m, 1}, k);
-  }
-  apply_matrix4(state.data(), state.num_qubits(), g.qubit(0), g.qubit(1), matrix4_of(g));
 }
 
 // Prepares the initial state; returns the number of operations it already applied. A leading
@@ -96,7 +84,7 @@ void execute(BasicStateVector<Real>& state, const CompiledProgram& program, bool
       t.layer += seconds_since(start);
       i += 1;
     } else {
-      apply_plain(state, std::get<GateOp>(program.ops[i]).gate, kernels);
+      apply_gate(state, std::get<GateOp>(program.ops[i]).gate, kernels);
       t.gates += seconds_since(start);
       i += 1;
     }

@@ -18,8 +18,7 @@ namespace corvid {
 /// `from_zero`, the state's contents are ignored and the run starts from |0…0⟩. Adds the time
 /// of each kind of operation to `timings` when given (a diagonal or an initial state sharing a
 /// layer's pass counts as layer time, a diagonal sharing the initial state's pass as init time).
-/// Double- and single-precision states alike (plain gates of the latter run through the
-/// one-qubit layer and 4×4 kernels).
+/// Double- and single-precision states alike (plain gates run through apply_gate).
 template <class Real>
 void execute(BasicStateVector<Real>& state, const CompiledProgram& program, bool from_zero,
              RunTimings* timings = nullptr,

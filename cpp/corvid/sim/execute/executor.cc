@@ -1,49 +1,35 @@
 #include "corvid/sim/execute/executor.h"
 
 #include <cassert>
-#include <cmath>
-#include <numbers>
 
-#include "corvid/sim/kernels/kernels.h"
+#include "corvid/sim/execute/rotation_layer.h"
+#include "corvid/sim/kernels/two_qubit_matrix.h"
 
 namespace corvid {
 
-void apply_gate(StateVector& state, const Gate& gate) {
-  using K = GateKind;
-  Amplitude* a = state.data();
-  const unsigned n = state.num_qubits();
-  const unsigned q0 = gate.qubit(0);
-  const unsigned q1 = gate.qubit(1);
-  const double phi = gate.angle();
-  const double r = std::numbers::sqrt2 / 2;
-  const Amplitude one(1, 0);
+template <class Real>
+void apply_gate(BasicStateVector<Real>& state, const Gate& gate,
+                const std::type_identity_t<BasicKernelSet<Real>>& kernels) {
 #ifndef NDEBUG
-  for (std::uint32_t q : gate.qubits()) assert(q < n);
+  for (std::uint32_t q : gate.qubits()) assert(q < state.num_qubits());
 #endif
-  switch (gate.kind()) {
-    case K::I: return;
-    case K::H: return kernels::apply_h(a, n, q0);
-    case K::X: return kernels::apply_x(a, n, q0);
-    case K::Y: return kernels::apply_y(a, n, q0);
-    case K::Z: return kernels::apply_diagonal1(a, n, q0, one, -one);
-    case K::S: return kernels::apply_diagonal1(a, n, q0, one, Amplitude(0, 1));
-    case K::T: return kernels::apply_diagonal1(a, n, q0, one, Amplitude(r, r));
-    case K::RX: return kernels::apply_rx(a, n, q0, phi);
-    case K::RY: return kernels::apply_ry(a, n, q0, phi);
-    case K::RZ:
-      return kernels::apply_diagonal1(a, n, q0, std::polar(1.0, -phi / 2), std::polar(1.0, phi / 2));
-    case K::P: return kernels::apply_diagonal1(a, n, q0, one, std::polar(1.0, phi));
-    case K::CNOT: return kernels::apply_cnot(a, n, q0, q1);
-    case K::CZ: return kernels::apply_cz(a, n, q0, q1);
-    case K::SWAP: return kernels::apply_swap(a, n, q0, q1);
-    case K::RXX: return kernels::apply_rxx(a, n, q0, q1, phi);
-    case K::RYY: return kernels::apply_ryy(a, n, q0, q1, phi);
-    case K::RZZ: return kernels::apply_rzz(a, n, q0, q1, phi);
+  if (gate.kind() == GateKind::I) return;
+  if (gate.num_qubits() == 1) {
+    const QubitMatrix m{gate.qubit(0), matrix_of(gate)};
+    return apply_rotation_layer<Real>(state.data(), state.num_qubits(), {&m, 1}, kernels);
   }
+  apply_matrix4(state.data(), state.num_qubits(), gate.qubit(0), gate.qubit(1), matrix4_of(gate));
 }
 
-void execute(StateVector& state, std::span<const Gate> gates) {
-  for (const Gate& g : gates) apply_gate(state, g);
+template <class Real>
+void execute(BasicStateVector<Real>& state, std::span<const Gate> gates,
+             const std::type_identity_t<BasicKernelSet<Real>>& kernels) {
+  for (const Gate& g : gates) apply_gate(state, g, kernels);
 }
+
+template void apply_gate<double>(StateVector&, const Gate&, const KernelSet&);
+template void apply_gate<float>(StateVector32&, const Gate&, const KernelSet32&);
+template void execute<double>(StateVector&, std::span<const Gate>, const KernelSet&);
+template void execute<float>(StateVector32&, std::span<const Gate>, const KernelSet32&);
 
 }  // namespace corvid

@@ -8,7 +8,6 @@
 
 #include "corvid/sim/execute/diagonal_pass.h"
 #include "corvid/sim/execute/executor.h"
-#include "corvid/sim/kernels/kernels.h"
 
 namespace corvid {
 namespace {

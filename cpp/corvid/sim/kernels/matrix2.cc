@@ -3,7 +3,8 @@
 #include <cassert>
 #include <algorithm>
 #include <cmath>
-#include <numbers>
+
+#include "corvid/circuit/gate_definitions.h"
 
 namespace corvid {
 
@@ -25,24 +26,8 @@ ScaledMatrix2 factor_scale(const Matrix2& m) {
 
 Matrix2 matrix_of(const Gate& gate) {
   assert(gate.num_qubits() == 1);
-  const double h = std::sqrt(0.5);
-  const double c = std::cos(gate.angle() / 2);
-  const double s = std::sin(gate.angle() / 2);
-  const Amplitude i(0, 1);
-  switch (gate.kind()) {
-    case GateKind::I: return {1, 0, 0, 1};
-    case GateKind::H: return {h, h, h, -h};
-    case GateKind::X: return {0, 1, 1, 0};
-    case GateKind::Y: return {0, -i, i, 0};
-    case GateKind::Z: return {1, 0, 0, -1};
-    case GateKind::S: return {1, 0, 0, i};
-    case GateKind::T: return {1, 0, 0, Amplitude(h, h)};
-    case GateKind::RX: return {c, -i * s, -i * s, c};
-    case GateKind::RY: return {c, -s, s, c};
-    case GateKind::RZ: return {Amplitude(c, -s), 0, 0, Amplitude(c, s)};
-    case GateKind::P: return {1, 0, 0, std::polar(1.0, gate.angle())};
-    default: assert(false && "not a one-qubit gate"); return {};
-  }
+  const GateMatrix m = gate_matrix(gate);
+  return {m(0, 0), m(0, 1), m(1, 0), m(1, 1)};
 }
 
 }  // namespace corvid

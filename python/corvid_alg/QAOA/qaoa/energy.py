@@ -159,9 +159,7 @@ class EnergyCache(MutableMapping):
         self._computed[key] = energy
         index = self._index(key)
         if index is not None:
-            self._all = self._all.copy()
             self._all[index] = energy
-            self._all.setflags(write=False)
 
     def __delitem__(self, key):
         if key not in self:
@@ -196,7 +194,7 @@ class EnergyCache(MutableMapping):
         return f"EnergyCache({{{shown}{more}}})"
 
     def all_energies(self):
-        """The energy of every basis state (read-only array), computed on first use; energies
+        """The energy of every basis state (a read-only view), computed on first use; energies
         written into the cache replace the computed ones."""
         if self._all is None:
             energies = self._model.all_energies()
@@ -204,9 +202,10 @@ class EnergyCache(MutableMapping):
             for key, energy in self._computed.items():
                 if isinstance(key, str) and len(key) == n and not key.strip("01"):
                     energies[int(key, 2) if n else 0] = energy
-            energies.setflags(write=False)
             self._all = energies
-        return self._all
+        view = self._all.view()
+        view.setflags(write=False)
+        return view
 
     def covers_whole_space(self, result):
         """True when `result` is an exact distribution whose energies can come as one array."""
