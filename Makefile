@@ -67,7 +67,7 @@ sanitize: system
 	  -DCMAKE_CXX_FLAGS="$(SANITIZE)" -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE)"
 	cmake --build $(ASAN_BUILD) -j $(JOBS) --target corvid_tests
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
-	  LSAN_OPTIONS=suppressions=$(CURDIR)/tools/lsan.supp $(ASAN_BUILD)/corvid_tests --gtest_brief=1
+	  $(ASAN_BUILD)/corvid_tests --gtest_brief=1
 
 # FUZZ_SECONDS in all, a third each: libFuzzer on Pauli keys and the operator algebra, libFuzzer
 # on the OpenQASM reader and writer (new inputs they find go to build/fuzz/corpus-*, the
