@@ -12,6 +12,7 @@
 #include <random>
 
 #include "corvid/circuit/circuit.h"
+#include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/diagonal.h"
 #include "corvid/sim/machine/machine.h"
 
@@ -181,6 +182,22 @@ TEST(DistributedState, BadInputOnOneRankIsAnErrorOnEveryRank) {
   // Good input afterwards still works: no rank was left behind in a collective.
   EXPECT_NEAR(state.expectation({p.data(), p.size()}, e), 1.0, 1e-15);
   EXPECT_THROW(state.apply_one_qubit(4, Matrix2{}), std::invalid_argument);
+}
+
+// Run only by the ctest that expects its message (disabled otherwise): rank 1's failed call
+// must end rank 0 too, which waits in a barrier that rank 1 never reaches.
+TEST(DistributedState, DISABLED_FailedCallEndsEveryRank) {
+  MPI_Comm comm;
+  MPI_Comm_dup(MPI_COMM_WORLD, &comm);
+  MPI_Comm_set_errhandler(comm, MPI_ERRORS_RETURN);
+  int rank = 0;
+  MPI_Comm_rank(comm, &rank);
+  if (rank == 1) {
+    const double value = 1.0;
+    check_mpi(MPI_Send(&value, 1, MPI_DOUBLE, 1 << 20, 0, comm), "MPI_Send", comm);
+  }
+  MPI_Barrier(comm);
+  ADD_FAILURE() << "rank " << rank << " was not ended";
 }
 
 // Rank 0 prints the usual report; the other ranks print only their failures, prefixed.
