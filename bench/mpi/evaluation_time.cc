@@ -2,9 +2,11 @@
 // probabilities and the energy expectation, on a random graph's MaxCut-like ZZ terms.
 // Usage: mpirun -n R evaluation_time N P [REPEATS]; rank 0 prints the slowest rank's time.
 #include <mpi.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -56,9 +58,19 @@ int main(int argc, char** argv) {
       MPI_Allreduce(&seconds, &slowest, 1, MPI_DOUBLE, MPI_MAX, MPI_COMM_WORLD);
       best = std::min(best, slowest);
     }
+    // Peak resident memory of the largest rank, against its slice of 16-byte amplitudes.
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    double peak_mib = static_cast<double>(usage.ru_maxrss) / 1024.0, max_peak_mib = 0.0;
+    MPI_Reduce(&peak_mib, &max_peak_mib, 1, MPI_DOUBLE, MPI_MAX, 0, MPI_COMM_WORLD);
     if (rank == 0) {
-      std::printf("n=%u p=%d ranks=%d chunk=%zu ms/eval=%.1f loss=%.12f\n", n, layers, ranks,
-                  state.chunk_size(), 1e3 * best, loss);
+      const double slice_mib = std::ldexp(16.0, static_cast<int>(state.local_qubits()) - 20);
+      const double sent_mib = static_cast<double>(state.bytes_exchanged()) / repeats / (1 << 20);
+      std::printf(
+          "n=%u p=%d ranks=%d chunk=%zu ms/eval=%.1f MiB-sent/eval/rank=%.1f slice-MiB=%.1f "
+          "peak-MiB=%.1f loss=%.12f\n",
+          n, layers, ranks, state.chunk_size(), 1e3 * best, sent_mib, slice_mib, max_peak_mib,
+          loss);
     }
   } catch (const std::exception& e) {
     std::fprintf(stderr, "rank %d: %s\n", rank, e.what());

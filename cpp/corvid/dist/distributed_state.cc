@@ -145,6 +145,7 @@ void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m) {
                            buffer_.data(), static_cast<int>(2 * count), MPI_DOUBLE, partner, 0,
                            comm_, MPI_STATUS_IGNORE),
               "MPI_Sendrecv", comm_);
+    bytes_exchanged_ += count * sizeof(Amp);
     const Amp* theirs = buffer_.data();
     const auto n = static_cast<std::int64_t>(count);
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(count))

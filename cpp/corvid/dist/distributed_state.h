@@ -60,6 +60,8 @@ class DistributedState {
   }
   /// Amplitudes per exchange chunk.
   std::size_t chunk_size() const { return buffer_.size(); }
+  /// Bytes this rank has sent to its partners in exchanges since construction.
+  std::uint64_t bytes_exchanged() const { return bytes_exchanged_; }
 
   /// |0…0⟩, or the uniform superposition (H on every qubit). Local, no communication.
   void set_zero();
@@ -104,6 +106,7 @@ class DistributedState {
   int ranks_ = 1;
   AlignedBuffer<std::complex<double>> amps_;
   AlignedBuffer<std::complex<double>> buffer_;
+  std::uint64_t bytes_exchanged_ = 0;
 };
 
 /// E[x] = sum_t coeffs[t]·(-1)^popcount(x & masks[t]) for the slice of `state`'s rank: each
