@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <limits>
 #include <queue>
 #include <stdexcept>
 #include <string>
@@ -219,6 +220,10 @@ std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
 
   // This rank's best `local` entries, the worst of them on top of the heap.
   const std::size_t local = std::min(count, amps_.size());
+  if (local > static_cast<std::size_t>(std::numeric_limits<int>::max() / ranks_)) {
+    throw std::invalid_argument("top_solutions: " + std::to_string(count) +
+                                " solutions are too many to gather on one rank");
+  }
   std::priority_queue<Solution, std::vector<Solution>, decltype(&better)> heap(&better);
   const std::uint64_t first = first_index();
   for (std::size_t i = 0; i < p.size() && local > 0; ++i) {

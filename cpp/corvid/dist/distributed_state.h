@@ -90,7 +90,8 @@ class DistributedState {
                     double temperature) const;
   /// The `count` most probable basis states over all ranks (fewer when the state has fewer),
   /// most probable first, ties in ascending index order; the same list on every rank.
-  /// O(2^(n-k) log count) per rank. Collective.
+  /// O(2^(n-k) log count) per rank. Collective. Throws std::invalid_argument when rank 0
+  /// could not gather every rank's min(count, 2^(n-k)) candidates in one message.
   std::vector<Solution> top_solutions(std::span<const double> p, std::size_t count) const;
 
  private:
