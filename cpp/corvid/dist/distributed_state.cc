@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstdint>
 #include <cmath>
 #include <limits>
 #include <queue>
@@ -15,6 +16,7 @@
 #include "corvid/qaoa/z_energies.h"
 #include "corvid/sim/execute/rotation_layer.h"
 #include "corvid/util/errors.h"
+#include "corvid/util/memory.h"
 #include "corvid/util/parallel.h"
 
 namespace corvid::dist {
@@ -59,15 +61,31 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
   check_mpi(MPI_Comm_set_errhandler(comm_, MPI_ERRORS_RETURN), "MPI_Comm_set_errhandler", comm_);
   check_mpi(MPI_Comm_rank(comm_, &rank_), "MPI_Comm_rank", comm_);
   ranks_ = ranks;
+  // The ranks that share a node share its memory: each checks that all their slices fit
+  // together, before any touches its own (the pages of a large allocation are taken on first
+  // touch, in set_zero below, after everyone has checked).
+  MPI_Comm node = MPI_COMM_NULL;
+  check_mpi(MPI_Comm_split_type(comm_, MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, &node),
+            "MPI_Comm_split_type", comm_);
+  int node_ranks = 1;
+  check_mpi(MPI_Comm_size(node, &node_ranks), "MPI_Comm_size", node);
+  check_mpi(MPI_Comm_free(&node), "MPI_Comm_free", comm_);
   // Ranks may differ in free memory: all agree on whether every slice fitted before any goes
   // on, so that none waits in a collective for a rank that has thrown.
   const std::size_t local_size = std::size_t{1} << local_qubits_;
+  const std::size_t chunk = std::min(max_chunk, std::max<std::size_t>(local_size / 8, 1));
   std::string error;
   try {
+    const std::size_t per_rank = (local_size + (ranks > 1 ? chunk : 0)) * sizeof(Amp);
+    if (per_rank > SIZE_MAX / static_cast<std::size_t>(node_ranks)) {
+      require_memory(SIZE_MAX, "the distributed state");
+    }
+    require_memory(per_rank * static_cast<std::size_t>(node_ranks),
+                   "the slices of the distributed state's " + std::to_string(node_ranks) +
+                       " ranks on this node");
     amps_ = AlignedBuffer<Amp>(local_size, "the local slice of the distributed state");
     if (ranks > 1) {
-      buffer_ = AlignedBuffer<Amp>(std::min(max_chunk, std::max<std::size_t>(local_size / 8, 1)),
-                                   "the exchange buffer of the distributed state");
+      buffer_ = AlignedBuffer<Amp>(chunk, "the exchange buffer of the distributed state");
     }
   } catch (const OutOfMemory& e) {
     error = e.what();

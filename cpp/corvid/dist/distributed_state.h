@@ -41,7 +41,9 @@ class DistributedState {
   /// Splits n = num_qubits qubits over the ranks of `comm` (duplicated, so its error handler
   /// stays the caller's). Throws std::invalid_argument, on every rank alike, unless the rank
   /// count is a power of two, at most 2^(n-1) (each rank keeps a local qubit) and n <= 62,
-  /// or when max_chunk is 0. The state starts as |0…0⟩. Collective.
+  /// or when max_chunk is 0; OutOfMemory, on every rank alike, when the slices of the ranks
+  /// that share a node do not fit in its available memory together or any rank's allocation
+  /// fails. The state starts as |0…0⟩. Collective.
   DistributedState(MPI_Comm comm, unsigned num_qubits,
                    std::size_t max_chunk = kMaxExchangeChunk);
   ~DistributedState();

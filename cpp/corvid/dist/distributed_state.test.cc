@@ -15,6 +15,7 @@
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/diagonal.h"
 #include "corvid/sim/machine/machine.h"
+#include "corvid/util/errors.h"
 
 namespace corvid::dist {
 namespace {
@@ -165,6 +166,15 @@ TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   EXPECT_NO_THROW(DistributedState(MPI_COMM_WORLD, most_global + 1));
   EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 63), std::invalid_argument);
   EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 5, 0), std::invalid_argument);
+  // 2^50 amplitudes (16 PiB) fit on no node: refused on every rank before any allocates.
+  try {
+    DistributedState(MPI_COMM_WORLD, 50);
+    ADD_FAILURE() << "a 50-qubit state was allocated";
+  } catch (const OutOfMemory& e) {
+    EXPECT_NE(std::string(e.what()).find(std::to_string(ranks) + " ranks on this node"),
+              std::string::npos)
+        << e.what();
+  }
 }
 
 TEST(DistributedState, BadInputOnOneRankIsAnErrorOnEveryRank) {
