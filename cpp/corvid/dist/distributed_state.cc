@@ -13,6 +13,7 @@
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/losses.h"
+#include "corvid/qaoa/weight_key.h"
 #include "corvid/qaoa/z_energies.h"
 #include "corvid/sim/execute/rotation_layer.h"
 #include "corvid/util/errors.h"
@@ -224,6 +225,67 @@ double DistributedState::gibbs_loss(std::span<const double> p, std::span<const d
     return gibbs_sum(p, e, temperature);
   });
   return -std::log(sum_over_ranks(local, error));
+}
+
+double DistributedState::cvar(std::span<const double> p, std::span<const double> e,
+                              double alpha) const {
+  std::string error;
+  catching(error, [&] {
+    check_same_length(p.size(), "p", amps_.size(), "the local slice");
+    check_same_length(p.size(), "p", e.size(), "e");
+    check_weights(p, "p");
+    if (!(alpha >= 0.0 && alpha <= 1.0)) {
+      throw std::invalid_argument("alpha must be a number in [0, 1], got " +
+                                  format_double(alpha));
+    }
+    return 0.0;
+  });
+  sum_over_ranks(0.0, error);
+  if (alpha == 0.0) return 0.0;
+
+  // The key of the entry that crosses alpha, one byte at a time from the top; `above` is the
+  // mass of all heavier keys over all ranks.
+  std::uint64_t threshold = 0;
+  double above = 0.0;
+  bool crossed = true;
+  for (int shift = 56; shift >= 0 && crossed; shift -= 8) {
+    std::vector<double> local(256, 0.0), total(256, 0.0);
+    for (double w : p) {
+      const std::uint64_t key = weight_key(w);
+      if (shift < 56 && (key >> (shift + 8)) != (threshold >> (shift + 8))) continue;
+      local[(key >> shift) & 255] += w;
+    }
+    check_mpi(MPI_Allreduce(local.data(), total.data(), 256, MPI_DOUBLE, MPI_SUM, comm_),
+              "MPI_Allreduce", comm_);
+    crossed = false;
+    for (int b = 255; b >= 0; --b) {
+      if (above + total[b] >= alpha) {
+        threshold |= std::uint64_t(b) << shift;
+        crossed = true;
+        break;
+      }
+      above += total[b];
+    }
+  }
+  // This rank's share of alpha: its heavier entries, then its part of the tied entries, which
+  // lower ranks (lower indices) fill first.
+  double share = 1.0;  // the whole slice, when alpha exceeds the total mass
+  if (crossed) {
+    const double t = std::bit_cast<double>(threshold);
+    double heavier = 0.0;
+    std::uint64_t ties = 0, ties_before = 0;
+    for (double w : p) {
+      const std::uint64_t key = weight_key(w);
+      if (key > threshold) heavier += w;
+      ties += key == threshold;
+    }
+    check_mpi(MPI_Exscan(&ties, &ties_before, 1, MPI_UINT64_T, MPI_SUM, comm_), "MPI_Exscan",
+              comm_);
+    if (rank_ == 0) ties_before = 0;  // MPI leaves rank 0's result undefined
+    const double left = alpha - above - static_cast<double>(ties_before) * t;
+    share = std::min(1.0, heavier + std::clamp(left, 0.0, static_cast<double>(ties) * t));
+  }
+  return sum_over_ranks(corvid::cvar(p, e, share), "");
 }
 
 std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,

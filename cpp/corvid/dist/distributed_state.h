@@ -90,6 +90,12 @@ class DistributedState {
   /// -log(sum_x p[x]·exp(-E[x]/temperature)) over all ranks. Collective.
   double gibbs_loss(std::span<const double> p, std::span<const double> e,
                     double temperature) const;
+  /// CVaR over all ranks, as corvid::cvar defines it for the whole distribution (the heaviest
+  /// entries first, ties in ascending global index order, not divided by alpha). A radix
+  /// selection of the crossing weight on summed per-rank histograms (8 passes over the slice,
+  /// one MPI_Allreduce of 256 sums each) tells every rank how much of alpha's mass is its own;
+  /// corvid::cvar on the slice with that mass gives its share. Collective; errors as above.
+  double cvar(std::span<const double> p, std::span<const double> e, double alpha) const;
   /// The `count` most probable basis states over all ranks (fewer when the state has fewer),
   /// most probable first, ties in ascending index order; the same list on every rank.
   /// O(2^(n-k) log count) per rank. Collective. Throws std::invalid_argument when rank 0
