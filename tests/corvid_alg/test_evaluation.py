@@ -213,14 +213,6 @@ def _solve_road(seed):
     return QAOA(ROAD).run(layer=1, optimizer_option={"options": {"maxiter": 3}})
 
 
-def _qcircuit_pickles():
-    try:
-        pickle.dumps(corvid.QCircuit())
-        return True
-    except TypeError:
-        return False
-
-
 @pytest.mark.parametrize("shots", [-1, 30])
 def test_run_results_pickle_copy_convert_and_cross_processes(shots):
     np.random.seed(1)
@@ -233,8 +225,6 @@ def test_run_results_pickle_copy_convert_and_cross_processes(shots):
     with multiprocessing.get_context("fork").Pool(1) as pool:
         remote = pool.apply(_solve_road, (4,))
     assert list(remote[0].items()) == list(_solve_road(4)[0].items())
-    if not _qcircuit_pickles():
-        pytest.skip("corvid.QCircuit (the solver's last circuit) does not pickle yet")
     for clone in (pickle.loads(pickle.dumps(solver)), copy.deepcopy(solver)):
         assert dict(clone.energy_dict) == dict(solver.energy_dict)
         assert clone.run(layer=1, initial_para=[0.1, 0.2])[0] is not None
