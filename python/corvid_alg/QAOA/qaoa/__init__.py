@@ -518,7 +518,8 @@ class QAOA:
             temperature).
         optimize_type: "default" (all 2p angles at once) or "interp" (layer by layer).
         optimizer: "SPSA", or a method of scipy.optimize.minimize (None: its default).
-        optimizer_option: keyword arguments for every minimiser call.
+        optimizer_option: keyword arguments for every minimiser call; ``jac=True`` gives a
+            scipy minimiser the exact gradient (``loss_and_gradient``, exact runs only).
         loss_option: alpha, temperature, gamma_bounds, beta_bounds (list of (low, high) per
             layer, or one pair for all layers); other keys are ignored.
 
