@@ -57,6 +57,7 @@ from .optimize import (
     reject_duplicates,
     spsa_result,
     stopped_result,
+    with_difference_step,
 )
 
 _LOSSES = {"default": "_loss_function_default", "CVaR": "_loss_function_cvar",
@@ -378,6 +379,8 @@ class QAOA:
             self.optimizer_result = spsa_result(x, len(self.history) - before)
             return x
         reject_duplicates(optimize_option, ("bounds", "method"))
+        optimize_option = with_difference_step(self.optimizer, optimize_option,
+                                                corvid.default_precision())
         result = minimize(objective, initial_para, bounds=bounds,
                           method=self.optimizer, **optimize_option)
         self.optimizer_result = result
