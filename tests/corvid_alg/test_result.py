@@ -179,6 +179,7 @@ def test_result_keeps_only_the_top_solutions():
 
 @pytest.mark.parametrize("options", [
     {}, {"optimizer": "COBYLA"}, {"optimizer": "SPSA", "optimizer_option": {"maxiter": 5}},
+    {"optimizer_option": {"jac": True}},
     {"optimize_type": "interp", "initial_para": [0.3, 0.2]},
 ])
 def test_run_leaves_history_best_and_optimizer_result(options, capsys):
