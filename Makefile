@@ -67,13 +67,14 @@ sanitize: system
 	  -DCMAKE_CXX_FLAGS="$(SANITIZE)" -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE)"
 	cmake --build $(ASAN_BUILD) -j $(JOBS) --target corvid_tests
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
-	  LSAN_OPTIONS=suppressions=$(CURDIR)/tools/lsan.supp $(ASAN_BUILD)/corvid_tests --gtest_brief=1
+	  $(ASAN_BUILD)/corvid_tests --gtest_brief=1
 
-# FUZZ_SECONDS in all, half each: libFuzzer on Pauli keys and the operator algebra (new inputs it
-# finds go to build/fuzz/corpus, the committed seeds in fuzz/corpus/pauli are only read), then a
-# mutation fuzzer of the command line's formula, JSON and edge-list readers (fuzz/readers_fuzz.py).
+# FUZZ_SECONDS in all, a third each: libFuzzer on Pauli keys and the operator algebra, libFuzzer
+# on the OpenQASM reader and writer (new inputs they find go to build/fuzz/corpus-*, the
+# committed seeds in fuzz/corpus/ are only read), then a mutation fuzzer of the command line's
+# formula, JSON and edge-list readers (fuzz/readers_fuzz.py).
 FUZZ_SECONDS  ?= 60
-FUZZ_HALF     = $(shell expr $(FUZZ_SECONDS) / 2)
+FUZZ_PART     = $(shell expr $(FUZZ_SECONDS) / 3)
 FUZZ_BUILD    := build/fuzz
 PAULI_SOURCES := $(filter-out %.test.cc %.perf.cc,$(wildcard cpp/corvid/pauli/*.cc))
 
@@ -82,11 +83,20 @@ $(FUZZ_BUILD)/pauli_fuzz: fuzz/pauli_fuzz.cc $(PAULI_SOURCES) $(wildcard cpp/cor
 	clang++ -std=c++20 -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined \
 	  -Icpp fuzz/pauli_fuzz.cc $(PAULI_SOURCES) -o $@
 
-fuzz: $(FUZZ_BUILD)/pauli_fuzz build
-	@mkdir -p $(FUZZ_BUILD)/corpus
-	$(FUZZ_BUILD)/pauli_fuzz -max_total_time=$(FUZZ_HALF) -dict=fuzz/pauli.dict \
-	  -print_final_stats=1 $(FUZZ_BUILD)/corpus fuzz/corpus/pauli
-	$(DEV_PATH) $(PY) fuzz/readers_fuzz.py $(FUZZ_HALF)
+QASM_SOURCES  := $(filter-out %.test.cc,$(wildcard cpp/corvid/circuit/*.cc)) cpp/corvid/util/memory.cc
+
+$(FUZZ_BUILD)/qasm_fuzz: fuzz/qasm_fuzz.cc $(QASM_SOURCES) $(wildcard cpp/corvid/circuit/*.h) | system
+	@mkdir -p $(FUZZ_BUILD)
+	clang++ -std=c++20 -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined \
+	  -Icpp fuzz/qasm_fuzz.cc $(QASM_SOURCES) -o $@
+
+fuzz: $(FUZZ_BUILD)/pauli_fuzz $(FUZZ_BUILD)/qasm_fuzz build
+	@mkdir -p $(FUZZ_BUILD)/corpus-pauli $(FUZZ_BUILD)/corpus-qasm
+	$(FUZZ_BUILD)/pauli_fuzz -max_total_time=$(FUZZ_PART) -dict=fuzz/pauli.dict \
+	  -print_final_stats=1 $(FUZZ_BUILD)/corpus-pauli fuzz/corpus/pauli
+	$(FUZZ_BUILD)/qasm_fuzz -max_total_time=$(FUZZ_PART) -max_len=4096 -print_final_stats=1 \
+	  $(FUZZ_BUILD)/corpus-qasm fuzz/corpus/qasm
+	$(DEV_PATH) $(PY) fuzz/readers_fuzz.py $(FUZZ_PART)
 
 clean:
 	rm -rf build

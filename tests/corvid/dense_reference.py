@@ -79,3 +79,16 @@ def marginal(state, n, qubits):
 def key(index, width):
     """Bit string of index with bit 0 right-most."""
     return format(index, f"0{width}b") if width else ""
+
+
+def pauli_matrix(terms, n):
+    """The 2^n x 2^n matrix of (key, coefficient) pairs such as a PauliOperator's, or of one key
+    (bit q of the basis index is qubit q, so kron takes the qubits from n-1 down to 0)."""
+    out = np.zeros((2**n, 2**n), dtype=complex)
+    for key, coefficient in [(terms, 1)] if isinstance(terms, str) else terms:
+        letters = {int(f[1:]): f[0] for f in key.split()}
+        product = np.eye(1)
+        for q in reversed(range(n)):
+            product = np.kron(product, _FIXED[letters.get(q, "I")])
+        out += coefficient * product
+    return out

@@ -235,16 +235,8 @@ def test_progress_draws_only_on_a_terminal():
     (["-e", "1e308*x0 + 1e308*x1"], 1, "the energies can exceed the float range"),
     (["--maxcut", "/no/such/file"], 1, "cannot read"),
     (["--qubo", "q.txt"], 1, ".npy or .csv"),
-])
-def test_bad_options_and_inputs_fail_with_one_line(argv, status, fragment):
-    code, out, err = run_cli(*argv)
-    assert code == status
-    assert out == ""
-    assert err.count("\n") == 1 and err.startswith("corvid-qaoa: error: ")
-    assert fragment in err
-
-
-@pytest.mark.parametrize("name, content, fragment", [
+] + [([{"g": "--maxcut", "q": "--qubo", "m": "--model"}[name[0]], (name, content)], 1, fragment)
+     for name, content, fragment in [  # files (name, content) written first
     ("g.txt", "0 1\n1 1\n", "line 2: self-loop"),
     ("g.txt", "0 1 x\n", "line 1: weight 'x'"),
     ("g.txt", "0 1 2 3\n", "line 1: expected"),
@@ -266,19 +258,20 @@ def test_bad_options_and_inputs_fail_with_one_line(argv, status, fragment):
     ("m.json", '{"quadratic": [["a", "b"]]}', '"quadratic" entry 0'),
     ("m.json", '{"offset": 2}', "no linear, quadratic"),
     ("m.json", '{"linear": {"a": 1, "b": 0}, "quadratic": [["a", "a", -1]]}', "nothing to optimise"),
-])
-def test_bad_files_exit_1(tmp_path, name, content, fragment):
-    path = tmp_path / name
-    if isinstance(content, np.ndarray):
-        np.save(path, content)
-    elif isinstance(content, bytes):
-        path.write_bytes(content)
-    else:
-        path.write_text(content)
-    option = {"g.txt": "--maxcut", "q.csv": "--qubo", "q.npy": "--qubo", "m.json": "--model"}[name]
-    code, out, err = run_cli(option, str(path))
-    assert (code, out) == (1, "")
-    assert err.count("\n") == 1 and fragment in err, err
+]])
+def test_bad_input_ends_in_one_line(tmp_path, argv, status, fragment):
+    argv = list(argv)
+    if argv and isinstance(argv[-1], tuple):  # a file to write first
+        name, content = argv[-1]
+        argv[-1] = path = tmp_path / name
+        if isinstance(content, np.ndarray):
+            np.save(path, content)
+        else:
+            path.write_bytes(content if isinstance(content, bytes) else content.encode())
+    code, out, err = run_cli(*map(str, argv))
+    assert (code, out) == (status, "")
+    assert err.count("\n") == 1 and err.startswith("corvid-qaoa: error: ")
+    assert fragment in err
 
 
 @pytest.mark.parametrize("argv, fragment", [

@@ -1,10 +1,13 @@
 #include "corvid/util/memory.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "corvid/util/errors.h"
 
@@ -65,6 +68,44 @@ void require_memory(std::size_t bytes, const std::string& what) {
   msg << what << " needs " << format_bytes(bytes) << " but only " << format_bytes(available)
       << " of memory is available";
   throw OutOfMemory(msg.str());
+}
+
+namespace {
+
+struct Hooks {
+  std::mutex mutex;
+  std::vector<void (*)()> hooks;
+};
+
+Hooks& hooks() {
+  static Hooks h;
+  return h;
+}
+
+}  // namespace
+
+void add_memory_pressure_hook(void (*release)()) {
+  std::lock_guard lock(hooks().mutex);
+  auto& list = hooks().hooks;
+  if (std::find(list.begin(), list.end(), release) == list.end()) list.push_back(release);
+}
+
+void release_cached_memory() {
+  std::vector<void (*)()> list;
+  {
+    std::lock_guard lock(hooks().mutex);
+    list = hooks().hooks;
+  }
+  for (auto release : list) release();  // outside the lock: a hook may take its own locks
+}
+
+void require_memory_releasing(std::size_t bytes, const std::string& what) {
+  try {
+    require_memory(bytes, what);
+  } catch (const OutOfMemory&) {
+    release_cached_memory();
+    require_memory(bytes, what);
+  }
 }
 
 }  // namespace corvid

@@ -129,7 +129,7 @@ class _Parser:
         while self._peek() in ("+", "-"):
             sign = self._next()[1]
             right = self.product()
-            result = _add(result, right, -1 if sign == "-" else 1, self._column())
+            result = _add_into(result, right, -1 if sign == "-" else 1, self._column())
         return result
 
     def product(self):
@@ -219,6 +219,8 @@ class _Parser:
             for m2, c2 in right.items():
                 m = m1 | m2  # binary variables: x*x = x
                 out[m] = out.get(m, 0) + c1 * c2
+            if len(out) > MAX_TERMS:  # refused before the rest is computed
+                raise FormulaError(f"more than {MAX_TERMS} monomials", column)
         return _checked({m: c for m, c in out.items() if c}, column)
 
     def _power(self, base, exponent, column):
@@ -253,19 +255,21 @@ class _Parser:
             square = self._multiply(square, square, column)
 
 
-def _add(left, right, sign, column):
-    out = dict(left)
+def _add_into(out, right, sign, column):
+    """out + sign * right, in place: `out` is the sum's own; a long sum stays linear."""
     for m, c in right.items():
-        out[m] = out.get(m, 0) + sign * c
-    return _checked({m: c for m, c in out.items() if c}, column)
+        c = out.get(m, 0) + sign * c
+        if c:
+            out[m] = _check_size(c, column)
+        else:
+            out.pop(m, None)
+    if len(out) > MAX_TERMS:
+        raise FormulaError(f"more than {MAX_TERMS} monomials", column)
+    return out
 
 
 def _checked(polynomial, column):
-    if len(polynomial) > MAX_TERMS:
-        raise FormulaError(f"more than {MAX_TERMS} monomials", column)
-    for c in polynomial.values():
-        _check_size(c, column)
-    return polynomial
+    return _add_into({}, polynomial, 1, column)
 
 
 def _check_size(c, column):

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "corvid/util/errors.h"
+#include "corvid/util/memory.h"
 
 namespace corvid {
 namespace {
@@ -38,6 +39,12 @@ Store& store() {
   return s;
 }
 
+// The store registers itself to be emptied when memory runs short.
+void register_hook() {
+  static const bool registered = (add_memory_pressure_hook(&clear_diagonal_cache), true);
+  (void)registered;
+}
+
 std::uint64_t hash_of(unsigned n, std::span<const PhaseTerm> terms) {
   std::uint64_t h = n;
   for (const PhaseTerm& t : terms) {
@@ -63,10 +70,11 @@ bool same_key(const Entry& e, unsigned n, std::uint64_t hash, std::span<const Ph
 }
 
 std::shared_ptr<const DiagonalValues> compute(unsigned n, std::span<const PhaseTerm> terms) {
+  register_hook();
   try {
     return std::make_shared<const DiagonalValues>(n, terms);
   } catch (const OutOfMemory&) {
-    clear_diagonal_cache();  // make room and try once more
+    release_cached_memory();  // make room and try once more
     return std::make_shared<const DiagonalValues>(n, terms);
   }
 }

@@ -3,13 +3,13 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
 #include <new>
 #include <vector>
 
-#include "corvid/sim/compile/diagonal_cache.h"
 #include "corvid/util/errors.h"
 #include "corvid/util/memory.h"
 
@@ -24,10 +24,28 @@ struct Block {
   std::size_t bytes;
 };
 
+void free_all(std::vector<Block>& blocks) {
+  for (const Block& b : blocks) std::free(b.data);
+  blocks.clear();
+}
+
+// False once the pool is destroyed at exit: a buffer released after that is freed directly.
+std::atomic<bool> pool_alive{false};
+
 struct Pool {
   std::mutex mutex;
   std::vector<Block> free;  // oldest first
   std::size_t bytes = 0;
+
+  Pool() {
+    add_memory_pressure_hook(&release_pooled_blocks);
+    pool_alive = true;
+  }
+  ~Pool() {
+    pool_alive = false;
+    std::lock_guard lock(mutex);
+    free_all(free);
+  }
 };
 
 Pool& pool() {
@@ -49,25 +67,9 @@ void* allocate(std::size_t bytes) {
   return p;
 }
 
-void free_all(std::vector<Block>& blocks) {
-  for (const Block& b : blocks) std::free(b.data);
-  blocks.clear();
-}
-
 // The pooled free block of exactly `bytes` (rounded), or end(); call with the mutex held.
 std::vector<Block>::iterator pooled_block(Pool& p, std::size_t bytes) {
   return std::find_if(p.free.begin(), p.free.end(), [&](const Block& b) { return b.bytes == bytes; });
-}
-
-// Throws OutOfMemory unless `bytes` of fresh memory are available, releasing cached memory first
-// when they are not.
-void require_fresh(std::size_t bytes, const std::string& what) {
-  try {
-    require_memory(bytes, what);
-  } catch (const OutOfMemory&) {
-    release_cached_memory();
-    require_memory(bytes, what);
-  }
 }
 
 }  // namespace
@@ -85,7 +87,7 @@ void* acquire_block(std::size_t bytes, const std::string& what) {
       return data;
     }
   }
-  require_fresh(bytes, what);
+  require_memory_releasing(bytes, what);
   return allocate(bytes);
 }
 
@@ -95,10 +97,11 @@ void require_block(std::size_t bytes, const std::string& what) {
     std::lock_guard lock(pool().mutex);
     if (pooled_block(pool(), rounded(bytes)) != pool().free.end()) return;
   }
-  require_fresh(bytes, what);
+  require_memory_releasing(bytes, what);
 }
 
 void release_block(void* block, std::size_t bytes) noexcept {
+  if (!pool_alive) return std::free(block);
   bytes = rounded(bytes);
   Pool& p = pool();
   std::vector<Block> dropped;
@@ -116,7 +119,7 @@ void release_block(void* block, std::size_t bytes) noexcept {
   free_all(dropped);
 }
 
-void release_cached_memory() {
+void release_pooled_blocks() {
   std::vector<Block> dropped;
   {
     std::lock_guard lock(pool().mutex);
@@ -124,7 +127,6 @@ void release_cached_memory() {
     pool().bytes = 0;
   }
   free_all(dropped);
-  clear_diagonal_cache();
 }
 
 std::size_t pooled_bytes() {

@@ -7,7 +7,9 @@
 /// Only free blocks are pooled: a buffer returns to the pool when its owner (a state, or a
 /// probability table handed to Python) is destroyed. The pool keeps at most kMaxPooledBlocks
 /// free blocks and at most half of the memory available when a block comes back; a request
-/// that does not fit frees every pooled block and the diagonal cache before it is refused.
+/// that does not fit runs the memory-pressure hooks (util/memory.h: the pool's own free blocks,
+/// the diagonal cache, whatever else registered) before it is refused. Free blocks are
+/// released at exit.
 /// Blocks of 2 MiB and more are asked to be backed by huge pages (fewer TLB misses in the
 /// strided passes). Thread-safe.
 
@@ -15,6 +17,8 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+
+#include "corvid/util/memory.h"  // release_cached_memory()
 
 namespace corvid {
 
@@ -30,8 +34,8 @@ void require_block(std::size_t bytes, const std::string& what);
 /// Returns a block from acquire_block (with the same size) to the pool, or frees it.
 void release_block(void* block, std::size_t bytes) noexcept;
 
-/// Frees every pooled block and every cached diagonal not in use.
-void release_cached_memory();
+/// Frees every pooled free block (also registered as a memory-pressure hook).
+void release_pooled_blocks();
 /// Bytes held by free pooled blocks.
 std::size_t pooled_bytes();
 

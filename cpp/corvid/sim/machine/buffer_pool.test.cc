@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "corvid/circuit/program.h"
+#include "corvid/sim/compile/diagonal_cache.h"
 #include "corvid/sim/machine/machine.h"
 #include "corvid/util/errors.h"
 
@@ -36,6 +37,17 @@ TEST(BufferPool, KeepsABoundedNumberOfFreeBlocks) {
   }
   EXPECT_EQ(pooled_bytes(), kMaxPooledBlocks * 4096);
   release_cached_memory();
+  EXPECT_EQ(pooled_bytes(), 0u);
+}
+
+TEST(BufferPool, MemoryPressureEmptiesThePoolAndTheDiagonalCache) {
+  const std::vector<PhaseTerm> terms = {{0b11, 1.0}};
+  cached_diagonal(terms, 10);
+  { PooledBuffer<double> a(4096); }
+  ASSERT_GT(diagonal_cache_bytes(), 0u);
+  ASSERT_GT(pooled_bytes(), 0u);
+  release_cached_memory();
+  EXPECT_EQ(diagonal_cache_bytes(), 0u);
   EXPECT_EQ(pooled_bytes(), 0u);
 }
 

@@ -47,7 +47,14 @@ from .encoding import (
     warn_if_not_diagonal,
 )
 from .energy import EnergyCache, EnergyModel
-from .optimize import fit_angles, is_integer, layer_bounds, parameter_interpolate, reject_duplicates
+from .optimize import (
+    fit_angles,
+    is_integer,
+    layer_bounds,
+    parameter_interpolate,
+    reject_duplicates,
+    with_difference_step,
+)
 
 _LOSSES = {"default": "_loss_function_default", "CVaR": "_loss_function_cvar",
            "Gibbs": "_loss_function_Gibbs"}
@@ -337,6 +344,8 @@ class QAOA:
             return spsa.spsa_minimize(self._loss_function, initial_para, bounds=bounds,
                                       **optimize_option)
         reject_duplicates(optimize_option, ("bounds", "method"))
+        optimize_option = with_difference_step(self.optimizer, optimize_option,
+                                                corvid.default_precision())
         result = minimize(self._loss_function, initial_para, bounds=bounds,
                           method=self.optimizer, **optimize_option)
         return result.x

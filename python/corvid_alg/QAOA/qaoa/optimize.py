@@ -58,6 +58,26 @@ def fit_angles(initial_para, layer):
                            initial_para[given:], random_angles(layer - given)))
 
 
+# Minimisers that estimate a gradient by forward differences with an absolute step `eps`.
+_DIFFERENCING = {"L-BFGS-B", "BFGS", "CG", "TNC", "SLSQP"}
+
+
+def with_difference_step(method, options, precision):
+    """`options` for `method`, with a step that suits the state's precision when the method
+    estimates gradients by differences. scipy's default step (about 1e-8) is far below the
+    rounding of a single-precision loss (about 1e-7 of its size): every difference is noise
+    and the minimiser stops at its start as if converged. The step sqrt(eps) of float32 balances
+    rounding against truncation. Double precision keeps scipy's defaults exactly.
+    """
+    name = "L-BFGS-B" if method is None else method
+    if precision != "single" or not isinstance(name, str) or name.upper() not in _DIFFERENCING \
+            or options.get("jac") is not None:
+        return options
+    inner = dict(options.get("options") or {})
+    inner.setdefault("eps", float(np.sqrt(np.finfo(np.float32).eps)))
+    return {**options, "options": inner}
+
+
 def reject_duplicates(options, reserved):
     for key in options:
         if key in reserved:
