@@ -25,7 +25,11 @@ import numpy as np
 
 sys.path.insert(0, __file__.rsplit("/", 1)[0])
 from common import (  # noqa: E402
-    machine_line, maxcut_polynomial, median_seconds, peak_rss_bytes, random_regular_graph,
+    machine_line,
+    maxcut_polynomial,
+    median_seconds,
+    peak_rss_bytes,
+    random_regular_graph,
     reset_peak_rss,
 )
 
@@ -79,18 +83,9 @@ def gradient_table(sizes, layers, repeats):
             paras = np.random.default_rng(p).uniform(0, 1, 2 * p)
             solver.layer = p
 
-            def evaluation():
-                solver._loss_function(paras)
-
-            def forward():
-                solver.evaluate(paras[None, :])
-
-            def gradient():
-                solver.loss_and_gradient(paras)
-
-            t_eval = median_seconds(evaluation, repeats)
-            t_fwd = median_seconds(forward, repeats)
-            t_grad = median_seconds(gradient, repeats)
+            t_eval = median_seconds(lambda s=solver, x=paras: s._loss_function(x), repeats)
+            t_fwd = median_seconds(lambda s=solver, x=paras: s.evaluate(x[None, :]), repeats)
+            t_grad = median_seconds(lambda s=solver, x=paras: s.loss_and_gradient(x), repeats)
             m_eval = extra_states(n, p, "evaluation")
             m_grad = extra_states(n, p, "gradient")
             print(f"{n:>3} {p:>3} {t_eval * 1e3:>14.1f} {t_fwd * 1e3:>11.1f} "
