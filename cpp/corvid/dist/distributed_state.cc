@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdint>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <queue>
 #include <stdexcept>
@@ -33,8 +33,7 @@ int size_of(MPI_Comm comm) {
 
 // Heavier first, ties by ascending index: the order every top list uses.
 bool better(const Solution& a, const Solution& b) {
-  return a.probability > b.probability ||
-         (a.probability == b.probability && a.index < b.index);
+  return a.probability > b.probability || (a.probability == b.probability && a.index < b.index);
 }
 
 }  // namespace
@@ -52,9 +51,9 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
                                 std::to_string(num_qubits));
   }
   if (num_qubits == 0 || r > (std::uint64_t{1} << (num_qubits - 1))) {
-    throw std::invalid_argument(std::to_string(ranks) + " ranks are too many for " +
-                                std::to_string(num_qubits) +
-                                " qubits: each rank needs at least one local qubit (at most 2^(n-1) ranks)");
+    throw std::invalid_argument(
+        std::to_string(ranks) + " ranks are too many for " + std::to_string(num_qubits) +
+        " qubits: each rank needs at least one local qubit (at most 2^(n-1) ranks)");
   }
   if (max_chunk == 0) throw std::invalid_argument("the exchange chunk must hold an amplitude");
   local_qubits_ = num_qubits - static_cast<unsigned>(std::countr_zero(r));
@@ -161,10 +160,10 @@ void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m) {
   for (std::size_t offset = 0; offset < amps_.size(); offset += chunk) {
     const std::size_t count = std::min(chunk, amps_.size() - offset);
     Amp* own = amps_.data() + offset;
-    check_mpi(MPI_Sendrecv(own, static_cast<int>(2 * count), MPI_DOUBLE, partner, 0,
-                           buffer_.data(), static_cast<int>(2 * count), MPI_DOUBLE, partner, 0,
-                           comm_, MPI_STATUS_IGNORE),
-              "MPI_Sendrecv", comm_);
+    check_mpi(
+        MPI_Sendrecv(own, static_cast<int>(2 * count), MPI_DOUBLE, partner, 0, buffer_.data(),
+                     static_cast<int>(2 * count), MPI_DOUBLE, partner, 0, comm_, MPI_STATUS_IGNORE),
+        "MPI_Sendrecv", comm_);
     bytes_exchanged_ += count * sizeof(Amp);
     const Amp* theirs = buffer_.data();
     const auto n = static_cast<std::int64_t>(count);
@@ -235,8 +234,7 @@ double DistributedState::cvar(std::span<const double> p, std::span<const double>
     check_same_length(p.size(), "p", e.size(), "e");
     check_weights(p, "p");
     if (!(alpha >= 0.0 && alpha <= 1.0)) {
-      throw std::invalid_argument("alpha must be a number in [0, 1], got " +
-                                  format_double(alpha));
+      throw std::invalid_argument("alpha must be a number in [0, 1], got " + format_double(alpha));
     }
     return 0.0;
   });
@@ -328,9 +326,9 @@ std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
   const int n = static_cast<int>(local);
   check_mpi(MPI_Gather(probs.data(), n, MPI_DOUBLE, all_probs.data(), n, MPI_DOUBLE, 0, comm_),
             "MPI_Gather", comm_);
-  check_mpi(MPI_Gather(indices.data(), n, MPI_UINT64_T, all_indices.data(), n, MPI_UINT64_T, 0,
-                       comm_),
-            "MPI_Gather", comm_);
+  check_mpi(
+      MPI_Gather(indices.data(), n, MPI_UINT64_T, all_indices.data(), n, MPI_UINT64_T, 0, comm_),
+      "MPI_Gather", comm_);
 
   const std::size_t kept = std::min(count, total);
   std::vector<double> top_probs(kept);

@@ -44,8 +44,7 @@ class DistributedState {
   /// or when max_chunk is 0; OutOfMemory, on every rank alike, when the slices of the ranks
   /// that share a node do not fit in its available memory together or any rank's allocation
   /// fails. The state starts as |0…0⟩. Collective.
-  DistributedState(MPI_Comm comm, unsigned num_qubits,
-                   std::size_t max_chunk = kMaxExchangeChunk);
+  DistributedState(MPI_Comm comm, unsigned num_qubits, std::size_t max_chunk = kMaxExchangeChunk);
   ~DistributedState();
   DistributedState(const DistributedState&) = delete;
   DistributedState& operator=(const DistributedState&) = delete;
@@ -88,8 +87,7 @@ class DistributedState {
   /// sum_x p[x]·E[x] over all ranks, each passing its slice's p and E. Collective.
   double expectation(std::span<const double> p, std::span<const double> e) const;
   /// -log(sum_x p[x]·exp(-E[x]/temperature)) over all ranks. Collective.
-  double gibbs_loss(std::span<const double> p, std::span<const double> e,
-                    double temperature) const;
+  double gibbs_loss(std::span<const double> p, std::span<const double> e, double temperature) const;
   /// CVaR over all ranks, as corvid::cvar defines it for the whole distribution (the heaviest
   /// entries first, ties in ascending global index order, not divided by alpha). A radix
   /// selection of the crossing weight on summed per-rank histograms (8 passes over the slice,

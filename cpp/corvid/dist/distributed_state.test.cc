@@ -148,10 +148,11 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Problems, DistributedQaoa,
-    ::testing::Values(Case{3, 2, true, 1}, Case{6, 1, false, 1}, Case{12, 1, true, kMaxExchangeChunk},
-                      Case{13, 4, true, 64}, Case{14, 3, false, 1000}, Case{14, 4, true, 100}));
+INSTANTIATE_TEST_SUITE_P(Problems, DistributedQaoa,
+                         ::testing::Values(Case{3, 2, true, 1}, Case{6, 1, false, 1},
+                                           Case{12, 1, true, kMaxExchangeChunk},
+                                           Case{13, 4, true, 64}, Case{14, 3, false, 1000},
+                                           Case{14, 4, true, 100}));
 
 TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   const int ranks = world_size();
@@ -171,7 +172,8 @@ TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
     return;
   }
   // Each rank keeps at least one local qubit.
-  const unsigned most_global = static_cast<unsigned>(std::countr_zero(static_cast<unsigned>(ranks)));
+  const unsigned most_global =
+      static_cast<unsigned>(std::countr_zero(static_cast<unsigned>(ranks)));
   EXPECT_THROW(DistributedState(MPI_COMM_WORLD, most_global), std::invalid_argument);
   EXPECT_NO_THROW(DistributedState(MPI_COMM_WORLD, most_global + 1));
   EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 63), std::invalid_argument);
