@@ -3,6 +3,10 @@
 import itertools
 import json
 
+from .. import plot
+
+MAX_RATIO_QUBITS = 30  # the energy table of every state: 8 GiB at 30 qubits
+
 
 def build(problem, qaoa, options, solutions, angles, loss, seconds):
     """The run's result as plain data.
@@ -15,6 +19,11 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
     top = [_solution(problem, qaoa, key, float(solutions[key]))
            for key in itertools.islice(iter(solutions), options.top)]
     best = min(top, key=lambda s: (s["energy"], -s["probability"]))
+    optimum = ratio = None
+    if qaoa.problem_dimension <= MAX_RATIO_QUBITS:
+        energies = qaoa.energy_dict.all_energies()
+        optimum = float(energies.min())
+        ratio = plot.approximation_ratio(best["energy"], energies)
     return {
         "problem": {
             "kind": problem.kind,
@@ -41,6 +50,8 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
         "seconds": round(seconds, 4),
         "solutions": top,
         "best": best,
+        "optimum": optimum,
+        "approximation_ratio": ratio,
         "loss_history": qaoa.losses,
     }
 
@@ -79,6 +90,9 @@ def to_text(document):
                   + (f" (cut weight {-best['energy']:.6g})" if p["kind"] == "maxcut" else "")
                   + f", probability {best['probability']:.6f}"]
     lines += _assignment_lines(best["assignment"], p)
+    if document["approximation_ratio"] is not None:
+        lines.append(f"approximation ratio {document['approximation_ratio']:.6f} "
+                     f"(optimum energy {document['optimum']:.6g})")
     return "\n".join(lines)
 
 
