@@ -10,7 +10,7 @@ DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
 PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit
 
 .PHONY: all system venv build test test-cpp test-python demo bench bench-peers install clean \
-        sanitize fuzz
+        sanitize fuzz lint
 
 all: build
 
@@ -56,6 +56,15 @@ bench-peers: build
 
 install: venv
 	$(PY) -m pip install --no-build-isolation .
+
+# Style: clang-format (.clang-format) over the C++ sources, reporting every file it would change;
+# ruff over the Python where the venv has it.
+CXX_SOURCES    = $(shell git ls-files 'cpp/*.cc' 'cpp/*.h' 'bindings/*.cc' 'bindings/*.h' 'fuzz/*.cc' 'fuzz/*.h')
+
+lint:
+	clang-format --dry-run -Werror $(CXX_SOURCES)
+	@if [ -x $(VENV)/bin/ruff ]; then $(VENV)/bin/ruff check python tests bench; \
+	 else echo "ruff not installed in $(VENV): Python not linted"; fi
 
 # The C++ core and its tests under AddressSanitizer and UndefinedBehaviorSanitizer (no Python).
 ASAN_BUILD    := build/asan

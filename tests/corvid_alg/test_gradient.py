@@ -33,7 +33,7 @@ def circuit_loss(solver, paras, loss_type, options):
 @pytest.mark.parametrize("loss_type,options", LOSSES)
 @pytest.mark.parametrize("mixer", [None, xy_ring_mixer, xy_complete_mixer])
 @pytest.mark.parametrize("init", [None, tilted_start])
-@pytest.mark.parametrize("p", [1, 2, 4])
+@pytest.mark.parametrize("p", [1, 2, 4, 8])
 def test_gradient_matches_central_differences_of_the_circuit(loss_type, options, mixer, init, p):
     n = 5 + p % 2
     solver = solver_for(p, n, mixer, init)

@@ -45,7 +45,9 @@ C half_turn(double phi, double sign) { return {std::cos(phi / 2), sign * std::si
 
 using P = PhaseShape;
 
-// One row per GateKind, in enum order.
+// One row per GateKind, in enum order: the shape, the documentation line, the matrix as a
+// function of the angle, the phase rule.
+// clang-format off
 const GateDefinition kDefinitions[kNumGateKinds] = {
     {{"I", 1, false}, "identity (kept in the circuit as a gate)", [](double) { return two({1, 0, 0, 1}); }, {P::kIdentity}},
     {{"H", 1, false}, "Hadamard: |0> -> (|0> + |1>)/sqrt(2), |1> -> (|0> - |1>)/sqrt(2)",
@@ -87,6 +89,7 @@ const GateDefinition kDefinitions[kNumGateKinds] = {
      },
      {P::kZRotation}},
 };
+// clang-format on
 
 }  // namespace
 

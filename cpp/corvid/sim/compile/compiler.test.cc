@@ -165,20 +165,6 @@ TEST(Compiler, QaoaCircuitBecomesOneOperationPerLayerAndMatches) {
   expect_compiled_matches_plain(c, n, "qaoa ring");
 }
 
-TEST(Compiler, NewGammaReusesTheCachedDiagonal) {
-  const unsigned n = 10;
-  const double g1[] = {0.3}, g2[] = {-1.9}, b[] = {0.5};
-  const CompiledProgram p1 = compile(qaoa_ring(n, g1, b).gates(), n);
-  const std::size_t misses = diagonal_cache_misses();
-  const CompiledProgram p2 = compile(qaoa_ring(n, g2, b).gates(), n);
-  EXPECT_EQ(diagonal_cache_misses(), misses);
-  const auto& d1 = std::get<DiagonalOp>(p1.ops[1]);
-  const auto& d2 = std::get<DiagonalOp>(p2.ops[1]);
-  EXPECT_EQ(d1.values, d2.values);
-  EXPECT_EQ(d1.scale, 0.3);
-  EXPECT_EQ(d2.scale, -1.9);
-}
-
 // Phase layers at scales across the double range, and unscaled runs whose angles span it,
 // against the dense reference: the cache key is exact, so no scale is ever divided out of the
 // angles (a subnormal first angle once turned the state into NaN that way).

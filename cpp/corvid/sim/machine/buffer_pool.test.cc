@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "corvid/circuit/program.h"
-#include "corvid/sim/compile/diagonal_cache.h"
+#include "corvid/process_state.h"
 #include "corvid/sim/machine/machine.h"
 #include "corvid/util/errors.h"
 

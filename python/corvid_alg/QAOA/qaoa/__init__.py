@@ -48,11 +48,15 @@ from .encoding import (
 )
 from .energy import EnergyCache, EnergyModel
 from .optimize import (
+    Evaluation,
     fit_angles,
     is_integer,
     layer_bounds,
+    lowest,
     parameter_interpolate,
     reject_duplicates,
+    spsa_result,
+    stopped_result,
     with_difference_step,
 )
 
@@ -90,6 +94,10 @@ class QAOA:
         circuit_iter: The number of times the quantum circuit being called during
             optimization.
         iter: the number of completed loss evaluations.
+        history: the last run's loss evaluations in order, each an ``Evaluation`` (angles,
+            loss), the final evaluation of ``run`` included.
+        best: the ``Evaluation`` of least loss in ``history`` (None before a run).
+        optimizer_result: the last minimiser call's result (see ``run``).
 
     Methods:
         calculate_energy : Calculate the function value for one solution.
@@ -144,6 +152,8 @@ class QAOA:
         self.layer = None
         self.iter = 0
         self.circuit_iter = 0
+        self.history = []
+        self.optimizer_result = None
         self._energy_model = EnergyModel(self.problem, kind, dimension)
         self.energy_dict = EnergyCache(self._energy_model)
         self._busy = threading.RLock()
@@ -194,6 +204,12 @@ class QAOA:
 
     def _energy(self, key):
         return self.energy_dict.energy_of(key, self.calculate_energy)
+
+    @property
+    def best(self):
+        """The best-ever evaluation of the last run: read from ``history``, so the two agree
+        even when an interrupt lands between evaluations."""
+        return lowest(self.history)
 
     # --- the ansatz ---------------------------------------------------------------------------
 
@@ -419,6 +435,20 @@ class QAOA:
 
     # --- the optimisers -----------------------------------------------------------------------
 
+    def _record(self, paras, loss):
+        self.history.append(Evaluation(np.array(paras, dtype=float), float(loss)))
+
+    def _recorded(self, objective):
+        """`objective` (returning a loss, or a tuple that starts with it) adding each of its
+        evaluations to ``history``."""
+
+        def recorded(paras):
+            value = objective(paras)
+            self._record(paras, value[0] if isinstance(value, tuple) else value)
+            return value
+
+        return recorded
+
     def _check_bounds(self, initial_para, gamma_bounds, beta_bounds):
         """One (lower, upper) pair per layer for the gammas and for the betas of `initial_para`
         (see ``optimize.layer_bounds``)."""
@@ -432,21 +462,26 @@ class QAOA:
         ``optimizer`` "SPSA" uses ``spsa.spsa_minimize``; any other value (None included) is the
         method of ``minimize`` (None: L-BFGS-B, since bounds are always given). Further keyword
         options go to the minimiser unchanged; with ``jac=True`` it gets the loss and its
-        gradient from ``loss_and_gradient``.
+        gradient from ``loss_and_gradient``. Every evaluation goes to ``history``; the
+        minimiser's result to ``optimizer_result`` (SPSA's vector wrapped as an
+        ``OptimizeResult``).
         """
         gamma_bounds, beta_bounds = self._check_bounds(initial_para, gamma_bounds, beta_bounds)
         bounds = list(gamma_bounds) + list(beta_bounds)
+        objective = self._recorded(self.loss_and_gradient if optimize_option.get("jac") is True
+                                   else self._loss_function)
         if self.optimizer == "SPSA":
             reject_duplicates(optimize_option, ("bounds",))
-            return spsa.spsa_minimize(self._loss_function, initial_para, bounds=bounds,
-                                      **optimize_option)
+            before = len(self.history)
+            x = spsa.spsa_minimize(objective, initial_para, bounds=bounds, **optimize_option)
+            self.optimizer_result = spsa_result(x, len(self.history) - before)
+            return x
         reject_duplicates(optimize_option, ("bounds", "method"))
         optimize_option = with_difference_step(self.optimizer, optimize_option,
                                                 corvid.default_precision())
-        objective = (self.loss_and_gradient if optimize_option.get("jac") is True
-                     else self._loss_function)
         result = minimize(objective, initial_para, bounds=bounds,
                           method=self.optimizer, **optimize_option)
+        self.optimizer_result = result
         return result.x
 
     def _optimize_qaoa_parameter_interp(self, initial_para, start_layer=None, gamma_bounds=None,
@@ -518,7 +553,8 @@ class QAOA:
             temperature).
         optimize_type: "default" (all 2p angles at once) or "interp" (layer by layer).
         optimizer: "SPSA", or a method of scipy.optimize.minimize (None: its default).
-        optimizer_option: keyword arguments for every minimiser call.
+        optimizer_option: keyword arguments for every minimiser call; ``jac=True`` gives a
+            scipy minimiser the exact gradient (``loss_and_gradient``, exact runs only).
         loss_option: alpha, temperature, gamma_bounds, beta_bounds (list of (low, high) per
             layer, or one pair for all layers); other keys are ignored.
 
@@ -526,6 +562,13 @@ class QAOA:
         their probability at the optimal angles, iterating by descending probability; angles is
         the optimiser's final vector; loss is the loss at those angles. A loss that is not
         finite during the run raises FloatingPointError.
+
+        The run also leaves ``history`` (every loss evaluation, the final one included),
+        ``best`` (the least loss among them) and ``optimizer_result``: scipy's
+        ``OptimizeResult``, SPSA's final vector wrapped in one, with INTERP the last stage's.
+        An exception in the minimiser (KeyboardInterrupt included) propagates after setting
+        ``optimizer_result`` to an unsuccessful result holding the best point so far; the
+        history up to it stays.
         """
         self.loss_type = "default" if loss_type is None else loss_type
         self.optimize_type = "default" if optimize_type is None else optimize_type
@@ -545,17 +588,24 @@ class QAOA:
             optimizer_option = {}
         gamma_bounds = loss_option.get("gamma_bounds")
         beta_bounds = loss_option.get("beta_bounds")
+        self.history = []
+        self.optimizer_result = None
         self._in_run = True
         try:
-            if self.optimize_type == "default":
-                para_result = self._optimize_qaoa_parameter_default(
-                    initial_para, gamma_bounds, beta_bounds, **optimizer_option)
-            else:
-                para_result = self._optimize_qaoa_parameter_interp(
-                    initial_para, start_layer, gamma_bounds, beta_bounds, **optimizer_option)
+            try:
+                if self.optimize_type == "default":
+                    para_result = self._optimize_qaoa_parameter_default(
+                        initial_para, gamma_bounds, beta_bounds, **optimizer_option)
+                else:
+                    para_result = self._optimize_qaoa_parameter_interp(
+                        initial_para, start_layer, gamma_bounds, beta_bounds, **optimizer_option)
+            except BaseException as error:
+                self.optimizer_result = stopped_result(self.best, len(self.history), error)
+                raise
             p = self.layer
             qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
             loss_result = self._loss_function(para_result)
+            self._record(para_result, loss_result)
         finally:
             self._in_run = False
         return by_descending_probability(qaoa_result), para_result, loss_result
