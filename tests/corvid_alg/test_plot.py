@@ -43,7 +43,9 @@ def test_each_picture_is_written_at_its_size_and_not_blank(tmp_path, draw, own_a
 
 def test_landscape_values_are_single_evaluations():
     qaoa = QAOA(maxcut_operator(TRIANGLE_TAIL))
-    gammas, betas = np.linspace(0, np.pi, 7), [0.1, 0.4, 1.3]
+    # Off the special angles (gamma = pi/2 here) where states of different energies tie in
+    # probability and the CVaR depends on how rounding breaks the tie.
+    gammas, betas = np.linspace(0.1, 3.0, 7), [0.1, 0.4, 1.3]
     qaoa.shots, qaoa.layer = -1, 1  # what run() sets before it evaluates
     for settings in ({"loss_type": "default"}, {"loss_type": "CVaR", "alpha": 0.3}):
         _, values = plot.landscape(qaoa, gammas, betas, **settings)
@@ -54,13 +56,11 @@ def test_landscape_values_are_single_evaluations():
             assert values[i, j] == pytest.approx(single, rel=1e-12, abs=1e-12)
 
 
-def test_histogram_sums_mass_per_level_and_ratio():
+def test_histogram_sums_mass_per_level():
     figure = plot.energy_histogram([-1, 0, -1 + 1e-12, -2], [0.25, 0.25, 0.25, 0.25])
     bars = figure.axes[0].patches
     assert sorted((round(b.get_x() + b.get_width() / 2, 6), b.get_height()) for b in bars) \
         == [(-2, 0.25), (-1, 0.5), (0, 0.25)]
-    assert plot.approximation_ratio(-1.5, [-2, 0, -1]) == 0.75
-    assert plot.approximation_ratio(1.0, [1.0, 1.0]) is None
 
 
 def test_missing_matplotlib_says_what_to_install(monkeypatch):

@@ -12,18 +12,7 @@ Every function draws into the matplotlib ``Axes`` it is given, or into a new fig
 
 import numpy as np
 
-__all__ = ["energy_histogram", "loss_history", "landscape", "depth_curve", "approximation_ratio"]
-
-
-def approximation_ratio(energy, energies):
-    """(E_max - energy) / (E_max - E_min) over the problem's `energies`: 1 at the optimum, 0 at
-    the worst state. For MaxCut written as minus the cut (E_max = 0) it is cut / maximum cut.
-    None when every state has the same energy."""
-    energies = np.asarray(energies)
-    low, high = float(np.min(energies)), float(np.max(energies))
-    if high == low:
-        return None
-    return (high - float(energy)) / (high - low)
+__all__ = ["energy_histogram", "loss_history", "landscape", "depth_curve"]
 
 
 def energy_histogram(energies, probabilities, *, optimum=None, ax=None):

@@ -3,9 +3,8 @@
 import itertools
 import json
 
-from .. import plot
-
-MAX_RATIO_QUBITS = 30  # the energy table of every state: 8 GiB at 30 qubits
+# The ratio as solve() defines it, from the same energy table.
+from ..solving import _MAX_TABLE_QUBITS, _ratio
 
 
 def build(problem, qaoa, options, solutions, angles, loss, seconds):
@@ -20,10 +19,10 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
            for key in itertools.islice(iter(solutions), options.top)]
     best = min(top, key=lambda s: (s["energy"], -s["probability"]))
     optimum = ratio = None
-    if qaoa.problem_dimension <= MAX_RATIO_QUBITS:
+    if qaoa.problem_dimension <= _MAX_TABLE_QUBITS and qaoa.energy_dict.whole_space:
         energies = qaoa.energy_dict.all_energies()
         optimum = float(energies.min())
-        ratio = plot.approximation_ratio(best["energy"], energies)
+        ratio = _ratio(best["energy"], optimum, float(energies.max()))
     return {
         "problem": {
             "kind": problem.kind,
