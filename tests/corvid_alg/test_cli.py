@@ -212,6 +212,7 @@ def test_init_starts_from_the_schedule(init, layers, expected):
     extra = ["--interp"] if init == "tqa" and layers == 3 else []
     doc = solved("--gset", CUBE, "--init", init, "--layers", str(layers), *extra)
     start = cube_qaoa().evaluate([expected])[0]
+    assert doc["settings"]["init"] == init
     assert doc["loss_history"][0] == pytest.approx(start, rel=1e-9)
 
 

@@ -40,6 +40,7 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
             "optimizer": options.optimizer,
             "optimizer_options": dict(options.option),
             "interp": options.interp,
+            "init": options.init,
             "seed": options.seed,
         },
         "loss": float(loss),
@@ -105,6 +106,8 @@ def _describe_run(s):
         loss += f" T={1 if s['temperature'] is None else s['temperature']}"
     parts.append(f"loss {loss}")
     parts.append(f"optimizer {s['optimizer'] or 'scipy default'}")
+    if s["init"] != "random":
+        parts.append(f"{s['init']} start")
     if s["interp"]:
         parts.append("INTERP")
     if s["seed"] is not None:
