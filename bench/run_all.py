@@ -5,6 +5,6 @@ import subprocess
 import sys
 
 HERE = pathlib.Path(__file__).parent
-for script in ["machine_memory.py", "evaluation.py", "end_to_end.py", "threads.py"]:
+for script in ["machine_memory.py", "evaluation.py", "end_to_end.py", "threads.py", "gradient.py"]:
     print(f"\n## {script}\n", flush=True)
     subprocess.run([sys.executable, str(HERE / script)], check=True)

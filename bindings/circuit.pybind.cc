@@ -264,7 +264,9 @@ An ordered list of gates.
 ``c << item`` appends a gate or inlines a whole circuit and returns ``c``, so appends chain.
 ``str(c)`` prints one gate per line: the name, the qubits as ``q[i]`` and the angle as
 ``(%f)``, e.g. ``RZ q[2], (-3.000000)``. Circuits are equal when their gates are (kind, qubits
-and angles; not the machine the qubits came from).
+and angles; not the machine the qubits came from). A pickled circuit keeps its gates and angles;
+its qubits come back as plain indices (machine ids mean nothing in another process), while
+copy.copy and copy.deepcopy keep them.
 
 Example:
     >>> c = QCircuit()
@@ -280,7 +282,8 @@ A quantum program: a circuit followed by terminal measurements.
 
 ``prog << item`` appends a gate, a QCircuit, a Measurement or a list of measurements (as
 returned by measure_all) and returns ``prog``. A gate after a measurement is a ValueError:
-mid-circuit measurement is not supported. A QCircuit is accepted wherever a QProg is.
+mid-circuit measurement is not supported. A QCircuit is accepted wherever a QProg is. Pickles
+and copies behave as QCircuit's.
 )doc"),
   };
 }

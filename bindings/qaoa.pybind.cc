@@ -4,6 +4,8 @@
 // copied either way; the GIL is released while the work runs.
 #include "qaoa.pybind.h"
 
+#include "ansatz.pybind.h"
+
 #include <pybind11/numpy.h>
 
 #include "numpy_owned.h"
@@ -118,6 +120,7 @@ void pybind_qaoa_methods(py::module_ &m, QaoaClasses &) {
       },
       arg("p"),
       "Indices of p by descending weight, ties in ascending index order.");
+  pybind_ansatz(m);
 }
 
 } // namespace corvid_py

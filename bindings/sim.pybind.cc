@@ -239,10 +239,11 @@ Example:
             return counts_dict(counts, static_cast<unsigned>(cbits.size()));
           },
           py::arg("prog"), py::arg("clist"), py::arg("shots"), R"doc(
-Runs `prog` and measures it `shots` times (a positive int, else ValueError). Returns a dict
+Runs `prog` and measures it `shots` times (a positive int up to 2**63 - 1, else ValueError). Returns a dict
 {outcome: hits} of the outcomes observed, keys in ascending order, each a bit string over
 `clist` with clist[0] right-most; a bit no measurement writes reads 0. Measurements must come
-after every gate. Sampling takes O(2^n + shots) time; the GIL is released meanwhile.
+after every gate. Sampling takes O(2^n + min(shots, 2^n)) time (one binomial draw per outcome
+beyond that); the GIL is released meanwhile and Ctrl-C stops it.
 
 Example:
     >>> qvm = CPUQVM(seed=1); q = qvm.qAlloc_many(2); c = qvm.cAlloc_many(2)
@@ -342,7 +343,9 @@ SimClasses pybind_sim_classes(py::module_& m) {
 Exact probabilities returned by CPUQVM.prob_run_dict: a read-only Mapping from bit-string key
 (first listed qubit right-most) to probability, in ascending basis order, backed by one C++
 buffer. `.probabilities` is a zero-copy read-only numpy view of that buffer (index = basis
-index) and `.num_qubits` the key length. Equal to a plain dict with the same items.
+index) and `.num_qubits` the key length. Equal to a plain dict with the same items;
+dict(m) is one (and json.dumps(dict(m)) its JSON). Pickles, copies and deep copies hold the raw
+table.
 )doc"),
       py::class_<Machine>(m, "CPUQVM", "The CPU state-vector machine."),
   };

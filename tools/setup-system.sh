@@ -18,6 +18,9 @@ PY
 command -v clang++ >/dev/null || need+=(clang)
 compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a" >/dev/null ||
   need+=(libclang-rt-dev)
+# The distributed state (cpp/corvid/dist): OpenMPI's headers and its launcher.
+[ -f /usr/lib/x86_64-linux-gnu/openmpi/include/mpi.h ] || need+=(libopenmpi-dev)
+command -v mpirun >/dev/null || need+=(openmpi-bin)
 
 if [ ${#need[@]} -eq 0 ]; then exit 0; fi
 echo "installing system packages: ${need[*]}"

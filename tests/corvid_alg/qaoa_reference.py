@@ -3,6 +3,7 @@
 Basis index bit i is qubit i.
 """
 
+import functools
 import itertools
 
 import numpy as np
@@ -11,14 +12,8 @@ import sympy
 
 def diagonal_of_terms(terms, n):
     """Diagonal of sum_t c_t * prod_{q in t} Z_q from list-form terms, by brute force."""
-    energies = np.zeros(1 << n)
-    for index in range(1 << n):
-        for qubit_map, coefficient in terms:
-            sign = 1
-            for q in qubit_map:
-                sign *= -1 if (index >> q) & 1 else 1
-            energies[index] += sign * coefficient
-    return energies
+    spins = 1 - 2 * ((np.arange(1 << n)[:, None] >> np.arange(max(n, 1))) & 1)  # column q: Z_q
+    return sum((np.prod(spins[:, list(qubit_map)], axis=1) * c for qubit_map, c in terms), np.zeros(1 << n))
 
 
 def polynomial_values(expr, variables):
@@ -31,25 +26,15 @@ def polynomial_values(expr, variables):
     return values
 
 
-def rx_layer(state, n, angle):
-    """RX(angle) on every qubit of `state`."""
-    c, s = np.cos(angle / 2), -1j * np.sin(angle / 2)
-    gate = np.array([[c, s], [s, c]])
-    psi = state.reshape([2] * n)
-    for q in range(n):
-        axis = n - 1 - q  # reshape puts the most significant bit first
-        psi = np.moveaxis(np.tensordot(gate, psi, axes=([1], [axis])), 0, axis)
-    return psi.reshape(-1)
-
-
 def qaoa_state(diagonal, gammas, betas):
     """Hadamard layer, then per layer exp(-i*gamma*diag) and RX(-2*beta) on every qubit."""
     size = len(diagonal)
     n = size.bit_length() - 1
     state = np.full(size, 1 / np.sqrt(size), dtype=complex)
     for gamma, beta in zip(gammas, betas):
-        state = state * np.exp(-1j * gamma * diagonal)
-        state = rx_layer(state, n, -2 * beta)
+        c, s = np.cos(beta), 1j * np.sin(beta)  # RX(-2 beta), the same on every qubit
+        mixer = functools.reduce(np.kron, [np.array([[c, s], [s, c]])] * n)
+        state = mixer @ (state * np.exp(-1j * gamma * diagonal))
     return state
 
 

@@ -1,3 +1,5 @@
+import re
+
 import numpy as np
 import pytest
 
@@ -6,6 +8,7 @@ from corvid_alg.QAOA.problems import maxcut_operator
 from corvid_alg.QAOA.qaoa import QAOA
 
 RING = [(i, (i + 1) % 8) for i in range(8)]
+S8, C8 = np.sin(np.pi / 8), np.cos(np.pi / 8)
 HEAWOOD = [(i, (i + 1) % 14) for i in range(14)] + [(i, (i + 5) % 14) for i in range(0, 14, 2)]
 
 
@@ -49,11 +52,6 @@ def test_principal_branch_changes_no_cut_fraction_and_is_smooth():
                                                             abs=1e-12)
 
 
-def test_tqa_anneals_towards_the_minimum():
-    assert tqa(2, 1.0) == pytest.approx([0.25, 0.75, 0.75, 0.25])
-    assert cut_fraction(RING, tqa(4, 1.0)) > 0.75
-
-
 @pytest.mark.parametrize("p, q", [(1, 1), (3, 3), (8, 8), (8, 3)])
 def test_fourier_round_trip(rng, p, q):
     u, v = rng.normal(size=q), rng.normal(size=q)
@@ -63,27 +61,25 @@ def test_fourier_round_trip(rng, p, q):
     assert fourier(*fourier_inverse(angles), p) == pytest.approx(angles, abs=1e-12)
 
 
-def test_fourier_by_hand():
-    s, c = np.sin(np.pi / 8), np.cos(np.pi / 8)
-    assert fourier([1, 0], [0, 1], 2) == pytest.approx([s, c, s, -c])
-
-
-@pytest.mark.parametrize("angles, expected", [
-    ([0.7, 0.2], [0.7, 0.7, 0.2, 0.2]),
-    ([1.0, 3.0, 0.5, 0.1], [1.0, 2.0, 3.0, 0.5, 0.3, 0.1]),
-    ([0.3, 0.6, 0.9, 0.6, 0.3, 0.3], [0.3, 0.5, 0.7, 0.9, 0.6, 0.4, 0.3, 0.3]),
+@pytest.mark.parametrize("call, angles, expected", [
+    (tqa, (2, 1.0), [0.25, 0.75, 0.75, 0.25]),
+    (fourier, ([1, 0], [0, 1], 2), [S8, C8, S8, -C8]),
+    (interp, ([0.7, 0.2],), [0.7, 0.7, 0.2, 0.2]),
+    (interp, ([1.0, 3.0, 0.5, 0.1],), [1.0, 2.0, 3.0, 0.5, 0.3, 0.1]),
+    (interp, ([0.3, 0.6, 0.9, 0.6, 0.3, 0.3],), [0.3, 0.5, 0.7, 0.9, 0.6, 0.4, 0.3, 0.3]),
 ])
-def test_interp_by_hand(angles, expected):
-    assert interp(angles) == pytest.approx(expected)
+def test_schedules_by_hand(call, angles, expected):
+    assert call(*angles) == pytest.approx(expected)
+
+
+def test_tqa_anneals_towards_the_minimum():
+    assert cut_fraction(RING, tqa(4, 1.0)) > 0.75
 
 
 @pytest.mark.parametrize("p, p_new", [(1, 1), (3, 3), (11, 11), (3, 7), (8, 3)])
 def test_transfer(rng, p, p_new):
-    if p == p_new:
-        angles = rng.normal(size=2 * p)
-        assert transfer(angles, p) == pytest.approx(angles, abs=1e-15)
-    else:
-        assert transfer(tqa(p, 0.8), p_new) == pytest.approx(tqa(p_new, 0.8))
+    angles = rng.normal(size=2 * p) if p == p_new else tqa(p, 0.8)
+    assert transfer(angles, p_new) == pytest.approx(angles if p == p_new else tqa(p_new, 0.8), abs=1e-15)
 
 
 @pytest.mark.parametrize("call, message", [
@@ -104,5 +100,5 @@ def test_transfer(rng, p, p_new):
     (lambda: transfer([0.1, 0.2], 0), "p_new must be a positive integer"),
 ])
 def test_bad_input(call, message):
-    with pytest.raises(ValueError, match=message.replace("(", r"\(").replace(".", r"\.")):
+    with pytest.raises(ValueError, match=re.escape(message)):
         call()

@@ -232,7 +232,7 @@ def test_progress_draws_only_on_a_terminal():
     (["-e", "x0 + 9**9**9"], 1, "column 7: 9^387420489 is too large"),
     (["-e", "3"], 1, "no variables"),
     (["-e", "x0*(x1+1) - x0*x1 - x0"], 1, "no variables"),
-    (["-e", "1e308*x0 + 1e308*x1"], 1, "the energies can exceed the float range"),
+    (["-e", "1e308*x0 + 1e308*x1"], 1, "are infinite or overflow a float"),
     (["--maxcut", "/no/such/file"], 1, "cannot read"),
     (["--qubo", "q.txt"], 1, ".npy or .csv"),
 ] + [([{"g": "--maxcut", "q": "--qubo", "m": "--model"}[name[0]], (name, content)], 1, fragment)

@@ -1,5 +1,4 @@
-"""The formula grammar against sympy's reading of the same text with every name a Symbol, its
-refusals (column and reason, within the time bound), and input that is code."""
+"""The formula grammar against sympy's reading of the same text with every name a Symbol; refusals."""
 
 import io
 import keyword
@@ -18,17 +17,15 @@ from corvid_alg.QAOA.formula import FormulaError, parse, to_sympy
 
 
 def oracle(text):
-    """sympy's polynomial for `text`, every name a Symbol, x^k = x: {frozenset: float}.
-    Only for text the grammar accepted: numbers, names and operators, nothing else."""
+    """sympy's polynomial for accepted `text`, every name a Symbol, x^k = x: {frozenset: float}."""
     text = text.replace("\n", " ")  # the grammar's whitespace; Python's ends a statement
     names = {t.string for t in tokenize.generate_tokens(io.StringIO(text).readline)
              if t.type == tokenize.NAME}
     expr = parse_expr(text, local_dict={n: sympy.Symbol(n) for n in names},
                       transformations=standard_transformations + (convert_xor,))
-    symbols = sorted(expr.free_symbols, key=str)
+    symbols, out = sorted(expr.free_symbols, key=str), {}
     if not symbols:
         return {frozenset(): float(expr)} if expr != 0 else {}
-    out = {}
     for powers, c in sympy.Poly(sympy.expand(expr), *symbols).terms():
         m = frozenset(str(s) for s, k in zip(symbols, powers) if k)
         out[m] = out.get(m, 0.0) + float(c)

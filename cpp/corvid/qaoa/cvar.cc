@@ -3,6 +3,7 @@
 // only the entries whose key equals t are then walked one by one, in ascending index order.
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -62,6 +63,8 @@ class Selection {
     }
     return walk_ties();
   }
+
+  std::optional<std::size_t> boundary() const { return boundary_; }
 
  private:
   std::size_t bucket_of(std::size_t i, const Digit& d) const {
@@ -142,6 +145,7 @@ class Selection {
     for (std::size_t j = 0; j < candidates_.size() && cdf_ < alpha_; ++j) {
       const std::size_t i = candidates_[j];
       const double w = p_[i];
+      if (cdf_ + w >= alpha_) boundary_ = i;
       loss_ += (cdf_ + w < alpha_ ? w : alpha_ - cdf_) * e_[i];
       cdf_ += w;
     }
@@ -154,6 +158,7 @@ class Selection {
   Candidates candidates_;
   double cdf_ = 0.0;   // mass already taken: everything above the threshold so far
   double loss_ = 0.0;  // its weighted energy
+  std::optional<std::size_t> boundary_;  // the entry that crosses alpha
   int chunks_ = 1;
   std::vector<Bucket> hist_;
   std::vector<Bucket> total_;
@@ -161,16 +166,22 @@ class Selection {
 
 }  // namespace
 
-double cvar(std::span<const double> p, std::span<const double> e, double alpha) {
+CvarSplit cvar_split(std::span<const double> p, std::span<const double> e, double alpha) {
   check_same_length(p.size(), "p", e.size(), "e");
   if (!(alpha >= 0.0 && alpha <= 1.0)) {
     throw std::invalid_argument("alpha must be a number in [0, 1], got " + format_double(alpha));
   }
   if (alpha == 0.0) {
     check_weights(p, "p");
-    return 0.0;
+    return {0.0, std::nullopt};
   }
-  return Selection(p, e, alpha).run();
+  Selection selection(p, e, alpha);
+  const double loss = selection.run();
+  return {loss, selection.boundary()};
+}
+
+double cvar(std::span<const double> p, std::span<const double> e, double alpha) {
+  return cvar_split(p, e, alpha).loss;
 }
 
 }  // namespace corvid

@@ -3,6 +3,8 @@
 /// frequencies) paired with energies e[x], entry by entry. The arrays may hold any number of
 /// entries (all 2^n states or a sampled few) and are borrowed for the call only.
 
+#include <cstddef>
+#include <optional>
 #include <span>
 
 namespace corvid {
@@ -27,5 +29,14 @@ double gibbs_sum(std::span<const double> p, std::span<const double> e, double te
 /// std::invalid_argument unless p and e have equal length, every p[x] is finite and >= 0 and
 /// alpha is in [0, 1].
 double cvar(std::span<const double> p, std::span<const double> e, double alpha);
+
+/// cvar() and the entry that crosses alpha (none when alpha = 0 or the total mass stays below
+/// alpha). Entries before it in the order above count whole, so to first order the loss moves
+/// by sum over them of dp[x] * (e[x] - e[boundary]).
+struct CvarSplit {
+  double loss = 0.0;
+  std::optional<std::size_t> boundary;
+};
+CvarSplit cvar_split(std::span<const double> p, std::span<const double> e, double alpha);
 
 }  // namespace corvid

@@ -39,23 +39,33 @@ def _xy_mixer(qubits, angle, pairs):
     return circuit
 
 
+def _ring_pairs(n):
+    pairs = [(i, i + 1) for i in range(0, n - 1, 2)] + [(i, i + 1) for i in range(1, n - 1, 2)]
+    if n > 2:
+        pairs.append((n - 1, 0))
+    return pairs
+
+
+def _complete_pairs(n):
+    return [(i, j) for i in range(n) for j in range(i + 1, n)]
+
+
 def xy_ring_mixer(qubits, angle):
     """The XY mixer on a ring, H_M = sum_i (X_i X_i+1 + Y_i Y_i+1)/2 (indices mod n).
 
     The terms are applied as two rounds of disjoint pairs (even edges, then odd edges and
     the closing edge), the usual parity-partitioned form.
     """
-    n = len(qubits)
-    pairs = [(i, i + 1) for i in range(0, n - 1, 2)] + [(i, i + 1) for i in range(1, n - 1, 2)]
-    if n > 2:
-        pairs.append((n - 1, 0))
-    return _xy_mixer(qubits, angle, pairs)
+    return _xy_mixer(qubits, angle, _ring_pairs(len(qubits)))
 
 
 def xy_complete_mixer(qubits, angle):
     """The XY mixer on all pairs, H_M = sum_{i<j} (X_i X_j + Y_i Y_j)/2, pair by pair."""
-    n = len(qubits)
-    return _xy_mixer(qubits, angle, [(i, j) for i in range(n) for j in range(i + 1, n)])
+    return _xy_mixer(qubits, angle, _complete_pairs(len(qubits)))
+
+
+# The pair order of each XY mixer, for code that applies or differentiates it pair by pair.
+XY_PAIRS = {xy_ring_mixer: _ring_pairs, xy_complete_mixer: _complete_pairs}
 
 
 def _controlled_ry(control, target, theta):

@@ -169,17 +169,22 @@ class NamedProblem:
     def assignment(self, key):
         """The value of every variable for a result key (qubit 0 right-most) or a bit
         sequence (entry k for qubit k), as {name: value}."""
-        bits = [int(b) for b in reversed(key)] if isinstance(key, str) else [int(b) for b in key]
-        if len(bits) != len(self.variables) or any(b not in (0, 1) for b in bits):
-            raise ValueError(f"a solution of this problem has {len(self.variables)} bits, "
-                             f"got {key!r}")
-        values = [1 - 2 * b for b in bits] if self.spins else bits
-        resting = 1 if self.spins else 0
-        return {**dict(zip(self.variables, values)), **{name: resting for name in self.free}}
+        return decode(key, self.variables, self.free, self.spins)
 
     def assignments(self, solutions):
         """(assignment, probability) for each entry of a result mapping, in its order."""
         return [(self.assignment(key), probability) for key, probability in solutions.items()]
+
+
+def decode(key, variables, free=(), spins=False):
+    """{name: value} for a result key (qubit 0 right-most) or a bit sequence (entry k for
+    qubit k), qubit k carrying variables[k]; `free` names read 0, or +1 for spins."""
+    bits = [int(b) for b in reversed(key)] if isinstance(key, str) else [int(b) for b in key]
+    if len(bits) != len(variables) or any(b not in (0, 1) for b in bits):
+        raise ValueError(f"a solution of this problem has {len(variables)} bits, got {key!r}")
+    values = [1 - 2 * b for b in bits] if spins else bits
+    resting = 1 if spins else 0
+    return {**dict(zip(variables, values)), **{name: resting for name in free}}
 
 
 def maxcut_problem(graph):

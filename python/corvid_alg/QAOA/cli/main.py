@@ -1,7 +1,6 @@
 """corvid-qaoa: read a problem, run QAOA on it, report the solutions."""
 
 import contextlib
-import math
 import sys
 import time
 import warnings
@@ -90,11 +89,7 @@ def _read(opts):
     for name, reader in _READERS:
         value = getattr(opts, name)
         if value is not None:
-            problem = reader(value)
-            if not math.isfinite(problem.energy_scale()):
-                raise InputError("the energies can exceed the float range (1.8e308): the sum of "
-                                 "the absolute coefficients overflows; scale the problem down")
-            return problem
+            return reader(value)
     raise UsageError("give a problem: --expr, --model, --qubo or --maxcut")
 
 
@@ -102,8 +97,11 @@ def _solve(problem, opts, stderr):
     if opts.seed is not None:
         np.random.seed(opts.seed % 2**32)  # QAOA draws its starting angles from numpy's global generator
     progress = Progress(stderr, enabled=False if opts.quiet else None)
-    qaoa = TrackedQAOA(problem.target, norm=opts.norm, on_loss=progress.update,
-                       sample_seed=opts.seed)
+    try:
+        qaoa = TrackedQAOA(problem.target, norm=opts.norm, on_loss=progress.update,
+                           sample_seed=opts.seed)
+    except ValueError as error:  # coefficients beyond the float range
+        raise InputError(" ".join(str(error).split())) from None  # one line
     start = time.perf_counter()
     try:
         # The algorithm prints its rare warnings on stdout; keep stdout for the report alone.

@@ -33,7 +33,7 @@ import corvid
 
 from .. import default_circuits as _default_circuits, spsa
 from ..default_circuits import *  # noqa: F403
-from . import losses
+from . import gradient, losses
 from .circuits import pauli_z_operator_to_circuit
 from .distribution import by_descending_probability
 from .encoding import (
@@ -48,11 +48,15 @@ from .encoding import (
 )
 from .energy import EnergyCache, EnergyModel
 from .optimize import (
+    Evaluation,
     fit_angles,
     is_integer,
     layer_bounds,
+    lowest,
     parameter_interpolate,
     reject_duplicates,
+    spsa_result,
+    stopped_result,
     with_difference_step,
 )
 
@@ -90,12 +94,18 @@ class QAOA:
         circuit_iter: The number of times the quantum circuit being called during
             optimization.
         iter: the number of completed loss evaluations.
+        history: the last run's loss evaluations in order, each an ``Evaluation`` (angles,
+            loss), the final evaluation of ``run`` included.
+        best: the ``Evaluation`` of least loss in ``history`` (None before a run).
+        optimizer_result: the last minimiser call's result (see ``run``).
 
     Methods:
         calculate_energy : Calculate the function value for one solution.
         run_qaoa_circuit : Given parameters, run the qaoa circuit and get the theoretical
             probability distribution.
         run : run the optimization process
+        loss_and_gradient : the loss and its exact gradient at one angle vector
+        evaluate : the losses of many angle vectors in one call
     """
 
     # --- the problem --------------------------------------------------------------------------
@@ -142,6 +152,8 @@ class QAOA:
         self.layer = None
         self.iter = 0
         self.circuit_iter = 0
+        self.history = []
+        self.optimizer_result = None
         self._energy_model = EnergyModel(self.problem, kind, dimension)
         self.energy_dict = EnergyCache(self._energy_model)
         self._busy = threading.RLock()
@@ -192,6 +204,12 @@ class QAOA:
 
     def _energy(self, key):
         return self.energy_dict.energy_of(key, self.calculate_energy)
+
+    @property
+    def best(self):
+        """The best-ever evaluation of the last run: read from ``history``, so the two agree
+        even when an interrupt lands between evaluations."""
+        return lowest(self.history)
 
     # --- the ansatz ---------------------------------------------------------------------------
 
@@ -309,7 +327,8 @@ class QAOA:
         return loss
 
     def _non_finite_message(self, loss, result):
-        energies = self._energies(result)
+        # No result: the loss came from all basis states' energies.
+        energies = self.energy_dict.all_energies() if result is None else self._energies(result)
         if energies is None:
             energies = [self.energy_dict[key] for key in result if key in self.energy_dict]
         low, high = (float(np.min(energies)), float(np.max(energies))) if len(energies) else (0, 0)
@@ -321,7 +340,114 @@ class QAOA:
                 "norm=True rescales only the circuit's Hamiltonian), shift it by a constant so "
                 "that its low energies are near 0, or use a higher temperature")
 
+    # --- the public objective ---------------------------------------------------------------
+
+    def _ansatz_description(self):
+        """The ansatz for ``corvid.ansatz``, or None where the circuit path must serve (see
+        ``gradient.ansatz_description``; also when energies come from the caller's
+        ``calculate_energy``)."""
+        if not (self._own_energies() and self._energy_model.whole_space):
+            return None
+        return gradient.ansatz_description(self.operator, self.problem_dimension,
+                                           self.mixer_circuit, self.init_circuit,
+                                           self._init_circuit)
+
+    def _call_settings(self, loss_type, alpha, temperature):
+        """A call's loss settings: each argument, else the object's run setting, else the
+        default."""
+        return gradient.loss_settings(self.loss_type if loss_type is None else loss_type,
+                                      self.alpha if alpha is None else alpha,
+                                      self.temperature if temperature is None else temperature)
+
+    def _loss_with(self, paras, settings):
+        """The loss through the circuit path under `settings`, exactly; the object's settings
+        are restored."""
+        saved = (self.loss_type, self.alpha, self.temperature, self.layer, self.shots)
+        self.loss_type, self.alpha, self.temperature = settings
+        self.layer, self.shots = len(paras) // 2, -1
+        try:
+            return self._loss_function(paras)
+        finally:
+            self.loss_type, self.alpha, self.temperature, self.layer, self.shots = saved
+
+    def _check_finite_in_run(self, loss):
+        if self._in_run and not np.isfinite(loss):
+            raise FloatingPointError(self._non_finite_message(loss, None))
+
+    @_exclusive
+    def loss_and_gradient(self, paras, *, loss_type=None, alpha=None, temperature=None):
+        """The loss at `paras` and its gradient, from exact probabilities.
+
+        paras: 2p angles, the p gammas then the p betas; p is read from the length.
+        loss_type, alpha, temperature: the loss, as in ``run``; each one left out is the
+            object's run setting, else the default ("default", 1, 1).
+
+        Returns (loss, gradient), gradient a numpy array of the 2p partial derivatives in the
+        order of `paras`. With the X mixer or the XY mixers of ``default_circuits`` and any
+        initial state the gradient is exact, by adjoint differentiation in double precision:
+        about three evaluations' time and two more states of memory, counted as one
+        evaluation (``iter``) and one circuit run (``circuit_iter``). With any other mixer it
+        is estimated by central differences (two counted evaluations per angle). A sampling
+        object (shots > 0) is refused with ValueError.
+        """
+        gradient.require_exact(self.shots, "loss_and_gradient")
+        if np.ndim(paras) != 1:
+            raise ValueError(f"paras must be one vector of 2p angles, got shape {np.shape(paras)}")
+        paras = gradient.angle_matrix(paras, "paras")[0]
+        settings = self._call_settings(loss_type, alpha, temperature)
+        description = self._ansatz_description()
+        if description is None:
+            return gradient.central_differences(lambda x: self._loss_with(x, settings), paras,
+                                                corvid.default_precision())
+        loss, grad = corvid.ansatz.loss_and_gradient(
+            energies=self.energy_dict.all_energies(), angles=paras, loss=settings[0],
+            alpha=settings[1], temperature=settings[2], **description)
+        self.iter += 1
+        self.circuit_iter += 1
+        self._check_finite_in_run(loss)
+        return float(loss), grad
+
+    @_exclusive
+    def evaluate(self, angle_matrix, *, loss_type=None, alpha=None, temperature=None):
+        """The losses of k angle vectors in one call, from exact probabilities.
+
+        angle_matrix: k x 2p array, one vector (p gammas, then p betas) per row; p is read
+            from the width; a single vector is one row.
+        loss_type, alpha, temperature: as in ``loss_and_gradient``.
+
+        Returns a numpy array of k losses. The ansatzes ``loss_and_gradient`` differentiates
+        exactly run in one C++ call, small registers one vector per thread; others row by row
+        through the circuit. Each row counts as one evaluation and one circuit run. A sampling
+        object (shots > 0) is refused with ValueError.
+        """
+        gradient.require_exact(self.shots, "evaluate")
+        matrix = gradient.angle_matrix(angle_matrix, "angle_matrix")
+        settings = self._call_settings(loss_type, alpha, temperature)
+        description = self._ansatz_description()
+        if description is None:
+            return np.array([float(self._loss_with(row, settings)) for row in matrix])
+        values = corvid.ansatz.losses(
+            energies=self.energy_dict.all_energies(), angles=matrix, loss=settings[0],
+            alpha=settings[1], temperature=settings[2], **description)
+        self.iter += len(matrix)
+        self.circuit_iter += len(matrix)
+        return values
+
     # --- the optimisers -----------------------------------------------------------------------
+
+    def _record(self, paras, loss):
+        self.history.append(Evaluation(np.array(paras, dtype=float), float(loss)))
+
+    def _recorded(self, objective):
+        """`objective` (returning a loss, or a tuple that starts with it) adding each of its
+        evaluations to ``history``."""
+
+        def recorded(paras):
+            value = objective(paras)
+            self._record(paras, value[0] if isinstance(value, tuple) else value)
+            return value
+
+        return recorded
 
     def _check_bounds(self, initial_para, gamma_bounds, beta_bounds):
         """One (lower, upper) pair per layer for the gammas and for the betas of `initial_para`
@@ -335,19 +461,27 @@ class QAOA:
 
         ``optimizer`` "SPSA" uses ``spsa.spsa_minimize``; any other value (None included) is the
         method of ``minimize`` (None: L-BFGS-B, since bounds are always given). Further keyword
-        options go to the minimiser unchanged.
+        options go to the minimiser unchanged; with ``jac=True`` it gets the loss and its
+        gradient from ``loss_and_gradient``. Every evaluation goes to ``history``; the
+        minimiser's result to ``optimizer_result`` (SPSA's vector wrapped as an
+        ``OptimizeResult``).
         """
         gamma_bounds, beta_bounds = self._check_bounds(initial_para, gamma_bounds, beta_bounds)
         bounds = list(gamma_bounds) + list(beta_bounds)
+        objective = self._recorded(self.loss_and_gradient if optimize_option.get("jac") is True
+                                   else self._loss_function)
         if self.optimizer == "SPSA":
             reject_duplicates(optimize_option, ("bounds",))
-            return spsa.spsa_minimize(self._loss_function, initial_para, bounds=bounds,
-                                      **optimize_option)
+            before = len(self.history)
+            x = spsa.spsa_minimize(objective, initial_para, bounds=bounds, **optimize_option)
+            self.optimizer_result = spsa_result(x, len(self.history) - before)
+            return x
         reject_duplicates(optimize_option, ("bounds", "method"))
         optimize_option = with_difference_step(self.optimizer, optimize_option,
                                                 corvid.default_precision())
-        result = minimize(self._loss_function, initial_para, bounds=bounds,
+        result = minimize(objective, initial_para, bounds=bounds,
                           method=self.optimizer, **optimize_option)
+        self.optimizer_result = result
         return result.x
 
     def _optimize_qaoa_parameter_interp(self, initial_para, start_layer=None, gamma_bounds=None,
@@ -419,7 +553,8 @@ class QAOA:
             temperature).
         optimize_type: "default" (all 2p angles at once) or "interp" (layer by layer).
         optimizer: "SPSA", or a method of scipy.optimize.minimize (None: its default).
-        optimizer_option: keyword arguments for every minimiser call.
+        optimizer_option: keyword arguments for every minimiser call; ``jac=True`` gives a
+            scipy minimiser the exact gradient (``loss_and_gradient``, exact runs only).
         loss_option: alpha, temperature, gamma_bounds, beta_bounds (list of (low, high) per
             layer, or one pair for all layers); other keys are ignored.
 
@@ -427,6 +562,13 @@ class QAOA:
         their probability at the optimal angles, iterating by descending probability; angles is
         the optimiser's final vector; loss is the loss at those angles. A loss that is not
         finite during the run raises FloatingPointError.
+
+        The run also leaves ``history`` (every loss evaluation, the final one included),
+        ``best`` (the least loss among them) and ``optimizer_result``: scipy's
+        ``OptimizeResult``, SPSA's final vector wrapped in one, with INTERP the last stage's.
+        An exception in the minimiser (KeyboardInterrupt included) propagates after setting
+        ``optimizer_result`` to an unsuccessful result holding the best point so far; the
+        history up to it stays.
         """
         self.loss_type = "default" if loss_type is None else loss_type
         self.optimize_type = "default" if optimize_type is None else optimize_type
@@ -446,17 +588,24 @@ class QAOA:
             optimizer_option = {}
         gamma_bounds = loss_option.get("gamma_bounds")
         beta_bounds = loss_option.get("beta_bounds")
+        self.history = []
+        self.optimizer_result = None
         self._in_run = True
         try:
-            if self.optimize_type == "default":
-                para_result = self._optimize_qaoa_parameter_default(
-                    initial_para, gamma_bounds, beta_bounds, **optimizer_option)
-            else:
-                para_result = self._optimize_qaoa_parameter_interp(
-                    initial_para, start_layer, gamma_bounds, beta_bounds, **optimizer_option)
+            try:
+                if self.optimize_type == "default":
+                    para_result = self._optimize_qaoa_parameter_default(
+                        initial_para, gamma_bounds, beta_bounds, **optimizer_option)
+                else:
+                    para_result = self._optimize_qaoa_parameter_interp(
+                        initial_para, start_layer, gamma_bounds, beta_bounds, **optimizer_option)
+            except BaseException as error:
+                self.optimizer_result = stopped_result(self.best, len(self.history), error)
+                raise
             p = self.layer
             qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
             loss_result = self._loss_function(para_result)
+            self._record(para_result, loss_result)
         finally:
             self._in_run = False
         return by_descending_probability(qaoa_result), para_result, loss_result

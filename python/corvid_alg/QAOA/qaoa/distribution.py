@@ -62,6 +62,10 @@ class SortedDistribution(Mapping):
         return self._probabilities
 
     @property
+    def num_qubits(self):
+        return self._width
+
+    @property
     def order(self):
         """Basis indices by descending probability, ties in ascending order."""
         return self._order

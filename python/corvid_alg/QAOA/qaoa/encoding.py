@@ -94,19 +94,23 @@ def _short(problem):
     return text if len(text) <= 80 else text[:77] + "..."
 
 
+def non_diagonal_parts(operator):
+    """What keeps `operator` from being a real diagonal Hamiltonian ("X or Y factors",
+    "complex coefficients", both joined by "and"), or "" when nothing does."""
+    letters = {letter for key, _ in operator for letter in key.split() if letter[0] in "XY"}
+    complex_terms = [key for key, c in operator if isinstance(c, complex) and c.imag != 0]
+    return " and ".join(part for part, found in (("X or Y factors", letters),
+                                                 ("complex coefficients", complex_terms)) if found)
+
+
 def warn_if_not_diagonal(operator):
     """Warn when an operator has X or Y factors or complex coefficients: it is then solved as
     its real Z part (every letter read as Z), which is a different problem."""
-    letters = {letter for key, _ in operator for letter in key.split() if letter[0] in "XY"}
-    complex_terms = [key for key, c in operator if isinstance(c, complex) and c.imag != 0]
-    if letters or complex_terms:
+    parts = non_diagonal_parts(operator)
+    if parts:
         warnings.warn(
-            "the operator is not a real diagonal Hamiltonian ("
-            + ("X or Y factors" if letters else "")
-            + (" and " if letters and complex_terms else "")
-            + ("complex coefficients" if complex_terms else "")
-            + "): QAOA reads every factor as Z and takes real parts, so it solves a "
-            "different problem", stacklevel=3)
+            f"the operator is not a real diagonal Hamiltonian ({parts}): QAOA reads every "
+            "factor as Z and takes real parts, so it solves a different problem", stacklevel=3)
 
 
 def problem_to_z_operator(problem, norm=False):

@@ -207,10 +207,15 @@ class EnergyCache(MutableMapping):
         view.setflags(write=False)
         return view
 
+    @property
+    def whole_space(self):
+        """True when ``all_energies`` can give the energy of every basis state."""
+        return self._model.whole_space
+
     def covers_whole_space(self, result):
         """True when `result` is an exact distribution whose energies can come as one array."""
         return (
-            self._model.whole_space
+            self.whole_space
             and getattr(result, "num_qubits", None) == self._model.num_bits
             and hasattr(result, "probabilities")
         )

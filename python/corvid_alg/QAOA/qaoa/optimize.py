@@ -4,8 +4,10 @@ A vector of 2p angles holds the p gammas first, then the p betas.
 """
 
 import numbers
+from typing import NamedTuple
 
 import numpy as np
+from scipy.optimize import OptimizeResult
 from scipy.interpolate import barycentric_interpolate as b_interp  # noqa: F401  (replaceable)
 
 SHAPE_ERROR = "Shape of parameter bounds should be same with the layer"
@@ -108,3 +110,29 @@ def parameter_interpolate(pm):
     old_nodes = interp_x(p)
     new_nodes = interp_x(p + 1)
     return np.append(b_interp(old_nodes, gammas, new_nodes), b_interp(old_nodes, betas, new_nodes))
+
+
+class Evaluation(NamedTuple):
+    """One loss evaluation of a run: the angle vector (a copy) and its loss."""
+
+    angles: np.ndarray
+    loss: float
+
+
+def lowest(history):
+    """The evaluation of least loss in `history` (the first of equals), or None."""
+    return min(history, key=lambda evaluation: evaluation.loss, default=None)
+
+
+def spsa_result(x, evaluations):
+    """SPSA returns only its final vector; this wraps it like scipy's result."""
+    return OptimizeResult(x=np.asarray(x), nfev=evaluations, success=True,
+                          message="SPSA finished its iterations")
+
+
+def stopped_result(best, evaluations, error):
+    """The result of a minimiser stopped by `error`: the best evaluated point so far."""
+    return OptimizeResult(
+        x=None if best is None else best.angles, fun=None if best is None else best.loss,
+        nfev=evaluations, success=False,
+        message=f"stopped by {type(error).__name__}" + (f": {error}" if str(error) else ""))

@@ -1,0 +1,236 @@
+// Run under mpirun with 1, 2 or 4 ranks (and 3, to see it refused): every rank builds the same
+// random problem, simulates its slice, and checks it against the whole state that the
+// single-process machine computes from the same QAOA circuit.
+#include "corvid/dist/distributed_state.h"
+
+#include <gtest/gtest.h>
+#include <mpi.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <random>
+
+#include "corvid/circuit/circuit.h"
+#include "corvid/dist/mpi_check.h"
+#include "corvid/qaoa/diagonal.h"
+#include "corvid/sim/machine/machine.h"
+
+namespace corvid::dist {
+namespace {
+
+int world_size() {
+  int size = 0;
+  MPI_Comm_size(MPI_COMM_WORLD, &size);
+  return size;
+}
+
+// Z terms of weight 0 to 3 with coefficients in [-1, 1]: a constant, every qubit, 2n pairs and
+// n/2 triples, so that no two basis states tie by symmetry.
+struct Problem {
+  std::vector<std::uint64_t> masks;
+  std::vector<double> coeffs;
+};
+
+Problem random_problem(unsigned n, std::mt19937_64& rng) {
+  std::uniform_real_distribution<double> coeff(-1.0, 1.0);
+  std::uniform_int_distribution<unsigned> qubit(0, n - 1);
+  Problem p;
+  auto add = [&](std::uint64_t mask) {
+    p.masks.push_back(mask);
+    p.coeffs.push_back(coeff(rng));
+  };
+  add(0);
+  for (unsigned q = 0; q < n; ++q) add(std::uint64_t{1} << q);
+  while (p.masks.size() < 3 * n + 1 + n / 2) {
+    std::uint64_t mask = 0;
+    const int weight = p.masks.size() < 3 * n + 1 ? 2 : 3;
+    while (std::popcount(mask) < weight) mask |= std::uint64_t{1} << qubit(rng);
+    add(mask);
+  }
+  return p;
+}
+
+// exp(-i·gamma·c·Z…Z) on the qubits of `mask` as gates: RZ, RZZ, or RZ between CNOT ladders.
+void append_phase(Circuit& c, std::uint64_t mask, double angle) {
+  std::vector<Qubit> q;
+  for (unsigned b = 0; b < 64; ++b) {
+    if ((mask >> b) & 1) q.emplace_back(b);
+  }
+  if (q.size() == 1) c << Gate(GateKind::RZ, {q[0]}, angle);
+  if (q.size() == 2) c << Gate(GateKind::RZZ, {q[0], q[1]}, angle);
+  if (q.size() == 3) {
+    c << Gate(GateKind::CNOT, {q[0], q[2]}) << Gate(GateKind::CNOT, {q[1], q[2]});
+    c << Gate(GateKind::RZ, {q[2]}, angle);
+    c << Gate(GateKind::CNOT, {q[1], q[2]}) << Gate(GateKind::CNOT, {q[0], q[2]});
+  }
+}
+
+struct Case {
+  unsigned num_qubits;
+  int layers;
+  bool uniform_start;
+  std::size_t max_chunk;
+};
+
+class DistributedQaoa : public ::testing::TestWithParam<Case> {};
+
+TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
+  if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
+  const Case& c = GetParam();
+  const unsigned n = c.num_qubits;
+  std::mt19937_64 rng(1000 + n);  // the same on every rank
+  const Problem problem = random_problem(n, rng);
+  std::uniform_real_distribution<double> angle(-1.5, 1.5);
+
+  DistributedState state(MPI_COMM_WORLD, n, c.max_chunk);
+  Machine machine(1);
+  const auto qubits = machine.allocate_qubits(n);
+  Circuit circuit;
+  if (c.uniform_start) {
+    state.set_uniform();
+    for (const Qubit& q : qubits) circuit << Gate(GateKind::H, {q});
+  } else {
+    state.set_zero();
+  }
+  const AlignedBuffer<double> energies = local_z_energies(state, problem.masks, problem.coeffs);
+  for (int layer = 0; layer < c.layers; ++layer) {
+    const double gamma = angle(rng);
+    const double beta = angle(rng);
+    state.apply_phase({energies.data(), energies.size()}, gamma);
+    state.apply_x_mixer(beta);
+    for (std::size_t t = 0; t < problem.masks.size(); ++t) {
+      append_phase(circuit, problem.masks[t], 2.0 * gamma * problem.coeffs[t]);
+    }
+    for (const Qubit& q : qubits) circuit << Gate(GateKind::RX, {q}, -2.0 * beta);
+  }
+  const ProbabilityTable table = machine.probabilities(circuit, qubits);
+  const std::span<const double> want(table.values.data(), table.values.size());
+  const AlignedBuffer<double> all_energies =
+      energies_from_z_terms(static_cast<int>(n), problem.masks, problem.coeffs);
+  const std::span<const double> all_e(all_energies.data(), all_energies.size());
+
+  const AlignedBuffer<double> p = state.local_probabilities();
+  const std::span<const double> local_p(p.data(), p.size());
+  const std::span<const double> local_e(energies.data(), energies.size());
+  ASSERT_EQ(p.size(), want.size() >> (n - state.local_qubits()));
+  double worst = 0.0;
+  for (std::size_t i = 0; i < p.size(); ++i) {
+    worst = std::max(worst, std::abs(p[i] - want[state.first_index() + i]));
+    EXPECT_NEAR(energies[i], all_e[state.first_index() + i], 1e-12);
+  }
+  EXPECT_LT(worst, 1e-12);
+
+  EXPECT_NEAR(state.expectation(local_p, local_e), expectation(want, all_e), 1e-12);
+  for (double temperature : {0.7, 3.0}) {
+    EXPECT_NEAR(state.gibbs_loss(local_p, local_e, temperature),
+                -std::log(gibbs_sum(want, all_e, temperature)), 1e-12);
+  }
+
+  const AlignedBuffer<std::uint32_t> order = descending_order(want);
+  const std::vector<Solution> top = state.top_solutions(local_p, 20);
+  ASSERT_EQ(top.size(), std::min<std::size_t>(20, want.size()));
+  for (std::size_t i = 0; i < top.size(); ++i) {
+    EXPECT_NEAR(top[i].probability, want[order[i]], 1e-12) << i;
+    EXPECT_NEAR(top[i].probability, want[top[i].index], 1e-12) << i;
+    if (i > 0) EXPECT_GE(top[i - 1].probability, top[i].probability);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Problems, DistributedQaoa,
+    ::testing::Values(Case{3, 2, true, 1}, Case{6, 1, false, 1}, Case{12, 1, true, kMaxExchangeChunk},
+                      Case{13, 4, true, 64}, Case{14, 3, false, 1000}, Case{14, 4, true, 100}));
+
+TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
+  const int ranks = world_size();
+  if (!std::has_single_bit(static_cast<unsigned>(ranks))) {
+    EXPECT_THROW(
+        {
+          try {
+            DistributedState(MPI_COMM_WORLD, 10);
+          } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find("power-of-two number of ranks, got 3"),
+                      std::string::npos)
+                << e.what();
+            throw;
+          }
+        },
+        std::invalid_argument);
+    return;
+  }
+  // Each rank keeps at least one local qubit.
+  const unsigned most_global = static_cast<unsigned>(std::countr_zero(static_cast<unsigned>(ranks)));
+  EXPECT_THROW(DistributedState(MPI_COMM_WORLD, most_global), std::invalid_argument);
+  EXPECT_NO_THROW(DistributedState(MPI_COMM_WORLD, most_global + 1));
+  EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 63), std::invalid_argument);
+  EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 5, 0), std::invalid_argument);
+}
+
+TEST(DistributedState, BadInputOnOneRankIsAnErrorOnEveryRank) {
+  if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
+  DistributedState state(MPI_COMM_WORLD, 4);
+  state.set_uniform();
+  const AlignedBuffer<double> p = state.local_probabilities();
+  std::vector<double> e(p.size(), 1.0);
+  // Rank 0 passes one entry too few (or a NaN weight); the others pass good input.
+  const std::size_t size = state.rank() == 0 ? p.size() - 1 : p.size();
+  EXPECT_THROW(state.expectation({p.data(), size}, {e.data(), size}), std::invalid_argument);
+  std::vector<double> bad(p.data(), p.data() + p.size());
+  if (state.rank() == 0) bad[0] = std::nan("");
+  EXPECT_THROW(state.top_solutions(bad, 3), std::invalid_argument);
+  // Good input afterwards still works: no rank was left behind in a collective.
+  EXPECT_NEAR(state.expectation({p.data(), p.size()}, e), 1.0, 1e-15);
+  EXPECT_THROW(state.apply_one_qubit(4, Matrix2{}), std::invalid_argument);
+}
+
+// Run only by the ctest that expects its message (disabled otherwise): rank 1's failed call
+// must end rank 0 too, which waits in a barrier that rank 1 never reaches.
+TEST(DistributedState, DISABLED_FailedCallEndsEveryRank) {
+  MPI_Comm comm;
+  MPI_Comm_dup(MPI_COMM_WORLD, &comm);
+  MPI_Comm_set_errhandler(comm, MPI_ERRORS_RETURN);
+  int rank = 0;
+  MPI_Comm_rank(comm, &rank);
+  if (rank == 1) {
+    const double value = 1.0;
+    check_mpi(MPI_Send(&value, 1, MPI_DOUBLE, 1 << 20, 0, comm), "MPI_Send", comm);
+  }
+  MPI_Barrier(comm);
+  ADD_FAILURE() << "rank " << rank << " was not ended";
+}
+
+// Rank 0 prints the usual report; the other ranks print only their failures, prefixed.
+class FailurePrinter : public ::testing::EmptyTestEventListener {
+ public:
+  explicit FailurePrinter(int rank) : rank_(rank) {}
+  void OnTestPartResult(const ::testing::TestPartResult& r) override {
+    if (r.failed()) {
+      std::fprintf(stderr, "rank %d: %s:%d: %s\n", rank_, r.file_name() ? r.file_name() : "?",
+                   r.line_number(), r.summary());
+    }
+  }
+
+ private:
+  int rank_;
+};
+
+}  // namespace
+}  // namespace corvid::dist
+
+int main(int argc, char** argv) {
+  if (MPI_Init(&argc, &argv) != MPI_SUCCESS) return 1;
+  ::testing::InitGoogleTest(&argc, argv);
+  int rank = 0;
+  MPI_Comm_rank(MPI_COMM_WORLD, &rank);
+  if (rank != 0) {
+    auto& listeners = ::testing::UnitTest::GetInstance()->listeners();
+    delete listeners.Release(listeners.default_result_printer());
+    listeners.Append(new corvid::dist::FailurePrinter(rank));
+  }
+  int failed = RUN_ALL_TESTS() != 0 ? 1 : 0;
+  int any_failed = 0;
+  MPI_Allreduce(&failed, &any_failed, 1, MPI_INT, MPI_MAX, MPI_COMM_WORLD);
+  MPI_Finalize();
+  return any_failed;
+}
