@@ -14,8 +14,14 @@ import corvid
 """
 
 
+_TESTS = os.path.dirname(os.path.abspath(__file__))
+
+
 def _command(code):
-    env = dict(os.environ, PYTHONPATH=os.pathsep.join(sys.path))
+    # The library's path, not the test folders pytest put first: tests/corvid would be read as
+    # part of the corvid package.
+    path = [p for p in sys.path if p and not os.path.abspath(p).startswith(_TESTS)]
+    env = dict(os.environ, PYTHONPATH=os.pathsep.join(path))
     return [sys.executable, "-u", "-c", _PRELUDE + textwrap.dedent(code)], env
 
 

@@ -20,8 +20,6 @@ PENALTY = r"not an objective to minimise: write a constraint as a penalty .* P\*
 ALPHA = "^CVaR method needs parameter alpha to be a number between 0~1$"
 TEMPERATURE = "^Gibbs free energy method needs parameter temperature to be a number between 0~1$"
 INTERP = dict(layer=2, optimize_type="interp")
-
-
 OVERFLOW = "infinite or overflow"
 
 

@@ -7,8 +7,8 @@ import numbers
 from typing import NamedTuple
 
 import numpy as np
-from scipy.optimize import OptimizeResult
 from scipy.interpolate import barycentric_interpolate as b_interp  # noqa: F401  (replaceable)
+from scipy.optimize import OptimizeResult
 
 SHAPE_ERROR = "Shape of parameter bounds should be same with the layer"
 
