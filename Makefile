@@ -9,7 +9,7 @@ JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
 PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit
 
-.PHONY: all system venv build test test-cpp test-python demo bench bench-peers install clean \
+.PHONY: all system venv build test test-cpp test-python demo bench bench-peers install wheel clean \
         sanitize fuzz lint
 
 all: build
@@ -56,6 +56,18 @@ bench-peers: build
 
 install: venv
 	$(PY) -m pip install --no-build-isolation .
+
+# A wheel in dist/, installed into a fresh virtual environment outside the tree and smoke-tested
+# there: the package, its version and the command line on a bundled example.
+wheel: venv
+	rm -rf dist build/wheel-venv
+	$(PY) -m pip wheel -q --no-build-isolation --no-deps . -w dist
+	$(PYTHON_SYSTEM) -m venv build/wheel-venv
+	build/wheel-venv/bin/pip install -q dist/corvid-*.whl
+	cd /tmp && $(CURDIR)/build/wheel-venv/bin/python -c \
+	  "import corvid, corvid_alg.QAOA; print('corvid', corvid.__version__)"
+	cd /tmp && $(CURDIR)/build/wheel-venv/bin/corvid-qaoa --gset $(CURDIR)/examples/cube.gset \
+	  --layers 1 --seed 1 --quiet
 
 # Style: clang-format (.clang-format) over the C++ sources, reporting every file it would change;
 # ruff (pyproject.toml) over the Python.

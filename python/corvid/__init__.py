@@ -3,6 +3,8 @@
 Bit order: basis index bit i is qubit i; printed keys show qubit 0 right-most.
 """
 
+__version__ = "0.1.0"
+
 # A development build keeps the compiled extension in build/<dir>/python/corvid; listing that
 # folder on sys.path merges it into this package.
 __path__ = __import__("pkgutil").extend_path(__path__, __name__)
