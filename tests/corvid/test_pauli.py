@@ -1,6 +1,3 @@
-"""PauliOperator and binary_polynomial_to_z_operator from Python, checked against dense numpy
-matrices and hand-derived values."""
-
 import copy
 import doctest
 

@@ -1,19 +1,12 @@
-"""Property-based tests: the machine against the dense numpy reference on generated circuits,
-and the laws of the Pauli algebra against dense matrices. Bounded so the suite stays fast."""
-
 import numpy as np
 from hypothesis import given, settings, strategies as st
 
 import corvid
-from corvid import CPUQVM, PauliOperator, QCircuit, QProg
-from dense_reference import marginal, pauli_matrix, simulate
+from corvid import CPUQVM, PauliOperator, QProg
+from dense_reference import ONE, ONE_ANGLED, TWO, TWO_ANGLED, marginal, pauli_matrix, sdk_circuit, simulate
 
 bounded = settings(max_examples=50, deadline=None)
 
-ONE = ["I", "H", "X", "Y", "Z", "S", "T"]
-ONE_ANGLED = ["RX", "RY", "RZ", "P"]
-TWO = ["CNOT", "CZ", "SWAP"]
-TWO_ANGLED = ["RXX", "RYY", "RZZ"]
 angles = st.floats(-4 * np.pi, 4 * np.pi, allow_nan=False)
 
 
@@ -54,10 +47,7 @@ def circuits(draw):
 def run_exact(n, gate_list, listed):
     qvm = CPUQVM()
     q = qvm.qAlloc_many(n)
-    c = QCircuit()
-    for name, idx, params in gate_list:
-        c << getattr(corvid, name)(*[q[i] for i in idx], *params)
-    probs = qvm.prob_run_dict(QProg() << c, [q[i] for i in listed], -1)
+    probs = qvm.prob_run_dict(QProg() << sdk_circuit(gate_list, q), [q[i] for i in listed], -1)
     return probs.probabilities, qvm.state_vector()
 
 

@@ -1,6 +1,3 @@
-"""One machine shared between threads: runs, the calls that wait for a run, and Ctrl-C while
-waiting. Hangs are caught in subprocesses with timeouts."""
-
 import os
 import subprocess
 import sys
@@ -112,7 +109,6 @@ def test_thread_count_applies_to_threads_that_did_not_set_it():
 
 
 def fresh_python(*args, **env):
-    """Runs Python with `args` and `env` added, in a fresh process; returns its last line."""
     environ = {k: v for k, v in os.environ.items() if k not in ("OMP_NUM_THREADS", "OMP_WAIT_POLICY")}
     out = subprocess.run([sys.executable, *args], env={**environ, **env}, check=True,
                          capture_output=True, text=True, timeout=120).stdout
