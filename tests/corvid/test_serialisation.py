@@ -45,9 +45,9 @@ def test_copies_are_independent_and_pickles_run_on_any_machine():
 
 
 def test_pickles_come_back_from_another_process():
-    here = str(pathlib.Path(__file__).parent)
+    here = pathlib.Path(__file__).parent
     out = run_python(f"""
-        import pickle; sys.path.insert(0, {here!r})
+        import pickle; sys.path[:0] = [{str(here)!r}, {str(here.parent)!r}]
         from test_serialisation import _objects; print(pickle.dumps(_objects()).hex())
     """, timeout=120)
     theirs, mine = pickle.loads(bytes.fromhex(out.split()[-1])), _objects()
