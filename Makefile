@@ -58,13 +58,12 @@ install: venv
 	$(PY) -m pip install --no-build-isolation .
 
 # Style: clang-format (.clang-format) over the C++ sources, reporting every file it would change;
-# ruff over the Python where the venv has it.
+# ruff (pyproject.toml) over the Python.
 CXX_SOURCES    = $(shell git ls-files 'cpp/*.cc' 'cpp/*.h' 'bindings/*.cc' 'bindings/*.h' 'fuzz/*.cc' 'fuzz/*.h')
 
-lint:
+lint: venv
 	clang-format --dry-run -Werror $(CXX_SOURCES)
-	@if [ -x $(VENV)/bin/ruff ]; then $(VENV)/bin/ruff check python tests bench; \
-	 else echo "ruff not installed in $(VENV): Python not linted"; fi
+	$(VENV)/bin/ruff check python tests bench fuzz
 
 # The C++ core and its tests under AddressSanitizer and UndefinedBehaviorSanitizer (no Python).
 ASAN_BUILD    := build/asan

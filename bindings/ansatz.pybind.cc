@@ -82,7 +82,8 @@ void pybind_ansatz(py::module_& m) {
           const corvid::QaoaObjective objective(
               ansatz_of(n, masks, coeffs, std::move(xy_pairs), initial), span_of(energies));
           value = objective.loss_and_gradient(
-              span_of(angles), s, {gradient.mutable_data(), static_cast<std::size_t>(angles.size())});
+              span_of(angles), s,
+              {gradient.mutable_data(), static_cast<std::size_t>(angles.size())});
         }
         return py::make_tuple(value, gradient);
       },

@@ -33,8 +33,7 @@ std::uint32_t to_index(py::handle value, const char* what) {
   }
   const std::int64_t i = to_integer(value, what);
   if (i < 0 || i > std::numeric_limits<std::uint32_t>::max()) {
-    throw std::out_of_range(std::string(what) + " index " + std::to_string(i) +
-                            " is out of range");
+    throw std::out_of_range(std::string(what) + " index " + std::to_string(i) + " is out of range");
   }
   return static_cast<std::uint32_t>(i);
 }
@@ -63,9 +62,10 @@ std::string gate_doc(GateKind kind) {
   doc += "\n\n" + std::string(corvid::gate_definition(kind).doc) + ".\n\n";
   doc += "Qubits are Qubit handles from CPUQVM.qAlloc_many or plain int indices";
   if (info.has_angle) {
-    doc += "; the angle is in radians and must be finite (else ValueError). With scale, the "
-           "angle is angle*scale: phase gates that share one scale (a layer's gamma) reuse "
-           "their fused diagonal for every value of it";
+    doc +=
+        "; the angle is in radians and must be finite (else ValueError). With scale, the "
+        "angle is angle*scale: phase gates that share one scale (a layer's gamma) reuse "
+        "their fused diagonal for every value of it";
   }
   doc += ".";
   if (info.num_qubits == 1) {
@@ -87,37 +87,45 @@ void bind_gate_functions(py::module_& m) {
     const std::string name(info.name);
     const std::string doc = gate_doc(kind);
     if (info.num_qubits == 1 && info.has_angle) {
-      m.def(name.c_str(),
-            [kind](py::handle q, double angle, double scale) {
-              return one_qubit_gate(kind, q, angle, scale);
-            },
-            py::arg("qubit"), py::arg("angle"), py::kw_only(), py::arg("scale") = 1.0,
-            doc.c_str());
+      m.def(
+          name.c_str(),
+          [kind](py::handle q, double angle, double scale) {
+            return one_qubit_gate(kind, q, angle, scale);
+          },
+          py::arg("qubit"), py::arg("angle"), py::kw_only(), py::arg("scale") = 1.0, doc.c_str());
     } else if (info.num_qubits == 1) {
-      m.def(name.c_str(), [kind](py::handle q) { return one_qubit_gate(kind, q, 0.0); },
-            py::arg("qubit"), doc.c_str());
+      m.def(
+          name.c_str(), [kind](py::handle q) { return one_qubit_gate(kind, q, 0.0); },
+          py::arg("qubit"), doc.c_str());
     } else if (info.has_angle) {
-      m.def(name.c_str(),
-            [kind](py::handle a, py::handle b, double angle, double scale) {
-              return Gate(kind, {to_qubit(a), to_qubit(b)}, angle, scale);
-            },
-            py::arg("qubit1"), py::arg("qubit2"), py::arg("angle"), py::kw_only(),
-            py::arg("scale") = 1.0, doc.c_str());
+      m.def(
+          name.c_str(),
+          [kind](py::handle a, py::handle b, double angle, double scale) {
+            return Gate(kind, {to_qubit(a), to_qubit(b)}, angle, scale);
+          },
+          py::arg("qubit1"), py::arg("qubit2"), py::arg("angle"), py::kw_only(),
+          py::arg("scale") = 1.0, doc.c_str());
     } else {
       const bool cnot = kind == GateKind::CNOT;
-      m.def(name.c_str(),
-            [kind](py::handle a, py::handle b) { return Gate(kind, {to_qubit(a), to_qubit(b)}); },
-            py::arg(cnot ? "control" : "qubit1"), py::arg(cnot ? "target" : "qubit2"), doc.c_str());
+      m.def(
+          name.c_str(),
+          [kind](py::handle a, py::handle b) {
+            return Gate(kind, {to_qubit(a), to_qubit(b)});
+          },
+          py::arg(cnot ? "control" : "qubit1"), py::arg(cnot ? "target" : "qubit2"), doc.c_str());
     }
   }
 }
 
 template <class Handle>
 void bind_handle(py::class_<Handle>& cls, const char* name) {
-  cls.def_property_readonly("addr", [](const Handle& h) { return h.addr; },
-                            "Index of the bit in its machine's register.")
+  cls.def_property_readonly(
+         "addr", [](const Handle& h) { return h.addr; },
+         "Index of the bit in its machine's register.")
       .def("__repr__",
-           [name](const Handle& h) { return std::string(name) + "(" + std::to_string(h.addr) + ")"; })
+           [name](const Handle& h) {
+             return std::string(name) + "(" + std::to_string(h.addr) + ")";
+           })
       .def(py::self == py::self)
       .def("__hash__", [](const Handle& h) { return py::hash(py::make_tuple(h.addr, h.machine)); });
 }
@@ -203,7 +211,8 @@ Program program_from_state(const py::tuple& state) {
 template <class T>
 void bind_copies(py::class_<T>& cls) {
   cls.def("__copy__", [](const T& x) { return T(x); })
-      .def("__deepcopy__", [](const T& x, py::dict) { return T(x); }, py::arg("memo"));
+      .def(
+          "__deepcopy__", [](const T& x, py::dict) { return T(x); }, py::arg("memo"));
 }
 
 }  // namespace
@@ -222,7 +231,8 @@ std::int64_t to_integer(py::handle value, const char* what) {
   int overflow = 0;
   const long long v = PyLong_AsLongLongAndOverflow(i.ptr(), &overflow);
   if (overflow != 0) {  // the counts and indices behind every caller are 64-bit
-    throw std::invalid_argument(std::string(what) + (overflow > 0 ? " is too large: " : " is too small: ") +
+    throw std::invalid_argument(std::string(what) +
+                                (overflow > 0 ? " is too large: " : " is too small: ") +
                                 std::string(py::repr(value)) +
                                 (overflow > 0 ? " (at most 2**63 - 1)" : " (at least -2**63)"));
   }
@@ -255,7 +265,8 @@ CircuitClasses pybind_circuit_classes(py::module_& m) {
   return {
       py::class_<Qubit>(m, "Qubit", "A qubit of a machine's register (from CPUQVM.qAlloc_many)."),
       py::class_<CBit>(m, "CBit", "A classical bit of a machine (from CPUQVM.cAlloc_many)."),
-      py::class_<Gate>(m, "Gate", "One gate: .name, .qubits and .params. Made by the gate functions."),
+      py::class_<Gate>(m, "Gate",
+                       "One gate: .name, .qubits and .params. Made by the gate functions."),
       py::class_<Measurement>(m, "Measurement",
                               "Measurement of one qubit into one classical bit (see measure_all)."),
       py::class_<Circuit>(m, "QCircuit", R"doc(
@@ -292,8 +303,10 @@ void pybind_circuit_methods(py::module_& m, CircuitClasses& c) {
   bind_handle(c.qubit, "Qubit");
   bind_handle(c.cbit, "CBit");
 
-  c.gate.def_property_readonly("name", [](const Gate& g) { return std::string(g.name()); },
-                               "Upper-case gate name, e.g. 'CNOT'.")
+  c.gate
+      .def_property_readonly(
+          "name", [](const Gate& g) { return std::string(g.name()); },
+          "Upper-case gate name, e.g. 'CNOT'.")
       .def_property_readonly(
           "qubits",
           [](const Gate& g) {
@@ -319,16 +332,18 @@ void pybind_circuit_methods(py::module_& m, CircuitClasses& c) {
   bind_copies(c.circuit);
   c.circuit.def(py::pickle([](const Circuit& x) { return py::make_tuple(pack_gates(x)); },
                            [](const py::tuple& state) {
-                             if (state.size() != 1) throw std::invalid_argument("corrupt QCircuit state");
+                             if (state.size() != 1)
+                               throw std::invalid_argument("corrupt QCircuit state");
                              return unpack_gates(state[0].cast<std::string>());
                            }));
   c.circuit.def(py::init<>())
-      .def("__lshift__",
-           [](py::object self, const Gate& g) {
-             self.cast<Circuit&>().append(g);
-             return self;
-           },
-           py::is_operator())
+      .def(
+          "__lshift__",
+          [](py::object self, const Gate& g) {
+            self.cast<Circuit&>().append(g);
+            return self;
+          },
+          py::is_operator())
       .def("__lshift__", &append_to_circuit, py::is_operator())
       .def("__len__", &Circuit::size)
       .def(
@@ -342,9 +357,9 @@ void pybind_circuit_methods(py::module_& m, CircuitClasses& c) {
 Makes room for `count` more gates before a long series of appends. MemoryError, naming the
 number of gates, when the circuit could not also be copied and compiled for a run.
 )doc")
-      .def("__iter__",
-           [](const Circuit& x) { return py::make_iterator(x.begin(), x.end()); },
-           py::keep_alive<0, 1>())
+      .def(
+          "__iter__", [](const Circuit& x) { return py::make_iterator(x.begin(), x.end()); },
+          py::keep_alive<0, 1>())
       .def("__getitem__",
            [](const Circuit& x, std::int64_t i) {
              const auto n = static_cast<std::int64_t>(x.size());
@@ -365,8 +380,9 @@ number of gates, when the circuit could not also be copied and compiled for a ru
       .def("__lshift__", &append_to_program<Measurement>, py::is_operator())
       .def("__lshift__", &append_to_program<std::vector<Measurement>>, py::is_operator())
       .def("__len__", &Program::size, "Number of gates plus number of measurements.")
-      .def_property_readonly("circuit", [](const Program& p) { return p.circuit(); },
-                             "A copy of the program's gates as a QCircuit.")
+      .def_property_readonly(
+          "circuit", [](const Program& p) { return p.circuit(); },
+          "A copy of the program's gates as a QCircuit.")
       .def_property_readonly("measurements", [](const Program& p) { return p.measurements(); })
       .def("__str__", &Program::to_string)
       .def("__repr__", [](const Program& p) {

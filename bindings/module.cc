@@ -8,8 +8,8 @@
 #include "corvid/util/parallel.h"
 #include "pauli.pybind.h"
 #include "problems.pybind.h"
-#include "qasm.pybind.h"
 #include "qaoa.pybind.h"
+#include "qasm.pybind.h"
 #include "sim.pybind.h"
 
 namespace py = pybind11;

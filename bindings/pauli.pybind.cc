@@ -161,7 +161,8 @@ void pybind_pauli_methods(py::module_& m, PauliClasses& classes) {
           [](const PauliOperator& op) {  // the terms as (key, coefficient) pairs
             py::list terms;
             for (const PauliOperator::Term& t : op) {
-              terms.append(py::make_tuple(corvid::format_pauli_key(t.string), py::cast(t.coefficient)));
+              terms.append(
+                  py::make_tuple(corvid::format_pauli_key(t.string), py::cast(t.coefficient)));
             }
             return py::make_tuple(py::tuple(terms));
           },

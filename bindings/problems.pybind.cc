@@ -49,10 +49,12 @@ SquareMatrixView matrix_of(const Values& a, const char* what) {
 }
 
 // Column arrays (rows[k], cols[k], weights[k]) as pairs; indices must fit a qubit number.
-std::vector<WeightedPair> pairs_of(const Indices& rows, const Indices& cols, const Values& weights) {
+std::vector<WeightedPair> pairs_of(const Indices& rows, const Indices& cols,
+                                   const Values& weights) {
   if (rows.ndim() != 1 || cols.ndim() != 1 || weights.ndim() != 1 || rows.size() != cols.size() ||
       rows.size() != weights.size()) {
-    throw std::invalid_argument("rows, cols and weights must be one-dimensional and of equal length");
+    throw std::invalid_argument(
+        "rows, cols and weights must be one-dimensional and of equal length");
   }
   std::vector<WeightedPair> pairs(static_cast<std::size_t>(rows.size()));
   for (std::size_t k = 0; k < pairs.size(); ++k) {

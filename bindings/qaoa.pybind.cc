@@ -23,12 +23,14 @@ namespace {
 template <class T>
 using InArray = py::array_t<T, py::array::c_style | py::array::forcecast>;
 
-template <class T> std::span<const T> span_of(const InArray<T> &a) {
+template <class T>
+std::span<const T> span_of(const InArray<T> &a) {
   return {a.data(), static_cast<std::size_t>(a.size())};
 }
 
 /// Runs `compute` without the GIL and hands the buffer it returns to numpy.
-template <class F> auto released(F &&compute) {
+template <class F>
+auto released(F &&compute) {
   auto buffer = [&] {
     py::gil_scoped_release release;
     return compute();
@@ -39,7 +41,7 @@ template <class F> auto released(F &&compute) {
 using Masks = InArray<std::uint64_t>;
 using Values = InArray<double>;
 
-} // namespace
+}  // namespace
 
 QaoaClasses pybind_qaoa_classes(py::module_ &) { return {}; }
 
@@ -55,10 +57,8 @@ void pybind_qaoa_methods(py::module_ &m, QaoaClasses &) {
   d.def(
       "energies_from_z_terms",
       [](int n, const Masks &masks, const Values &coeffs) {
-        return released([&] {
-          return corvid::energies_from_z_terms(n, span_of(masks),
-                                               span_of(coeffs));
-        });
+        return released(
+            [&] { return corvid::energies_from_z_terms(n, span_of(masks), span_of(coeffs)); });
       },
       arg("num_qubits"), arg("masks"), arg("coeffs"),
       "E[x] = sum_t coeffs[t] * (-1)^popcount(x & masks[t]) for every x < "
@@ -66,10 +66,8 @@ void pybind_qaoa_methods(py::module_ &m, QaoaClasses &) {
   d.def(
       "energies_from_monomials",
       [](int n, const Masks &masks, const Values &coeffs) {
-        return released([&] {
-          return corvid::energies_from_monomials(n, span_of(masks),
-                                                 span_of(coeffs));
-        });
+        return released(
+            [&] { return corvid::energies_from_monomials(n, span_of(masks), span_of(coeffs)); });
       },
       arg("num_vars"), arg("masks"), arg("coeffs"),
       "E[x] = sum of coeffs[t] over the monomials whose mask is a subset of x, "
@@ -78,24 +76,20 @@ void pybind_qaoa_methods(py::module_ &m, QaoaClasses &) {
   d.def(
       "evaluate_z_terms",
       [](const Masks &masks, const Values &coeffs, const Masks &states) {
-        return to_numpy(corvid::evaluate_z_terms(
-            span_of(masks), span_of(coeffs), span_of(states)));
+        return to_numpy(corvid::evaluate_z_terms(span_of(masks), span_of(coeffs), span_of(states)));
       },
-      arg("masks"), arg("coeffs"), arg("states"),
-      "The Z-term energies of the given states only.");
+      arg("masks"), arg("coeffs"), arg("states"), "The Z-term energies of the given states only.");
   d.def(
       "evaluate_monomials",
       [](const Masks &masks, const Values &coeffs, const Masks &states) {
-        return to_numpy(corvid::evaluate_monomials(
-            span_of(masks), span_of(coeffs), span_of(states)));
+        return to_numpy(
+            corvid::evaluate_monomials(span_of(masks), span_of(coeffs), span_of(states)));
       },
       arg("masks"), arg("coeffs"), arg("states"),
       "The monomial energies of the given states only.");
   d.def(
       "expectation",
-      [](const Values &p, const Values &e) {
-        return corvid::expectation(span_of(p), span_of(e));
-      },
+      [](const Values &p, const Values &e) { return corvid::expectation(span_of(p), span_of(e)); },
       arg("p"), arg("e"), no_gil, "sum_x p[x] * e[x].");
   d.def(
       "cvar",
@@ -111,16 +105,14 @@ void pybind_qaoa_methods(py::module_ &m, QaoaClasses &) {
       [](const Values &p, const Values &e, double temperature) {
         return corvid::gibbs_sum(span_of(p), span_of(e), temperature);
       },
-      arg("p"), arg("e"), arg("temperature"), no_gil,
-      "sum_x p[x] * exp(-e[x] / temperature).");
+      arg("p"), arg("e"), arg("temperature"), no_gil, "sum_x p[x] * exp(-e[x] / temperature).");
   d.def(
       "descending_order",
       [](const Values &p) {
         return released([&] { return corvid::descending_order(span_of(p)); });
       },
-      arg("p"),
-      "Indices of p by descending weight, ties in ascending index order.");
+      arg("p"), "Indices of p by descending weight, ties in ascending index order.");
   pybind_ansatz(m);
 }
 
-} // namespace corvid_py
+}  // namespace corvid_py

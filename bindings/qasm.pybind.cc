@@ -24,13 +24,14 @@ keep_identities=True. Angles round-trip exactly through from_qasm.)doc";
         py::arg("keep_identities") = false, py::arg("fuse_rzz") = true, to_doc);
   m.def(
       "to_qasm",
-      [to_qasm](const corvid::Circuit& circuit, int version, bool keep_identities,
-                bool fuse_rzz) { return to_qasm(corvid::Program(circuit), version, keep_identities, fuse_rzz); },
+      [to_qasm](const corvid::Circuit& circuit, int version, bool keep_identities, bool fuse_rzz) {
+        return to_qasm(corvid::Program(circuit), version, keep_identities, fuse_rzz);
+      },
       py::arg("circuit"), py::arg("version") = 2, py::arg("keep_identities") = false,
       py::arg("fuse_rzz") = true);
   m.def(
-      "from_qasm", [](const std::string& text) { return corvid::from_qasm(text); },
-      py::arg("text"), R"doc(A QProg read from OpenQASM 2 or 3 text in corvid's gate set.
+      "from_qasm", [](const std::string& text) { return corvid::from_qasm(text); }, py::arg("text"),
+      R"doc(A QProg read from OpenQASM 2 or 3 text in corvid's gate set.
 
 Gates act on plain qubit indices (registers numbered one after another as declared), so the
 program runs on any machine. ValueError naming the line for anything outside the gate set or

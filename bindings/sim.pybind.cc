@@ -9,13 +9,13 @@
 #include <string>
 
 #include "circuit.pybind.h"
-#include "numpy_owned.h"
-#include "corvid/sim/machine/bandwidth.h"
-#include "corvid/sim/machine/basis_key.h"
 #include "corvid/sim/compile/compiler.h"
 #include "corvid/sim/compile/diagonal_cache.h"
 #include "corvid/sim/kernels/kernel_set.h"
+#include "corvid/sim/machine/bandwidth.h"
+#include "corvid/sim/machine/basis_key.h"
 #include "corvid/sim/machine/precision.h"
+#include "numpy_owned.h"
 
 namespace py = pybind11;
 using corvid::Machine;
@@ -95,8 +95,9 @@ void bind_probability_map(py::class_<ProbabilityTable>& cls) {
          },
          "Read-only float64 numpy view of the table without copying; index = basis index "
          "(bit b = the b-th listed qubit). Keeps the map alive.")
-      .def_property_readonly("num_qubits", [](const ProbabilityTable& t) { return t.num_qubits; },
-                             "Number of listed qubits = length of every key.")
+      .def_property_readonly(
+          "num_qubits", [](const ProbabilityTable& t) { return t.num_qubits; },
+          "Number of listed qubits = length of every key.")
       .def("__len__", [](const ProbabilityTable& t) { return t.values.size(); })
       .def("__getitem__", &get_item, py::arg("key"))
       .def("__contains__",
@@ -132,8 +133,8 @@ void bind_probability_map(py::class_<ProbabilityTable>& cls) {
                 bytes.size() / sizeof(double) > (std::uint64_t{1} << num_qubits)) {
               throw std::invalid_argument("corrupt ProbabilityMap state");
             }
-            ProbabilityTable t{num_qubits, corvid::PooledBuffer<double>(bytes.size() / sizeof(double),
-                                                                        "probability table")};
+            ProbabilityTable t{num_qubits, corvid::PooledBuffer<double>(
+                                               bytes.size() / sizeof(double), "probability table")};
             std::memcpy(t.values.data(), bytes.data(), bytes.size());
             return t;
           }))
@@ -176,7 +177,8 @@ about half the time, probabilities good to about 1e-6 relative); None takes the 
 its state, so after prob_run_dict over all qubits in order its state_vector() is a ValueError.
 )doc")
       .def_property_readonly(
-          "precision", [](const Machine& m) { return std::string(corvid::precision_name(m.precision())); },
+          "precision",
+          [](const Machine& m) { return std::string(corvid::precision_name(m.precision())); },
           "'double' or 'single'.")
       .def("init_qvm", &Machine::init, no_gil, R"doc(
 Prepares the machine. Calling it is optional on a new machine; on one that has allocated, it
@@ -293,9 +295,12 @@ void bind_performance_controls(py::module_& m) {
 Sets the precision ("double" or "single") of machines created afterwards without one, such as
 those the QAOA module creates per evaluation. ValueError for any other value.
 )doc");
-  m.def("default_precision", [] { return std::string(corvid::precision_name(corvid::default_precision())); },
-        "The precision new machines get: 'double' (the initial default) or 'single'.");
-  m.def("last_run_timings", [] { return timings_dict(corvid::latest_run_timings()); }, R"doc(
+  m.def(
+      "default_precision",
+      [] { return std::string(corvid::precision_name(corvid::default_precision())); },
+      "The precision new machines get: 'double' (the initial default) or 'single'.");
+  m.def(
+      "last_run_timings", [] { return timings_dict(corvid::latest_run_timings()); }, R"doc(
 CPUQVM.last_run_timings() of the latest run of any machine in the process: for profiling code
 that creates its own machines, such as the QAOA module.
 )doc");
@@ -308,14 +313,17 @@ is one pass over the state: the plain reference path, for comparisons and benchm
       "kernel_sets",
       [] {
         std::vector<std::string> names;
-        for (const corvid::KernelSet* k : corvid::available_kernel_sets()) names.emplace_back(k->name);
+        for (const corvid::KernelSet* k : corvid::available_kernel_sets())
+          names.emplace_back(k->name);
         return names;
       },
       "Names of the kernel sets this CPU can run, the portable 'scalar' one first.");
-  m.def("kernel_set", [] { return std::string(corvid::active_kernel_set().name); },
-        "Name of the kernel set in use (the best one this CPU supports unless set).");
-  m.def("set_kernel_set", [](const std::string& name) { corvid::set_active_kernel_set(name); },
-        py::arg("name"), "Chooses the kernel set by name; ValueError if this CPU cannot run it.");
+  m.def(
+      "kernel_set", [] { return std::string(corvid::active_kernel_set().name); },
+      "Name of the kernel set in use (the best one this CPU supports unless set).");
+  m.def(
+      "set_kernel_set", [](const std::string& name) { corvid::set_active_kernel_set(name); },
+      py::arg("name"), "Chooses the kernel set by name; ValueError if this CPU cannot run it.");
   m.def(
       "diagonal_cache_info",
       [] {

@@ -46,9 +46,9 @@ corvid::Circuit ghz(const std::vector<corvid::Qubit>& q) {
 int main() {
   std::vector<double> ghz_expected(8, 0.0);
   ghz_expected[0] = ghz_expected[7] = 0.5;
-  const bool ok = run_and_check("Bell state (H q[0]; CNOT q[0], q[1]):", 2, bell,
-                                {0.5, 0.0, 0.0, 0.5}) &&
-                  run_and_check("GHZ state on 3 qubits:", 3, ghz, ghz_expected);
+  const bool ok =
+      run_and_check("Bell state (H q[0]; CNOT q[0], q[1]):", 2, bell, {0.5, 0.0, 0.0, 0.5}) &&
+      run_and_check("GHZ state on 3 qubits:", 3, ghz, ghz_expected);
   std::printf(ok ? "probabilities as expected\n" : "UNEXPECTED PROBABILITIES\n");
   return ok ? 0 : 1;
 }

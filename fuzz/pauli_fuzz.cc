@@ -45,8 +45,8 @@ Matrix pauli_matrix(char letter) {
 }
 
 Matrix times(const Matrix& a, const Matrix& b) {
-  return {a[0] * b[0] + a[1] * b[2], a[0] * b[1] + a[1] * b[3],
-          a[2] * b[0] + a[3] * b[2], a[2] * b[1] + a[3] * b[3]};
+  return {a[0] * b[0] + a[1] * b[2], a[0] * b[1] + a[1] * b[3], a[2] * b[0] + a[3] * b[2],
+          a[2] * b[1] + a[3] * b[3]};
 }
 
 // The letter L and phase k (power of i) with m = i^k L, found by trying all sixteen.
@@ -144,7 +144,7 @@ void check_algebra(const PauliString& a, const PauliString& b, const PauliString
   require((A * B) * D == A * (B * D), "the product is associative");
   require(A * (B + D) == A * B + A * D, "the product distributes over the sum");
   require(0.0 * A == PauliOperator(), "0·a is the zero operator");
-  for (const auto& term : A * B) {
+  for (const auto& term : A* B) {
     require(term.coefficient != C(0, 0), "no term has a zero coefficient");
   }
   const std::string text = (A * B).to_string();

@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   for (int version : {2, 3}) {
-    const corvid::Program back = corvid::from_qasm(corvid::to_qasm(program, {version, true, false}));
+    const corvid::Program back =
+        corvid::from_qasm(corvid::to_qasm(program, {version, true, false}));
     const auto gates = program.circuit().gates(), again = back.circuit().gates();
     bool same = gates.size() == again.size() && back.measurements() == program.measurements();
     for (std::size_t i = 0; same && i < gates.size(); ++i) same = gates[i] == again[i];

@@ -14,6 +14,7 @@ sys.exit(0 if os.path.exists(os.path.join(sysconfig.get_paths()["include"], "Pyt
 PY
 [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
 [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
+command -v clang-format >/dev/null || need+=(clang-format)
 # make fuzz: clang and its libFuzzer runtime.
 command -v clang++ >/dev/null || need+=(clang)
 compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a" >/dev/null ||

@@ -11,12 +11,17 @@ import sys
 import numpy as np
 import pytest
 
+from corvid_alg.QAOA import angles
 from corvid_alg.QAOA.cli import main, plot
 from corvid_alg.QAOA.cli.errors import InputError
 from corvid_alg.QAOA.cli.progress import Progress
+from corvid_alg.QAOA.export import to_qasm
+from corvid_alg.QAOA.problems import maxcut_operator
+from corvid_alg.QAOA.qaoa import QAOA
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 MAXCUT14 = os.path.join(ROOT, "examples", "maxcut14.txt")
+CUBE = os.path.join(ROOT, "examples", "cube.gset")
 FAST = ["--optimizer", "COBYLA", "--option", "maxiter=25", "--seed", "5", "--quiet"]
 
 
@@ -178,6 +183,53 @@ def test_plot_writes_a_png_after_the_report(tmp_path, monkeypatch):
     assert err == "corvid-qaoa: error: cannot write run.png: disk full\n"
 
 
+def test_gset_energies_are_minus_cuts_with_1_based_nodes(tmp_path):
+    path = tmp_path / "g.gset"
+    path.write_text("5 3\n1 2 2\n2 3 1\n1 3 -1\n")  # node 4 and 5: in no edge
+    doc = solved("--gset", str(path), "--top", "8")
+    assert doc["problem"]["variables"] == ["1", "2", "3"]
+    assert doc["problem"]["free_variables"] == ["4", "5"]
+    for s in doc["solutions"]:
+        x = vector(s["bits"])
+        cut = sum(w for i, j, w in [(0, 1, 2), (1, 2, 1), (0, 2, -1)] if x[i] != x[j])
+        assert s["energy"] == pytest.approx(-cut)
+    assert doc["optimum"] == -3  # cut {2} from {1, 3}
+    assert doc["approximation_ratio"] == pytest.approx(-doc["best"]["energy"] / 3)  # no cut is below 0
+
+
+def cube_qaoa():
+    with open(CUBE) as f:
+        edges = [tuple(int(v) - 1 for v in line.split()[:2]) for line in f.readlines()[1:]]
+    return QAOA(maxcut_operator(edges))
+
+
+@pytest.mark.parametrize("init, layers, expected", [
+    ("tqa", 2, angles.tqa(2, 1.0)),  # unweighted MaxCut: dt 1
+    ("tqa", 3, angles.tqa(1, 1.0)),  # with --interp: the first layer
+    ("fixed", 3, angles.fixed_angles(3, 3)),
+])
+def test_init_starts_from_the_schedule(init, layers, expected):
+    extra = ["--interp"] if init == "tqa" and layers == 3 else []
+    doc = solved("--gset", CUBE, "--init", init, "--layers", str(layers), *extra)
+    start = cube_qaoa().evaluate([expected])[0]
+    assert doc["settings"]["init"] == init
+    assert doc["loss_history"][0] == pytest.approx(start, rel=1e-9)
+
+
+def test_qasm_and_landscape_are_written_after_the_report(tmp_path):
+    qasm, image = tmp_path / "c.qasm", tmp_path / "l.png"
+    status, out, err = run_cli("--gset", CUBE, "--qasm", str(qasm), "--landscape", str(image),
+                               "--json", *FAST)
+    assert status == 0, err
+    doc = json.loads(out)
+    assert 0 < doc["approximation_ratio"] <= 1 and doc["optimum"] == -12  # bipartite: every edge cut
+    found = doc["angles"]["gammas"] + doc["angles"]["betas"]
+    assert qasm.read_text() == to_qasm(cube_qaoa(), found)
+    from matplotlib.image import imread
+    pixels = imread(image)
+    assert pixels.shape[:2] == (400, 600)
+    assert len(np.unique(pixels.reshape(-1, pixels.shape[-1]), axis=0)) > 10
+
 
 class FakeTerminal(io.StringIO):
     def isatty(self):
@@ -224,6 +276,17 @@ def test_progress_draws_only_on_a_terminal():
     (["-e", "x0", "--shots", "1" + "0" * 20, "--seed", "1"], 2, "--shots: must be at most 10^15"),
     (["-e", "x0", "--option", "options=5"], 2, "options= must be a JSON object"),
     (["-e", "x0", "--option", "callback=print"], 2, "needs a Python function"),
+    (["-e", "x0", "--init", "zero"], 2, "invalid choice: 'zero'"),
+    (["-e", "x0", "--init", "tqa", "--initial-angles", "1,2"], 2, "use one"),
+    (["-e", "x0", "--init", "fixed"], 2, "--init fixed needs an unweighted regular graph"),
+    (["--init", "fixed", "--maxcut", ("g.txt", "0 1 2\n1 2\n2 0\n")], 2, "every edge of weight 1"),
+    (["--init", "fixed", "--maxcut", ("g.txt", "0 1\n1 2\n")], 2,
+     "needs a regular graph; node degrees here range from 1 to 2"),
+    (["--gset", CUBE, "--init", "fixed", "--layers", "12"], 2, "no fixed angles for degree 3 at p = 12"),
+    (["-e", "x0", "--landscape", "l.svg"], 2, "--landscape writes a PNG file"),
+    (["-e", "x0", "--qasm", "/no/such/dir/c.qasm"], 2, "--qasm /no/such/dir/c.qasm: the folder"),
+    (["-e", "x0", "--qasm", "/"], 2, "is a directory"),
+    (["-e", "x0", "--plot", "a.png", "--landscape", "./a.png"], 2, "must name different files"),
     (["-e", "1000*x0 - 1000*x1", "--loss", "gibbs", "--json"], 1,
      "the Gibbs loss is not finite at evaluation 1; the energies reach about 2e+03: "
      "try --norm, a constant shift that brings the energies near 0 or a higher --temperature"),
@@ -235,11 +298,19 @@ def test_progress_draws_only_on_a_terminal():
     (["-e", "1e308*x0 + 1e308*x1"], 1, "are infinite or overflow a float"),
     (["--maxcut", "/no/such/file"], 1, "cannot read"),
     (["--qubo", "q.txt"], 1, ".npy or .csv"),
-] + [([{"g": "--maxcut", "q": "--qubo", "m": "--model"}[name[0]], (name, content)], 1, fragment)
+] + [([{"g": "--maxcut", "q": "--qubo", "m": "--model", "s": "--gset"}[name[0]], (name, content)],
+      1, fragment)
      for name, content, fragment in [  # files (name, content) written first
     ("g.txt", "0 1\n1 1\n", "line 2: self-loop"),
     ("g.txt", "0 1 x\n", "line 1: weight 'x'"),
     ("g.txt", "0 1 2 3\n", "line 1: expected"),
+    ("s.gset", "4 2\n1 2 1\n2 3 1\n3 4 1\n", "line 4: an edge beyond the 2"),
+    ("s.gset", "4 3\n1 2 1\n2 3 1\n", "the header announces 3 edges, the file has 2"),
+    ("s.gset", "3 1\n1 4 1\n", "line 2: node '4' is not in 1 .. 3"),
+    ("s.gset", "3 1\n0 2 1\n", "line 2: node '0' is not in 1 .. 3"),
+    ("s.gset", "3\n1 2 1\n", "line 1: expected the header 'n m'"),
+    ("s.gset", "# only a comment\n", "empty; expected a header"),
+    ("s.gset", "3 1\n1 2 w\n", "line 2: weight 'w'"),
     ("g.txt", "# nothing\n", "no edges"),
     ("g.txt", b"\xff\xfe\x00", "not a UTF-8 text file"),
     ("q.csv", "1,2\n3\n", "q.csv"),

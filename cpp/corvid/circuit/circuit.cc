@@ -23,25 +23,29 @@ void Circuit::reserve(std::uint64_t count) {
   const std::string what = gate_count(total);
   if (total > SIZE_MAX / kRunBytesPerGate) require_memory(SIZE_MAX, what);
   // Small circuits skip the (file-reading) memory query.
-  if (total * kRunBytesPerGate >= std::size_t{1} << 26) require_memory(total * kRunBytesPerGate, what);
+  if (total * kRunBytesPerGate >= std::size_t{1} << 26)
+    require_memory(total * kRunBytesPerGate, what);
   naming_allocation(what, [&] { gates_.reserve(total); });
 }
 
 Circuit& Circuit::append(const Gate& gate) {
-  naming_allocation([&] { return "appending to " + gate_count(gates_.size()); }, [&] { gates_.push_back(gate); });
+  naming_allocation([&] { return "appending to " + gate_count(gates_.size()); },
+                    [&] { gates_.push_back(gate); });
   return *this;
 }
 
 Circuit& Circuit::append(const Circuit& other) {
-  naming_allocation([&] { return "appending to " + gate_count(gates_.size()); }, [&] {
-    if (&other == this) {
-      // Inserting a vector's own range into itself would read from reallocated storage.
-      std::vector<Gate> copy = gates_;
-      gates_.insert(gates_.end(), copy.begin(), copy.end());
-    } else {
-      gates_.insert(gates_.end(), other.gates_.begin(), other.gates_.end());
-    }
-  });
+  naming_allocation([&] { return "appending to " + gate_count(gates_.size()); },
+                    [&] {
+                      if (&other == this) {
+                        // Inserting a vector's own range into itself would read from reallocated
+                        // storage.
+                        std::vector<Gate> copy = gates_;
+                        gates_.insert(gates_.end(), copy.begin(), copy.end());
+                      } else {
+                        gates_.insert(gates_.end(), other.gates_.begin(), other.gates_.end());
+                      }
+                    });
   return *this;
 }
 

@@ -9,7 +9,6 @@
 namespace corvid {
 namespace {
 
-
 std::string gate_error(std::string_view name, const std::string& what) {
   return "gate " + std::string(name) + ": " + what;
 }
@@ -18,8 +17,7 @@ std::string gate_error(std::string_view name, const std::string& what) {
 
 const GateInfo& gate_info(GateKind kind) { return gate_definition(kind).info; }
 
-Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle, double scale)
-    : kind_(kind) {
+Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle, double scale) : kind_(kind) {
   const GateInfo& info = gate_info(kind);
   if (qubits.size() != info.num_qubits) {
     throw std::invalid_argument(gate_error(info.name, "takes " + std::to_string(info.num_qubits) +
@@ -28,8 +26,8 @@ Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle, double sc
   }
   for (std::size_t i = 0; i < qubits.size(); ++i) {
     if (qubits[i].addr >= kMaxQubits) {
-      throw std::out_of_range(gate_error(info.name, "qubit index " + std::to_string(qubits[i].addr) +
-                                                        " is out of range [0, 64)"));
+      throw std::out_of_range(gate_error(
+          info.name, "qubit index " + std::to_string(qubits[i].addr) + " is out of range [0, 64)"));
     }
     qubits_[i] = qubits[i].addr;
   }
@@ -46,7 +44,8 @@ Gate::Gate(GateKind kind, std::span<const Qubit> qubits, double angle, double sc
   if (info.has_angle) {
     if (!std::isfinite(angle * scale) || !std::isfinite(scale)) {
       std::string got = std::to_string(angle * scale);
-      if (scale != 1.0) got += " (" + std::to_string(angle) + " times scale " + std::to_string(scale) + ")";
+      if (scale != 1.0)
+        got += " (" + std::to_string(angle) + " times scale " + std::to_string(scale) + ")";
       throw std::invalid_argument(gate_error(info.name, "angle must be finite, got " + got));
     }
     angle_ = angle * scale;

@@ -20,10 +20,23 @@
 namespace corvid {
 
 enum class GateKind : std::uint8_t {
-  I, H, X, Y, Z, S, T,        // one qubit, no angle
-  RX, RY, RZ, P,              // one qubit, one angle
-  CNOT, CZ, SWAP,             // two qubits, no angle
-  RXX, RYY, RZZ,              // two qubits, one angle
+  I,
+  H,
+  X,
+  Y,
+  Z,
+  S,
+  T,  // one qubit, no angle
+  RX,
+  RY,
+  RZ,
+  P,  // one qubit, one angle
+  CNOT,
+  CZ,
+  SWAP,  // two qubits, no angle
+  RXX,
+  RYY,
+  RZZ,  // two qubits, one angle
 };
 
 inline constexpr int kNumGateKinds = 17;

@@ -31,6 +31,8 @@ TEST(Gate, PrintsOneLine) {
 
 TEST(Gate, AngleIsDroppedForFixedGatesAndOwnerIsNotPartOfTheValue) {
   EXPECT_EQ(Gate(GateKind::X, {1}, 5.0).angle(), 0.0);
+  EXPECT_EQ(Gate(GateKind::RZ, {0}, 3.0, 0.5).angle(), 1.5);
+  EXPECT_EQ(Gate(GateKind::RZ, {0}, 3.0, 0.5), Gate(GateKind::RZ, {0}, 1.5));
   EXPECT_EQ(Gate(GateKind::RX, {Qubit(1, 7)}, 0.5), Gate(GateKind::RX, {1}, 0.5));
   EXPECT_EQ(Gate(GateKind::RX, {Qubit(1, 7)}, 0.5).machine(), 7u);
   EXPECT_NE(Gate(GateKind::RX, {1}, 0.5), Gate(GateKind::RY, {1}, 0.5));
@@ -57,15 +59,35 @@ TEST_P(GateRejects, WithAClearError) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, GateRejects,
     ::testing::Values(
-        BadGate{"same qubit twice", [] { Gate(GateKind::CNOT, {2, 2}); }, false},
-        BadGate{"rxx same qubit", [] { Gate(GateKind::RXX, {0, 0}, 1.0); }, false},
+        BadGate{"same qubit twice",
+                [] {
+                  Gate(GateKind::CNOT, {2, 2});
+                },
+                false},
+        BadGate{"rxx same qubit",
+                [] {
+                  Gate(GateKind::RXX, {0, 0}, 1.0);
+                },
+                false},
         BadGate{"too few qubits", [] { Gate(GateKind::SWAP, {1}); }, false},
-        BadGate{"too many qubits", [] { Gate(GateKind::H, {1, 2}); }, false},
+        BadGate{"too many qubits",
+                [] {
+                  Gate(GateKind::H, {1, 2});
+                },
+                false},
         BadGate{"nan angle", [] { Gate(GateKind::RZ, {0}, std::nan("")); }, false},
         BadGate{"inf angle",
-                [] { Gate(GateKind::RYY, {0, 1}, std::numeric_limits<double>::infinity()); },
+                [] {
+                  Gate(GateKind::RYY, {0, 1}, std::numeric_limits<double>::infinity());
+                },
                 false},
-        BadGate{"two machines", [] { Gate(GateKind::CZ, {Qubit(0, 1), Qubit(1, 2)}); }, false},
+        BadGate{"nan scale", [] { Gate(GateKind::RZ, {0}, 1.0, std::nan("")); }, false},
+        BadGate{"angle times scale overflows", [] { Gate(GateKind::P, {0}, 1e200, 1e200); }, false},
+        BadGate{"two machines",
+                [] {
+                  Gate(GateKind::CZ, {Qubit(0, 1), Qubit(1, 2)});
+                },
+                false},
         BadGate{"qubit past 63", [] { Gate(GateKind::X, {64}); }, true}));
 
 }  // namespace corvid

@@ -159,8 +159,8 @@ class Lexer {
       const char c = text_[pos_];
       const std::size_t start = pos_;
       if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
-        while (pos_ < text_.size() && (std::isalnum(static_cast<unsigned char>(text_[pos_])) ||
-                                       text_[pos_] == '_')) {
+        while (pos_ < text_.size() &&
+               (std::isalnum(static_cast<unsigned char>(text_[pos_])) || text_[pos_] == '_')) {
           ++pos_;
         }
         out.push_back({Token::kName, text_.substr(start, pos_ - start), line_});
@@ -281,8 +281,8 @@ class Reader {
     if (peek().kind != Token::kNumber) fail("expected a version");
     const std::string_view version = next().text;
     if (version != "2.0" && version != "3.0" && version != "3") {
-      Lexer::fail(tokens_[pos_ - 1].line, "OpenQASM version " + std::string(version) +
-                                             " is not supported (2.0 or 3.0)");
+      Lexer::fail(tokens_[pos_ - 1].line,
+                  "OpenQASM version " + std::string(version) + " is not supported (2.0 or 3.0)");
     }
     expect(";");
   }
@@ -356,8 +356,10 @@ class Reader {
   void definition() {
     const std::string_view id = name();
     if (id != "rxx" && id != "ryy" && id != "rzz" && id != "swap") {
-      Lexer::fail(tokens_[pos_ - 1].line, "gate definitions other than rxx, ryy, rzz and swap "
-                                          "are not supported, found '" + std::string(id) + "'");
+      Lexer::fail(tokens_[pos_ - 1].line,
+                  "gate definitions other than rxx, ryy, rzz and swap "
+                  "are not supported, found '" +
+                      std::string(id) + "'");
     }
     while (!accept("{")) {
       if (peek().kind == Token::kEnd) fail("expected '{'");
@@ -387,7 +389,7 @@ class Reader {
     const std::uint32_t index = size_number();
     if (index >= r.size) {
       Lexer::fail(tokens_[pos_ - 1].line, "index " + std::to_string(index) + " is outside " + id +
-                                             "[" + std::to_string(r.size) + "]");
+                                              "[" + std::to_string(r.size) + "]");
     }
     expect("]");
     return {r.offset + index};
@@ -402,13 +404,13 @@ class Reader {
 
   void apply(std::string_view word) {
     static const std::unordered_map<std::string_view, GateKind> kinds = {
-        {"id", GateKind::I},      {"h", GateKind::H},      {"x", GateKind::X},
-        {"y", GateKind::Y},       {"z", GateKind::Z},      {"s", GateKind::S},
-        {"t", GateKind::T},       {"sdg", GateKind::P},    {"tdg", GateKind::P},
-        {"rx", GateKind::RX},     {"ry", GateKind::RY},    {"rz", GateKind::RZ},
-        {"p", GateKind::P},       {"u1", GateKind::P},     {"phase", GateKind::P},
-        {"cx", GateKind::CNOT},   {"CX", GateKind::CNOT},  {"cz", GateKind::CZ},
-        {"swap", GateKind::SWAP}, {"rxx", GateKind::RXX},  {"ryy", GateKind::RYY},
+        {"id", GateKind::I},      {"h", GateKind::H},     {"x", GateKind::X},
+        {"y", GateKind::Y},       {"z", GateKind::Z},     {"s", GateKind::S},
+        {"t", GateKind::T},       {"sdg", GateKind::P},   {"tdg", GateKind::P},
+        {"rx", GateKind::RX},     {"ry", GateKind::RY},   {"rz", GateKind::RZ},
+        {"p", GateKind::P},       {"u1", GateKind::P},    {"phase", GateKind::P},
+        {"cx", GateKind::CNOT},   {"CX", GateKind::CNOT}, {"cz", GateKind::CZ},
+        {"swap", GateKind::SWAP}, {"rxx", GateKind::RXX}, {"ryy", GateKind::RYY},
         {"rzz", GateKind::RZZ},
     };
     const auto found = kinds.find(word);
@@ -419,7 +421,9 @@ class Reader {
     if (!measurements_.empty()) fail("measurements are terminal: no gate may follow one");
     const GateKind kind = found->second;
     const GateInfo& info = gate_info(kind);
-    double angle = word == "sdg" ? -std::numbers::pi / 2 : word == "tdg" ? -std::numbers::pi / 4 : 0;
+    double angle = word == "sdg"   ? -std::numbers::pi / 2
+                   : word == "tdg" ? -std::numbers::pi / 4
+                                   : 0;
     const bool takes_angle = info.has_angle && word != "sdg" && word != "tdg";
     if (accept("(")) {
       if (!takes_angle) fail("gate '" + std::string(word) + "' takes no angle");

@@ -72,7 +72,8 @@ TEST(Qasm, ReadsRegistersBroadcastsExpressionsAndBothMeasureForms) {
       Gate(GateKind::CNOT, {Qubit(1), Qubit(2)}),
   };
   ASSERT_EQ(p.circuit().size(), std::size(expected));
-  for (std::size_t i = 0; i < std::size(expected); ++i) EXPECT_EQ(p.circuit().gates()[i], expected[i]);
+  for (std::size_t i = 0; i < std::size(expected); ++i)
+    EXPECT_EQ(p.circuit().gates()[i], expected[i]);
   const std::vector<Measurement> measured = {Measurement(Qubit(2), CBit(2)),
                                              Measurement(Qubit(0), CBit(0)),
                                              Measurement(Qubit(1), CBit(1))};

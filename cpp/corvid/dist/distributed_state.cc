@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 #include <queue>
 #include <stdexcept>
 #include <string>
@@ -11,9 +13,11 @@
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/losses.h"
+#include "corvid/qaoa/weight_key.h"
 #include "corvid/qaoa/z_energies.h"
 #include "corvid/sim/execute/rotation_layer.h"
 #include "corvid/util/errors.h"
+#include "corvid/util/memory.h"
 #include "corvid/util/parallel.h"
 
 namespace corvid::dist {
@@ -29,8 +33,7 @@ int size_of(MPI_Comm comm) {
 
 // Heavier first, ties by ascending index: the order every top list uses.
 bool better(const Solution& a, const Solution& b) {
-  return a.probability > b.probability ||
-         (a.probability == b.probability && a.index < b.index);
+  return a.probability > b.probability || (a.probability == b.probability && a.index < b.index);
 }
 
 }  // namespace
@@ -48,9 +51,9 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
                                 std::to_string(num_qubits));
   }
   if (num_qubits == 0 || r > (std::uint64_t{1} << (num_qubits - 1))) {
-    throw std::invalid_argument(std::to_string(ranks) + " ranks are too many for " +
-                                std::to_string(num_qubits) +
-                                " qubits: each rank needs at least one local qubit (at most 2^(n-1) ranks)");
+    throw std::invalid_argument(
+        std::to_string(ranks) + " ranks are too many for " + std::to_string(num_qubits) +
+        " qubits: each rank needs at least one local qubit (at most 2^(n-1) ranks)");
   }
   if (max_chunk == 0) throw std::invalid_argument("the exchange chunk must hold an amplitude");
   local_qubits_ = num_qubits - static_cast<unsigned>(std::countr_zero(r));
@@ -58,15 +61,31 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
   check_mpi(MPI_Comm_set_errhandler(comm_, MPI_ERRORS_RETURN), "MPI_Comm_set_errhandler", comm_);
   check_mpi(MPI_Comm_rank(comm_, &rank_), "MPI_Comm_rank", comm_);
   ranks_ = ranks;
+  // The ranks that share a node share its memory: each checks that all their slices fit
+  // together, before any touches its own (the pages of a large allocation are taken on first
+  // touch, in set_zero below, after everyone has checked).
+  MPI_Comm node = MPI_COMM_NULL;
+  check_mpi(MPI_Comm_split_type(comm_, MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, &node),
+            "MPI_Comm_split_type", comm_);
+  int node_ranks = 1;
+  check_mpi(MPI_Comm_size(node, &node_ranks), "MPI_Comm_size", node);
+  check_mpi(MPI_Comm_free(&node), "MPI_Comm_free", comm_);
   // Ranks may differ in free memory: all agree on whether every slice fitted before any goes
   // on, so that none waits in a collective for a rank that has thrown.
   const std::size_t local_size = std::size_t{1} << local_qubits_;
+  const std::size_t chunk = std::min(max_chunk, std::max<std::size_t>(local_size / 8, 1));
   std::string error;
   try {
+    const std::size_t per_rank = (local_size + (ranks > 1 ? chunk : 0)) * sizeof(Amp);
+    if (per_rank > SIZE_MAX / static_cast<std::size_t>(node_ranks)) {
+      require_memory(SIZE_MAX, "the distributed state");
+    }
+    require_memory(per_rank * static_cast<std::size_t>(node_ranks),
+                   "the slices of the distributed state's " + std::to_string(node_ranks) +
+                       " ranks on this node");
     amps_ = AlignedBuffer<Amp>(local_size, "the local slice of the distributed state");
     if (ranks > 1) {
-      buffer_ = AlignedBuffer<Amp>(std::min(max_chunk, std::max<std::size_t>(local_size / 8, 1)),
-                                   "the exchange buffer of the distributed state");
+      buffer_ = AlignedBuffer<Amp>(chunk, "the exchange buffer of the distributed state");
     }
   } catch (const OutOfMemory& e) {
     error = e.what();
@@ -141,10 +160,10 @@ void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m) {
   for (std::size_t offset = 0; offset < amps_.size(); offset += chunk) {
     const std::size_t count = std::min(chunk, amps_.size() - offset);
     Amp* own = amps_.data() + offset;
-    check_mpi(MPI_Sendrecv(own, static_cast<int>(2 * count), MPI_DOUBLE, partner, 0,
-                           buffer_.data(), static_cast<int>(2 * count), MPI_DOUBLE, partner, 0,
-                           comm_, MPI_STATUS_IGNORE),
-              "MPI_Sendrecv", comm_);
+    check_mpi(
+        MPI_Sendrecv(own, static_cast<int>(2 * count), MPI_DOUBLE, partner, 0, buffer_.data(),
+                     static_cast<int>(2 * count), MPI_DOUBLE, partner, 0, comm_, MPI_STATUS_IGNORE),
+        "MPI_Sendrecv", comm_);
     bytes_exchanged_ += count * sizeof(Amp);
     const Amp* theirs = buffer_.data();
     const auto n = static_cast<std::int64_t>(count);
@@ -207,6 +226,66 @@ double DistributedState::gibbs_loss(std::span<const double> p, std::span<const d
   return -std::log(sum_over_ranks(local, error));
 }
 
+double DistributedState::cvar(std::span<const double> p, std::span<const double> e,
+                              double alpha) const {
+  std::string error;
+  catching(error, [&] {
+    check_same_length(p.size(), "p", amps_.size(), "the local slice");
+    check_same_length(p.size(), "p", e.size(), "e");
+    check_weights(p, "p");
+    if (!(alpha >= 0.0 && alpha <= 1.0)) {
+      throw std::invalid_argument("alpha must be a number in [0, 1], got " + format_double(alpha));
+    }
+    return 0.0;
+  });
+  sum_over_ranks(0.0, error);
+  if (alpha == 0.0) return 0.0;
+
+  // The key of the entry that crosses alpha, one byte at a time from the top; `above` is the
+  // mass of all heavier keys over all ranks.
+  std::uint64_t threshold = 0;
+  double above = 0.0;
+  bool crossed = true;
+  for (int shift = 56; shift >= 0 && crossed; shift -= 8) {
+    std::vector<double> local(256, 0.0), total(256, 0.0);
+    for (double w : p) {
+      const std::uint64_t key = weight_key(w);
+      if (shift < 56 && (key >> (shift + 8)) != (threshold >> (shift + 8))) continue;
+      local[(key >> shift) & 255] += w;
+    }
+    check_mpi(MPI_Allreduce(local.data(), total.data(), 256, MPI_DOUBLE, MPI_SUM, comm_),
+              "MPI_Allreduce", comm_);
+    crossed = false;
+    for (int b = 255; b >= 0; --b) {
+      if (above + total[b] >= alpha) {
+        threshold |= std::uint64_t(b) << shift;
+        crossed = true;
+        break;
+      }
+      above += total[b];
+    }
+  }
+  // This rank's share of alpha: its heavier entries, then its part of the tied entries, which
+  // lower ranks (lower indices) fill first.
+  double share = 1.0;  // the whole slice, when alpha exceeds the total mass
+  if (crossed) {
+    const double t = std::bit_cast<double>(threshold);
+    double heavier = 0.0;
+    std::uint64_t ties = 0, ties_before = 0;
+    for (double w : p) {
+      const std::uint64_t key = weight_key(w);
+      if (key > threshold) heavier += w;
+      ties += key == threshold;
+    }
+    check_mpi(MPI_Exscan(&ties, &ties_before, 1, MPI_UINT64_T, MPI_SUM, comm_), "MPI_Exscan",
+              comm_);
+    if (rank_ == 0) ties_before = 0;  // MPI leaves rank 0's result undefined
+    const double left = alpha - above - static_cast<double>(ties_before) * t;
+    share = std::min(1.0, heavier + std::clamp(left, 0.0, static_cast<double>(ties) * t));
+  }
+  return sum_over_ranks(corvid::cvar(p, e, share), "");
+}
+
 std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
                                                       std::size_t count) const {
   std::string error;
@@ -219,6 +298,10 @@ std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
 
   // This rank's best `local` entries, the worst of them on top of the heap.
   const std::size_t local = std::min(count, amps_.size());
+  if (local > static_cast<std::size_t>(std::numeric_limits<int>::max() / ranks_)) {
+    throw std::invalid_argument("top_solutions: " + std::to_string(count) +
+                                " solutions are too many to gather on one rank");
+  }
   std::priority_queue<Solution, std::vector<Solution>, decltype(&better)> heap(&better);
   const std::uint64_t first = first_index();
   for (std::size_t i = 0; i < p.size() && local > 0; ++i) {
@@ -243,9 +326,9 @@ std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
   const int n = static_cast<int>(local);
   check_mpi(MPI_Gather(probs.data(), n, MPI_DOUBLE, all_probs.data(), n, MPI_DOUBLE, 0, comm_),
             "MPI_Gather", comm_);
-  check_mpi(MPI_Gather(indices.data(), n, MPI_UINT64_T, all_indices.data(), n, MPI_UINT64_T, 0,
-                       comm_),
-            "MPI_Gather", comm_);
+  check_mpi(
+      MPI_Gather(indices.data(), n, MPI_UINT64_T, all_indices.data(), n, MPI_UINT64_T, 0, comm_),
+      "MPI_Gather", comm_);
 
   const std::size_t kept = std::min(count, total);
   std::vector<double> top_probs(kept);

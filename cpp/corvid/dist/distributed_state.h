@@ -41,9 +41,10 @@ class DistributedState {
   /// Splits n = num_qubits qubits over the ranks of `comm` (duplicated, so its error handler
   /// stays the caller's). Throws std::invalid_argument, on every rank alike, unless the rank
   /// count is a power of two, at most 2^(n-1) (each rank keeps a local qubit) and n <= 62,
-  /// or when max_chunk is 0. The state starts as |0…0⟩. Collective.
-  DistributedState(MPI_Comm comm, unsigned num_qubits,
-                   std::size_t max_chunk = kMaxExchangeChunk);
+  /// or when max_chunk is 0; OutOfMemory, on every rank alike, when the slices of the ranks
+  /// that share a node do not fit in its available memory together or any rank's allocation
+  /// fails. The state starts as |0…0⟩. Collective.
+  DistributedState(MPI_Comm comm, unsigned num_qubits, std::size_t max_chunk = kMaxExchangeChunk);
   ~DistributedState();
   DistributedState(const DistributedState&) = delete;
   DistributedState& operator=(const DistributedState&) = delete;
@@ -86,11 +87,17 @@ class DistributedState {
   /// sum_x p[x]·E[x] over all ranks, each passing its slice's p and E. Collective.
   double expectation(std::span<const double> p, std::span<const double> e) const;
   /// -log(sum_x p[x]·exp(-E[x]/temperature)) over all ranks. Collective.
-  double gibbs_loss(std::span<const double> p, std::span<const double> e,
-                    double temperature) const;
+  double gibbs_loss(std::span<const double> p, std::span<const double> e, double temperature) const;
+  /// CVaR over all ranks, as corvid::cvar defines it for the whole distribution (the heaviest
+  /// entries first, ties in ascending global index order, not divided by alpha). A radix
+  /// selection of the crossing weight on summed per-rank histograms (8 passes over the slice,
+  /// one MPI_Allreduce of 256 sums each) tells every rank how much of alpha's mass is its own;
+  /// corvid::cvar on the slice with that mass gives its share. Collective; errors as above.
+  double cvar(std::span<const double> p, std::span<const double> e, double alpha) const;
   /// The `count` most probable basis states over all ranks (fewer when the state has fewer),
   /// most probable first, ties in ascending index order; the same list on every rank.
-  /// O(2^(n-k) log count) per rank. Collective.
+  /// O(2^(n-k) log count) per rank. Collective. Throws std::invalid_argument when rank 0
+  /// could not gather every rank's min(count, 2^(n-k)) candidates in one message.
   std::vector<Solution> top_solutions(std::span<const double> p, std::size_t count) const;
 
  private:

@@ -38,8 +38,8 @@ TEST_P(RejectedKeyTest, ThrowsNamingTheKey) {
 INSTANTIATE_TEST_SUITE_P(Keys, RejectedKeyTest,
                          testing::Values("Q3", "Z", "Z-1", "Z+1", "Z0x", "Z 0", "Z0  Z1", " Z0",
                                          "Z0 ", " ", "z0", "I0", "Z01", "Z0 X0", "Z3 Z1 Z3",
-                                         "Z4294967296", "Z99999999999999999999", "Z0,Z1",
-                                         "ZZ0", "Z1.5", "0Z"));
+                                         "Z4294967296", "Z99999999999999999999", "Z0,Z1", "ZZ0",
+                                         "Z1.5", "0Z"));
 
 }  // namespace
 }  // namespace corvid

@@ -18,8 +18,8 @@ PauliOperator ising_to_operator(std::span<const double> h, SquareMatrixView j, d
   return ising_to_operator(h, upper_pairs(j, 0.5), offset);
 }
 
-PauliOperator ising_to_operator(std::span<const double> h,
-                                std::span<const WeightedPair> couplings, double offset) {
+PauliOperator ising_to_operator(std::span<const double> h, std::span<const WeightedPair> couplings,
+                                double offset) {
   require_finite(h, "the fields h");
   require_finite(couplings, "the couplings J");
   require_finite({&offset, 1}, "the offset");

@@ -18,13 +18,12 @@ namespace corvid {
 /// Σ_{i<j} J_ij·s_i·s_j = ½·sᵀJs. Throws std::invalid_argument for a wrong shape, NaN or
 /// infinity, an asymmetric J or a nonzero diagonal (s_i² = 1, so it would only be a constant:
 /// put it in `offset`). O(n²) time.
-PauliOperator ising_to_operator(std::span<const double> h, SquareMatrixView j,
-                                double offset = 0.0);
+PauliOperator ising_to_operator(std::span<const double> h, SquareMatrixView j, double offset = 0.0);
 
 /// Sparse couplings: E(s) = Σ_i h_i·s_i + Σ_p w_p·s_{i_p}·s_{j_p} + offset, pairs in either
 /// orientation, repeats added up; a coupling index may exceed h.size() (its field is 0). Throws
 /// std::invalid_argument for NaN or infinity, or a coupling with i == j.
-PauliOperator ising_to_operator(std::span<const double> h,
-                                std::span<const WeightedPair> couplings, double offset = 0.0);
+PauliOperator ising_to_operator(std::span<const double> h, std::span<const WeightedPair> couplings,
+                                double offset = 0.0);
 
 }  // namespace corvid

@@ -23,7 +23,8 @@ TEST(MaxCut, TriangleByHand) {
             PauliOperator({{"", -1.5}, {"Z0 Z1", 0.5}, {"Z0 Z2", 0.5}, {"Z1 Z2", 0.5}}));
   // No state cuts all three edges of a triangle; the best cut is 2.
   double best = 0;
-  for (std::uint64_t x = 0; x < 8; ++x) best = std::min(best, diagonal_entry(maxcut_operator(triangle), x));
+  for (std::uint64_t x = 0; x < 8; ++x)
+    best = std::min(best, diagonal_entry(maxcut_operator(triangle), x));
   EXPECT_DOUBLE_EQ(best, -2);
 }
 
@@ -38,7 +39,8 @@ TEST(MaxCut, EnergyIsMinusCutWeightForRandomGraphs) {
       if (i != j) edges.push_back({i, j, weight(gen)});  // parallel edges allowed
     }
     const PauliOperator op = maxcut_operator(edges);
-    for (std::uint64_t x = 0; x < 128; ++x) ASSERT_NEAR(diagonal_entry(op, x), -cut(edges, x), 1e-12);
+    for (std::uint64_t x = 0; x < 128; ++x)
+      ASSERT_NEAR(diagonal_entry(op, x), -cut(edges, x), 1e-12);
   }
 }
 

@@ -32,7 +32,8 @@ std::vector<WeightedPair> upper_pairs(SquareMatrixView m, double scale) {
   for (std::size_t r = 0; r < m.n; ++r) {
     for (std::size_t c = r + 1; c < m.n; ++c) {
       const double w = scale * (m(r, c) + m(c, r));
-      if (w != 0.0) pairs.push_back({static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(c), w});
+      if (w != 0.0)
+        pairs.push_back({static_cast<std::uint32_t>(r), static_cast<std::uint32_t>(c), w});
     }
   }
   return pairs;
@@ -75,10 +76,10 @@ void require_symmetric(SquareMatrixView m, const char* what, bool zero_diagonal)
     for (std::size_t c = r + 1; c < m.n; ++c) {
       const double a = m(r, c), b = m(c, r);
       if (std::fabs(a - b) > 1e-9 * std::max(std::fabs(a), std::fabs(b))) {
-        throw std::invalid_argument(
-            std::string(what) + " must be symmetric, but entry (" + std::to_string(r) + ", " +
-            std::to_string(c) + ") is " + number(a) + " and entry (" + std::to_string(c) + ", " +
-            std::to_string(r) + ") is " + number(b));
+        throw std::invalid_argument(std::string(what) + " must be symmetric, but entry (" +
+                                    std::to_string(r) + ", " + std::to_string(c) + ") is " +
+                                    number(a) + " and entry (" + std::to_string(c) + ", " +
+                                    std::to_string(r) + ") is " + number(b));
       }
     }
   }

@@ -27,7 +27,7 @@ PauliOperator from_binary(std::span<const double> linear, std::span<const Weight
     }
     add_linear(p.i, p.weight / 2);  // (w/4)·(I − Z_i), and the same for j
     add_linear(p.j, p.weight / 2);
-    constant -= p.weight / 4;       // the two halves above counted w/4 of I twice
+    constant -= p.weight / 4;  // the two halves above counted w/4 of I twice
     zz.push_back({p.i, p.j, p.weight / 4});
   }
   return quadratic_z_operator(constant, z, zz);

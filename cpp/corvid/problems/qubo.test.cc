@@ -24,8 +24,11 @@ double qubo_energy(const std::vector<double>& q, std::size_t n, std::uint64_t x,
 TEST(Qubo, HandDerivedOperator) {
   // E = 2·x0·x1 + 3·x2 − 1 from an upper-triangular Q.
   const std::vector<double> q = {0, 2, 0, 0, 0, 0, 0, 0, 3};
-  EXPECT_TRUE(qubo_to_operator({q, 3}, -1).approx_equal(
-      PauliOperator({{"", 1.0}, {"Z0", -0.5}, {"Z1", -0.5}, {"Z2", -1.5}, {"Z0 Z1", 0.5}}), 1e-15));
+  EXPECT_TRUE(
+      qubo_to_operator({q, 3}, -1)
+          .approx_equal(
+              PauliOperator({{"", 1.0}, {"Z0", -0.5}, {"Z1", -0.5}, {"Z2", -1.5}, {"Z0 Z1", 0.5}}),
+              1e-15));
   // The same Q split over both triangles gives the same operator.
   const std::vector<double> split = {0, 0.5, 0, 1.5, 0, 0, 0, 0, 3};
   EXPECT_EQ(qubo_to_operator({split, 3}, -1), qubo_to_operator({q, 3}, -1));
@@ -49,9 +52,11 @@ TEST(Qubo, EveryStateEnergyMatchesDirectEvaluation) {
 TEST(Qubo, SparseFormAgreesWithDense) {
   // Pairs in both orientations, a repeated pair and a diagonal pair (x² = x).
   const std::vector<double> linear = {1.5, 0, -2};
-  const std::vector<WeightedPair> pairs = {{0, 1, 1}, {1, 0, 2}, {2, 1, -1}, {1, 1, 4}, {0, 1, 0.5}};
+  const std::vector<WeightedPair> pairs = {
+      {0, 1, 1}, {1, 0, 2}, {2, 1, -1}, {1, 1, 4}, {0, 1, 0.5}};
   const std::vector<double> dense = {1.5, 3.5, 0, 0, 4, 0, 0, -1, -2};
-  EXPECT_TRUE(qubo_to_operator(linear, pairs, 2).approx_equal(qubo_to_operator({dense, 3}, 2), 1e-15));
+  EXPECT_TRUE(
+      qubo_to_operator(linear, pairs, 2).approx_equal(qubo_to_operator({dense, 3}, 2), 1e-15));
   // A pair beyond the linear terms extends the problem.
   const std::vector<WeightedPair> far = {{0, 4, 1}};
   EXPECT_EQ(qubo_to_operator({}, far).max_index(), 4);
@@ -74,12 +79,13 @@ TEST_P(QuboRejects, WithInvalidArgument) {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, QuboRejects,
-    testing::Values(BadQubo{"not_square", {1, 2, 3}, 2, 0}, BadQubo{"nan", {1, kNaN, 0, 1}, 2, 0},
-                    BadQubo{"inf", {kInf}, 1, 0}, BadQubo{"nan_offset", {1}, 1, kNaN},
-                    BadQubo{"pair_overflow", {0, 1e308, 1e308, 0}, 2, 0}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Cases, QuboRejects,
+                         testing::Values(BadQubo{"not_square", {1, 2, 3}, 2, 0},
+                                         BadQubo{"nan", {1, kNaN, 0, 1}, 2, 0},
+                                         BadQubo{"inf", {kInf}, 1, 0},
+                                         BadQubo{"nan_offset", {1}, 1, kNaN},
+                                         BadQubo{"pair_overflow", {0, 1e308, 1e308, 0}, 2, 0}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(Qubo, SparseRejectsNonFiniteWeights) {
   const std::vector<WeightedPair> pairs = {{0, 1, 1}, {1, 2, kNaN}};

@@ -196,8 +196,7 @@ struct Products {
 
 // Read passes only, no scratch state: one over chunks for D and the low qubits, then one per
 // group of up to kMaxGroup higher qubits.
-Products products(const Amp* lam, const Amp* phi, unsigned n, const DiagonalReader& d,
-                  bool mixer) {
+Products products(const Amp* lam, const Amp* phi, unsigned n, const DiagonalReader& d, bool mixer) {
   const Index size = Index{1} << n;
   const unsigned low = std::min(n, kChunkBits);
   const Index chunk = Index{1} << low;
@@ -240,8 +239,9 @@ Products products(const Amp* lam, const Amp* phi, unsigned n, const DiagonalRead
 
 void check_angles(std::span<const double> angles) {
   if (angles.size() < 2 || angles.size() % 2 != 0) {
-    throw std::invalid_argument("angles must hold 2p values (p gammas, then p betas), p >= 1; got " +
-                                std::to_string(angles.size()));
+    throw std::invalid_argument(
+        "angles must hold 2p values (p gammas, then p betas), p >= 1; got " +
+        std::to_string(angles.size()));
   }
   for (double a : angles) {
     if (!std::isfinite(a)) throw std::invalid_argument("angles must be finite");
@@ -258,16 +258,17 @@ QaoaObjective::QaoaObjective(QaoaAnsatz ansatz, std::span<const double> energies
                                 "], got " + std::to_string(n));
   }
   if (energies.size() != (Index{1} << n)) {
-    throw std::invalid_argument("energies must hold 2^num_qubits = " +
-                                std::to_string(Index{1} << n) + " values, got " +
-                                std::to_string(energies.size()));
+    throw std::invalid_argument(
+        "energies must hold 2^num_qubits = " + std::to_string(Index{1} << n) + " values, got " +
+        std::to_string(energies.size()));
   }
   for (const PhaseTerm& t : ansatz_.phase_terms) {
     if (t.mask == 0 || (t.mask >> n) != 0) {
       throw std::invalid_argument("phase term mask " + std::to_string(t.mask) +
                                   " is zero or names a qubit >= " + std::to_string(n));
     }
-    if (!std::isfinite(t.coefficient)) throw std::invalid_argument("phase coefficients must be finite");
+    if (!std::isfinite(t.coefficient))
+      throw std::invalid_argument("phase coefficients must be finite");
   }
   if (ansatz_.xy_pairs) {
     for (const auto& [a, b] : *ansatz_.xy_pairs) {
@@ -330,7 +331,8 @@ double QaoaObjective::loss_of(const StateVector& state, const LossSettings& sett
     const double* e = energies_.data();
     double sum = 0.0;
 #pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < static_cast<std::int64_t>(size); ++x) sum += std::norm(f[x]) * e[x];
+    for (std::int64_t x = 0; x < static_cast<std::int64_t>(size); ++x)
+      sum += std::norm(f[x]) * e[x];
     return sum;
   }
   std::vector<unsigned> all(ansatz_.num_qubits);

@@ -34,8 +34,8 @@ struct LossSettings {
 
 struct QaoaAnsatz {
   unsigned num_qubits = 0;
-  /// D(x) = Σ_t coefficient_t·(−1)^popcount(x & mask_t); a constant term only turns the global phase
-  /// and is left out. Repeated masks add up.
+  /// D(x) = Σ_t coefficient_t·(−1)^popcount(x & mask_t); a constant term only turns the global
+  /// phase and is left out. Repeated masks add up.
   std::vector<PhaseTerm> phase_terms;
   /// The XY mixer's pairs in order; without it, the X mixer.
   std::optional<std::vector<std::pair<unsigned, unsigned>>> xy_pairs;
@@ -67,8 +67,7 @@ class QaoaObjective {
   void forward(StateVector& state, std::span<const double> angles) const;
   void apply_xy_mixer(StateVector& state, double beta) const;
   double loss_of(const StateVector& state, const LossSettings& settings) const;
-  double cotangent(const StateVector& phi, StateVector& lambda,
-                   const LossSettings& settings) const;
+  double cotangent(const StateVector& phi, StateVector& lambda, const LossSettings& settings) const;
 
   QaoaAnsatz ansatz_;
   std::span<const double> energies_;

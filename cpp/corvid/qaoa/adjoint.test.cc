@@ -16,7 +16,8 @@ namespace {
 std::vector<double> energies_of(const std::vector<PhaseTerm>& terms, unsigned n) {
   std::vector<double> e(std::size_t{1} << n, 0.0);
   for (std::size_t x = 0; x < e.size(); ++x) {
-    for (const PhaseTerm& t : terms) e[x] += std::popcount(x & t.mask) % 2 ? -t.coefficient : t.coefficient;
+    for (const PhaseTerm& t : terms)
+      e[x] += std::popcount(x & t.mask) % 2 ? -t.coefficient : t.coefficient;
   }
   return e;
 }
@@ -51,10 +52,9 @@ TEST_P(AdjointGradient, MatchesCentralDifferencesOfTheLoss) {
   ansatz.phase_terms = random_terms(c.n, rng);
   if (c.xy) ansatz.xy_pairs = {{{0, 1}, {1, 2}, {2, 0}, {c.n - 1, 1}}};
   if (c.custom_start) {
-    ansatz.initial = std::vector<Gate>{Gate(GateKind::RY, {Qubit(0)}, 0.7),
-                                       Gate(GateKind::H, {Qubit(1)}),
-                                       Gate(GateKind::CNOT, {Qubit(1), Qubit(2)}),
-                                       Gate(GateKind::RX, {Qubit(c.n - 1)}, 1.1)};
+    ansatz.initial = std::vector<Gate>{
+        Gate(GateKind::RY, {Qubit(0)}, 0.7), Gate(GateKind::H, {Qubit(1)}),
+        Gate(GateKind::CNOT, {Qubit(1), Qubit(2)}), Gate(GateKind::RX, {Qubit(c.n - 1)}, 1.1)};
   }
   const std::vector<double> e = energies_of(ansatz.phase_terms, c.n);
   const QaoaObjective objective(ansatz, e);
@@ -80,17 +80,17 @@ TEST_P(AdjointGradient, MatchesCentralDifferencesOfTheLoss) {
   EXPECT_DOUBLE_EQ(batch[0], objective.loss(row, c.loss));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, AdjointGradient,
-    ::testing::Values(Case{3, false, true, {LossKind::kExpectation}, 2, {}},
-                      Case{4, true, false, {LossKind::kCvar, 0.35}, 3, {}},
-                      Case{5, true, true, {LossKind::kGibbs, 1.0, 0.4}, 2, {}},
-                      Case{17, false, false, {LossKind::kExpectation}, 1, {}},
-                      Case{21, false, true, {LossKind::kExpectation}, 1, {1}}),
-    [](const auto& info) {
-      const Case& c = info.param;
-      return "n" + std::to_string(c.n) + (c.xy ? "_xy" : "_x") + "_p" + std::to_string(c.p);
-    });
+INSTANTIATE_TEST_SUITE_P(Cases, AdjointGradient,
+                         ::testing::Values(Case{3, false, true, {LossKind::kExpectation}, 2, {}},
+                                           Case{4, true, false, {LossKind::kCvar, 0.35}, 3, {}},
+                                           Case{5, true, true, {LossKind::kGibbs, 1.0, 0.4}, 2, {}},
+                                           Case{17, false, false, {LossKind::kExpectation}, 1, {}},
+                                           Case{21, false, true, {LossKind::kExpectation}, 1, {1}}),
+                         [](const auto& info) {
+                           const Case& c = info.param;
+                           return "n" + std::to_string(c.n) + (c.xy ? "_xy" : "_x") + "_p" +
+                                  std::to_string(c.p);
+                         });
 
 TEST(QaoaObjective, RefusesMalformedInput) {
   const std::vector<double> e(8, 0.0);

@@ -22,8 +22,8 @@ void check_same_length(std::size_t size_a, const char* name_a, std::size_t size_
 
 /// Requires masks.size() == coeffs.size() and every mask to lie within bits [0, num_bits);
 /// `unit` names what a bit stands for ("qubit", "variable").
-void check_terms(std::span<const std::uint64_t> masks, std::span<const double> coeffs,
-                 int num_bits, const char* unit);
+void check_terms(std::span<const std::uint64_t> masks, std::span<const double> coeffs, int num_bits,
+                 const char* unit);
 
 /// Requires every entry of `values` to be finite. O(N).
 void check_finite(std::span<const double> values, const char* name);

@@ -69,8 +69,12 @@ double uniform(std::mt19937_64& rng, std::size_t) {
   return std::uniform_real_distribution<double>(0.0, 1.0)(rng);
 }
 double all_equal(std::mt19937_64&, std::size_t) { return 1.0; }
-double mostly_zero(std::mt19937_64& rng, std::size_t) { return rng() % 10 == 0 ? uniform(rng, 0) : 0.0; }
-double three_values(std::mt19937_64& rng, std::size_t) { return 1.0 + static_cast<double>(rng() % 3); }
+double mostly_zero(std::mt19937_64& rng, std::size_t) {
+  return rng() % 10 == 0 ? uniform(rng, 0) : 0.0;
+}
+double three_values(std::mt19937_64& rng, std::size_t) {
+  return 1.0 + static_cast<double>(rng() % 3);
+}
 // Weights over 60 binades, like the amplitudes of a peaked QAOA state, with repeats.
 double wide_range(std::mt19937_64& rng, std::size_t) {
   return std::ldexp(1.0 + static_cast<double>(rng() % 4) / 4.0, -static_cast<int>(rng() % 60));
@@ -78,15 +82,13 @@ double wide_range(std::mt19937_64& rng, std::size_t) {
 
 INSTANTIATE_TEST_SUITE_P(
     Distributions, CvarVsStableSort,
-    ::testing::Values(Case{"uniform", 1, uniform}, Case{"uniform", 37, uniform},
-                      Case{"uniform", (1u << 15) + 3, uniform}, Case{"uniform", 1u << 17, uniform},
-                      Case{"all_equal", 1000, all_equal}, Case{"all_equal", 1u << 16, all_equal},
-                      Case{"mostly_zero", 500, mostly_zero},
-                      Case{"mostly_zero", (1u << 16) + 1, mostly_zero},
-                      Case{"three_values", 999, three_values},
-                      Case{"three_values", (1u << 16) + 5, three_values},
-                      Case{"wide_range", 4096, wide_range},
-                      Case{"wide_range", 1u << 16, wide_range}),
+    ::testing::Values(
+        Case{"uniform", 1, uniform}, Case{"uniform", 37, uniform},
+        Case{"uniform", (1u << 15) + 3, uniform}, Case{"uniform", 1u << 17, uniform},
+        Case{"all_equal", 1000, all_equal}, Case{"all_equal", 1u << 16, all_equal},
+        Case{"mostly_zero", 500, mostly_zero}, Case{"mostly_zero", (1u << 16) + 1, mostly_zero},
+        Case{"three_values", 999, three_values}, Case{"three_values", (1u << 16) + 5, three_values},
+        Case{"wide_range", 4096, wide_range}, Case{"wide_range", 1u << 16, wide_range}),
     [](const auto& info) { return info.param.name + "_" + std::to_string(info.param.n); });
 
 TEST(Cvar, HandValues) {

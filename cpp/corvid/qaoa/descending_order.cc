@@ -155,17 +155,20 @@ void sort_parallel(const Source& source, Word* data, Word* other, std::size_t n,
   const int next = shift == 0 ? 0 : next_shift(shift);
   for (std::size_t d = 0; d < kRadix; ++d) {  // big buckets parallelise inside themselves
     const std::size_t size = start[d + 1] - start[d];
-    if (size >= kParallelBucket) sort_words(other + start[d], data + start[d], size, next, !in_data);
+    if (size >= kParallelBucket)
+      sort_words(other + start[d], data + start[d], size, next, !in_data);
   }
 #pragma omp parallel for schedule(dynamic, 1)
   for (std::size_t d = 0; d < kRadix; ++d) {
     const std::size_t size = start[d + 1] - start[d];
-    if (size < kParallelBucket) sort_serial(other + start[d], data + start[d], size, next, !in_data);
+    if (size < kParallelBucket)
+      sort_serial(other + start[d], data + start[d], size, next, !in_data);
   }
 }
 
 void sort_words(Word* data, Word* other, std::size_t n, int shift, bool in_data) {
-  if (n < kParallelBucket || chunk_count(n) == 1) return sort_serial(data, other, n, shift, in_data);
+  if (n < kParallelBucket || chunk_count(n) == 1)
+    return sort_serial(data, other, n, shift, in_data);
   sort_parallel(FromBuffer{data}, data, other, n, shift, in_data);
 }
 
@@ -188,7 +191,8 @@ void extract_order(std::span<const double> p, const Packing& pack, const Word* w
     while (j < end) {
       std::size_t last = j + 1;
       while (last < n && same_prefix(last, j)) ++last;
-      for (std::size_t k = j; k < last; ++k) order[k] = static_cast<std::uint32_t>(words[k] & index_mask);
+      for (std::size_t k = j; k < last; ++k)
+        order[k] = static_cast<std::uint32_t>(words[k] & index_mask);
       if (last - j > 1) {
         std::stable_sort(order + j, order + last,
                          [&](std::uint32_t a, std::uint32_t b) { return p[a] > p[b]; });

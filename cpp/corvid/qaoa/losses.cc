@@ -30,11 +30,9 @@ double gibbs_sum(std::span<const double> p, std::span<const double> e, double te
     throw std::invalid_argument("temperature must be finite and nonzero, got " +
                                 format_double(temperature));
   }
-  return checked_sum(pairwise_sum(p.size(),
-                                  [&](std::size_t i) {
-                                    return p[i] * std::exp(-e[i] / temperature);
-                                  }),
-                     p);
+  return checked_sum(
+      pairwise_sum(p.size(), [&](std::size_t i) { return p[i] * std::exp(-e[i] / temperature); }),
+      p);
 }
 
 }  // namespace corvid

@@ -40,8 +40,10 @@ TEST_P(LossesVsLongDouble, ExpectationAndGibbsSum) {
   EXPECT_NEAR(expectation(d.p, d.e), static_cast<double>(mean), 1e-13);
   for (double t : {1.0, 0.5, -2.0}) {
     long double g = 0.0L;
-    for (std::size_t i = 0; i < n; ++i) g += d.p[i] * std::exp(static_cast<long double>(-d.e[i] / t));
-    EXPECT_NEAR(gibbs_sum(d.p, d.e, t), static_cast<double>(g), 1e-13 * std::fabs(static_cast<double>(g)) + 1e-300)
+    for (std::size_t i = 0; i < n; ++i)
+      g += d.p[i] * std::exp(static_cast<long double>(-d.e[i] / t));
+    EXPECT_NEAR(gibbs_sum(d.p, d.e, t), static_cast<double>(g),
+                1e-13 * std::fabs(static_cast<double>(g)) + 1e-300)
         << "T=" << t;
   }
 }
@@ -55,14 +57,16 @@ TEST(Losses, HandValues) {
   EXPECT_DOUBLE_EQ(-std::log(gibbs_sum(half, e, 1.0)), -std::log(0.5 + 0.5 * std::exp(-2.0)));
   EXPECT_DOUBLE_EQ(expectation(half, e), 1.0);
   // One entry of weight 1: the Gibbs loss is E / T, not multiplied back by T.
-  EXPECT_DOUBLE_EQ(-std::log(gibbs_sum(std::vector<double>{1.0}, std::vector<double>{3.0}, 0.5)), 6.0);
+  EXPECT_DOUBLE_EQ(-std::log(gibbs_sum(std::vector<double>{1.0}, std::vector<double>{3.0}, 0.5)),
+                   6.0);
 }
 
 TEST(Losses, OverflowIsAValueNotAnError) {
   EXPECT_EQ(gibbs_sum(std::vector<double>{1.0}, std::vector<double>{-1000.0}, 1.0),
             std::numeric_limits<double>::infinity());
   // A zero weight times an overflowing exponential is 0 * inf, as the formula says.
-  EXPECT_TRUE(std::isnan(gibbs_sum(std::vector<double>{0.0, 1.0}, std::vector<double>{-1000.0, 0.0}, 1.0)));
+  EXPECT_TRUE(
+      std::isnan(gibbs_sum(std::vector<double>{0.0, 1.0}, std::vector<double>{-1000.0, 0.0}, 1.0)));
   EXPECT_EQ(expectation(std::vector<double>{1.0, 1.0}, std::vector<double>{1e308, 1e308}),
             std::numeric_limits<double>::infinity());
 }
@@ -84,7 +88,8 @@ TEST(Losses, RejectsBadArguments) {
   const double inf = std::numeric_limits<double>::infinity();
   EXPECT_THROW(expectation(p, short_e), std::invalid_argument);
   EXPECT_THROW(gibbs_sum(p, short_e, 1.0), std::invalid_argument);
-  for (double t : {0.0, -0.0, nan, inf}) EXPECT_THROW(gibbs_sum(p, e, t), std::invalid_argument) << t;
+  for (double t : {0.0, -0.0, nan, inf})
+    EXPECT_THROW(gibbs_sum(p, e, t), std::invalid_argument) << t;
   for (double bad : {nan, inf, -inf}) {
     const std::vector<double> q = {0.5, bad};
     EXPECT_THROW(expectation(q, e), std::invalid_argument) << bad;

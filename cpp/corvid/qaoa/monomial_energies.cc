@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "corvid/util/bit_transform.h"
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/term_list.h"
+#include "corvid/util/bit_transform.h"
 
 namespace corvid {
 
@@ -24,9 +24,8 @@ AlignedBuffer<double> evaluate_monomials(std::span<const std::uint64_t> masks,
                                          std::span<const double> coeffs,
                                          std::span<const std::uint64_t> states) {
   check_same_length(masks.size(), "masks", coeffs.size(), "coeffs");
-  return evaluate_terms(masks, coeffs, states, [](std::uint64_t x, std::uint64_t m) {
-    return (x & m) == m ? 1.0 : 0.0;
-  });
+  return evaluate_terms(masks, coeffs, states,
+                        [](std::uint64_t x, std::uint64_t m) { return (x & m) == m ? 1.0 : 0.0; });
 }
 
 }  // namespace corvid

@@ -12,7 +12,7 @@
 namespace corvid {
 namespace pairwise_detail {
 
-inline constexpr std::size_t kLeaf = 128;          // summed with 8 independent accumulators
+inline constexpr std::size_t kLeaf = 128;  // summed with 8 independent accumulators
 inline constexpr std::size_t kBlock = std::size_t{1} << 13;  // one parallel work item
 
 template <class Term>

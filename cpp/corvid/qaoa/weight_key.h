@@ -11,6 +11,8 @@ namespace corvid {
 
 inline constexpr std::uint64_t kWeightKeyMax = 0x7FFF'FFFF'FFFF'FFFFull;
 
-inline std::uint64_t weight_key(double w) { return std::bit_cast<std::uint64_t>(w) & kWeightKeyMax; }
+inline std::uint64_t weight_key(double w) {
+  return std::bit_cast<std::uint64_t>(w) & kWeightKeyMax;
+}
 
 }  // namespace corvid

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "corvid/sim/compile/diagonal_cache.h"
-#include "corvid/util/bit_transform.h"
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/term_list.h"
+#include "corvid/sim/compile/diagonal_cache.h"
+#include "corvid/util/bit_transform.h"
 
 namespace corvid {
 

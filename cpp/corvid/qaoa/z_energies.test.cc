@@ -84,8 +84,8 @@ TEST(Energies, ZTermsReuseTheDiagonalOfTheSamePhaseLayer) {
   clear_diagonal_cache();
   const auto direct = energies_from_z_terms(13, masks, coeffs);
   const std::size_t hits = diagonal_cache_hits();
-  const std::vector<PhaseTerm> layer = {{0x1001, std::sqrt(2.0)}, {0b110, -0.7}, {0x1001, 0.3},
-                                        {0x0ff0, 1.0 / 3}};
+  const std::vector<PhaseTerm> layer = {
+      {0x1001, std::sqrt(2.0)}, {0b110, -0.7}, {0x1001, 0.3}, {0x0ff0, 1.0 / 3}};
   cached_diagonal(merge_terms(layer), 13);
   const auto shared = energies_from_z_terms(13, masks, coeffs);
   EXPECT_EQ(diagonal_cache_hits(), hits + 1);

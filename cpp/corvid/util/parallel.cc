@@ -12,7 +12,7 @@
 namespace corvid {
 namespace {
 
-std::atomic<int> requested{0};          // 0: set_num_threads was never called
+std::atomic<int> requested{0};           // 0: set_num_threads was never called
 std::atomic<unsigned> request_count{0};  // bumped by every set_num_threads
 std::atomic<int> runs_in_progress{0};
 

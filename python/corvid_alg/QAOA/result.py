@@ -163,14 +163,18 @@ class QAOAResult:
             return cls.from_json(file.read())
 
     def to_dataframe(self, table="solutions"):
-        """A pandas DataFrame of the top solutions (bits, probability, energy, one column per
-        variable) or, with table="depths", one row per depth."""
+        """A pandas DataFrame of the top solutions (bits, probability, energy, then one column
+        per variable, the solution's own columns winning over variables of the same name) or,
+        with table="depths", one row per depth."""
         try:
             import pandas
         except ImportError:
             raise ImportError("QAOAResult.to_dataframe needs pandas: pip install pandas") from None
         if table == "solutions":
-            rows = [{**s._asdict(), **self.assignment_of(s.bits)} for s in self.solutions]
+            rows = [{**s._asdict(), **{name: value for name, value in
+                                       self.assignment_of(s.bits).items()
+                                       if name not in Solution._fields}}
+                    for s in self.solutions]
             return pandas.DataFrame(rows)
         if table == "depths":
             return pandas.DataFrame(self.depths)

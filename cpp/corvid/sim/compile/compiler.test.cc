@@ -9,8 +9,8 @@
 #include <random>
 
 #include "corvid/circuit/circuit.h"
-#include "corvid/sim/execute/compiled_executor.h"
 #include "corvid/sim/compile/diagonal_cache.h"
+#include "corvid/sim/execute/compiled_executor.h"
 #include "corvid/sim/execute/executor.h"
 #include "corvid/sim/machine/probabilities.h"
 #include "corvid/testing/dense_reference.h"
@@ -27,10 +27,10 @@ constexpr double kTol = 1e-12;
 Circuit fusion_circuit(unsigned n, unsigned segments, std::mt19937_64& rng) {
   std::uniform_int_distribution<std::uint32_t> qubit(0, n - 1);
   std::uniform_real_distribution<double> angle(-2 * std::numbers::pi, 2 * std::numbers::pi);
-  const GateKind diagonal[] = {GateKind::Z, GateKind::S, GateKind::T, GateKind::RZ,
+  const GateKind diagonal[] = {GateKind::Z, GateKind::S,  GateKind::T,   GateKind::RZ,
                                GateKind::P, GateKind::CZ, GateKind::RZZ, GateKind::I};
-  const GateKind one[] = {GateKind::H, GateKind::X, GateKind::Y, GateKind::RX, GateKind::RY,
-                          GateKind::RZ, GateKind::S, GateKind::I};
+  const GateKind one[] = {GateKind::H,  GateKind::X,  GateKind::Y, GateKind::RX,
+                          GateKind::RY, GateKind::RZ, GateKind::S, GateKind::I};
   const GateKind other[] = {GateKind::SWAP, GateKind::RXX, GateKind::RYY, GateKind::CNOT};
   auto two = [&](GateKind k) {
     const std::uint32_t a = qubit(rng);
@@ -62,8 +62,7 @@ Circuit fusion_circuit(unsigned n, unsigned segments, std::mt19937_64& rng) {
       case 2:
         for (int j = 0; j < 5; ++j) c << any(one[rng() % 8]);
         break;
-      default:
-        c << any(other[rng() % 4]);
+      default: c << any(other[rng() % 4]);
     }
   }
   return c;
@@ -84,8 +83,9 @@ void expect_compiled_matches_plain(const Circuit& c, unsigned n, const std::stri
       set_num_threads(threads);
       StateVector fused = StateVector::uninitialized(n);
       execute(fused, program, /*from_zero=*/true, nullptr, *kernels);
-      expect_near(fused, plain, what + ", " + std::string(kernels->name) + ", " +
-                                    std::to_string(threads) + " threads");
+      expect_near(
+          fused, plain,
+          what + ", " + std::string(kernels->name) + ", " + std::to_string(threads) + " threads");
     }
   }
 }
@@ -178,8 +178,12 @@ Gate rz(std::uint32_t q, double angle, double scale = 1.0) {
 }
 
 std::vector<Gate> ladder(double scale) {  // 1.5·Z0Z1 − 0.5·Z1Z2 + Z2 at one scale
-  return {Gate(GateKind::CNOT, {0, 1}), rz(1, 3.0, scale), Gate(GateKind::CNOT, {0, 1}),
-          Gate(GateKind::CNOT, {1, 2}), rz(2, -1.0, scale), Gate(GateKind::CNOT, {1, 2}),
+  return {Gate(GateKind::CNOT, {0, 1}),
+          rz(1, 3.0, scale),
+          Gate(GateKind::CNOT, {0, 1}),
+          Gate(GateKind::CNOT, {1, 2}),
+          rz(2, -1.0, scale),
+          Gate(GateKind::CNOT, {1, 2}),
           rz(2, 2.0, scale)};
 }
 

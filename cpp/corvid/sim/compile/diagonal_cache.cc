@@ -79,7 +79,6 @@ std::shared_ptr<const DiagonalValues> compute(unsigned n, std::span<const PhaseT
   }
 }
 
-
 // The entry of `terms` moved to the front and counted as a hit, or nullptr. Caller locks.
 std::shared_ptr<const DiagonalValues> find_locked(Store& s, unsigned n, std::uint64_t hash,
                                                   std::span<const PhaseTerm> terms) {

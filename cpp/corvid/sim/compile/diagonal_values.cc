@@ -144,7 +144,8 @@ template <class T>
 void write_index(const BlockEvaluator& eval, unsigned num_qubits, const std::vector<double>& levels,
                  T* out) {
   LevelMap map;
-  for (std::size_t k = 0; k < levels.size(); ++k) map.insert(levels[k], static_cast<std::uint32_t>(k));
+  for (std::size_t k = 0; k < levels.size(); ++k)
+    map.insert(levels[k], static_cast<std::uint32_t>(k));
   const Index block = Index{1} << eval.bits();
   for_each_block(eval, num_qubits, [&](Index h, const double* values) {
     T* dst = out + h * block;

@@ -14,7 +14,8 @@ namespace {
 
 double direct(std::span<const PhaseTerm> terms, std::uint64_t x) {
   double v = 0;
-  for (const PhaseTerm& t : terms) v += (std::popcount(x & t.mask) & 1) ? -t.coefficient : t.coefficient;
+  for (const PhaseTerm& t : terms)
+    v += (std::popcount(x & t.mask) & 1) ? -t.coefficient : t.coefficient;
   return v;
 }
 

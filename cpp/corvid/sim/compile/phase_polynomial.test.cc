@@ -58,15 +58,28 @@ TEST_P(FixedGates, TermsAndGlobalPhase) {
 // diag(1, e^{iφ}) = e^{iφ/2}·exp(−iφ/2·Z); CZ = e^{iπ/4}·exp(−iπ/4·(Z_a + Z_b − Z_aZ_b)).
 INSTANTIATE_TEST_SUITE_P(
     Kinds, FixedGates,
-    ::testing::Values(
-        Case{"Z", {Gate(GateKind::Z, {1})}, {{0b10, kPi / 2}}, kPi / 2},
-        Case{"S_T", {Gate(GateKind::S, {0}), Gate(GateKind::T, {0})}, {{0b1, 3 * kPi / 8}}, 3 * kPi / 8},
-        Case{"P", {Gate(GateKind::P, {2}, 0.6)}, {{0b100, 0.3}}, 0.3},
-        Case{"CZ", {Gate(GateKind::CZ, {0, 2})}, {{0b1, kPi / 4}, {0b100, kPi / 4}, {0b101, -kPi / 4}}, kPi / 4},
-        Case{"RZZ", {Gate(GateKind::RZZ, {2, 1}, 1.2)}, {{0b110, 0.6}}, 0.0},
-        Case{"cancelling", {Gate(GateKind::RZ, {0}, 0.7), Gate(GateKind::RZ, {0}, -0.7), Gate(GateKind::I, {1})}, {}, 0.0},
-        // Through a CNOT the target carries the parity of both wires.
-        Case{"conjugated", {Gate(GateKind::CNOT, {2, 0}), Gate(GateKind::RZZ, {0, 1}, 0.4), Gate(GateKind::CNOT, {2, 0})}, {{0b111, 0.2}}, 0.0}),
+    ::testing::Values(Case{"Z", {Gate(GateKind::Z, {1})}, {{0b10, kPi / 2}}, kPi / 2},
+                      Case{"S_T",
+                           {Gate(GateKind::S, {0}), Gate(GateKind::T, {0})},
+                           {{0b1, 3 * kPi / 8}},
+                           3 * kPi / 8},
+                      Case{"P", {Gate(GateKind::P, {2}, 0.6)}, {{0b100, 0.3}}, 0.3},
+                      Case{"CZ",
+                           {Gate(GateKind::CZ, {0, 2})},
+                           {{0b1, kPi / 4}, {0b100, kPi / 4}, {0b101, -kPi / 4}},
+                           kPi / 4},
+                      Case{"RZZ", {Gate(GateKind::RZZ, {2, 1}, 1.2)}, {{0b110, 0.6}}, 0.0},
+                      Case{"cancelling",
+                           {Gate(GateKind::RZ, {0}, 0.7), Gate(GateKind::RZ, {0}, -0.7),
+                            Gate(GateKind::I, {1})},
+                           {},
+                           0.0},
+                      // Through a CNOT the target carries the parity of both wires.
+                      Case{"conjugated",
+                           {Gate(GateKind::CNOT, {2, 0}), Gate(GateKind::RZZ, {0, 1}, 0.4),
+                            Gate(GateKind::CNOT, {2, 0})},
+                           {{0b111, 0.2}},
+                           0.0}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -49,7 +49,8 @@ std::size_t start_from_zero(BasicStateVector<Real>& state, const CompiledProgram
     t.layer += seconds_since(start);
     return next + 1;
   }
-  write_product_state<Real>(state.data(), state.num_qubits(), layer->gates, pass ? &*pass : nullptr);
+  write_product_state<Real>(state.data(), state.num_qubits(), layer->gates,
+                            pass ? &*pass : nullptr);
   t.init += seconds_since(start);
   return next;
 }

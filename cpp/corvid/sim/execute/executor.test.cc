@@ -25,7 +25,7 @@ void expect_matches_reference(const Circuit& circuit, unsigned n) {
   const reference::Vector want = reference::reference_state(circuit, n);
   for (std::uint64_t i = 0; i < want.size(); ++i) {
     ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, kTol) << "amplitude " << i << "\n"
-                                                         << circuit.to_string();
+                                                       << circuit.to_string();
   }
 }
 

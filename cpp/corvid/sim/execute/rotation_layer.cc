@@ -122,7 +122,9 @@ void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatri
       if ((s >> j) & 1) offsets[s] |= Index{1} << group[j].qubit;
     }
   }
-  auto row_bits_within = [&](unsigned level_bits) { return std::min(m, level_bits > c ? level_bits - c : 0); };
+  auto row_bits_within = [&](unsigned level_bits) {
+    return std::min(m, level_bits > c ? level_bits - c : 0);
+  };
   const unsigned l1 = row_bits_within(tiling.inner_bits);
   const unsigned l2 = std::max(l1, row_bits_within(tiling.tile_bits));
   std::vector<QubitMatrix> middle;  // qubits [l1, l2) as row bits 0, 1, ... of an L2 block
@@ -141,7 +143,8 @@ void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatri
       V** block = rows + offsets.size();
       for (Index high = 0; high < (Index{1} << (m - l2)); ++high) {
         for (Index low = 0; low < (Index{1} << l1); ++low) {
-          for (Index r = 0; r < (Index{1} << (l2 - l1)); ++r) block[r] = rows[high << l2 | r << l1 | low];
+          for (Index r = 0; r < (Index{1} << (l2 - l1)); ++r)
+            block[r] = rows[high << l2 | r << l1 | low];
           k.matrices_rows(block, l2 - l1, length, middle);
         }
       }

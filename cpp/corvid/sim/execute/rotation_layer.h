@@ -7,13 +7,14 @@
 /// The higher qubits are applied in further passes, each working in place on tiles of 2^m rows
 /// of 2^c contiguous amplitudes (m + c = kHighTileBits, c >= kMinRowBits) at the strides of m
 /// high qubits: a layer on n qubits costs 1 + ceil((n − kTileBits) / (kHighTileBits −
-/// kMinRowBits)) passes instead of n (the low tile takes one qubit more where that saves one). High tiles are larger than low ones because short rows
-/// scattered over the state read slowly from memory (rows of 256 bytes took twice as long as a
-/// streaming pass on the 2-core benchmark machine), while a 2 MiB tile's sweeps still run from
-/// L2 and L3: at n = 24 the ten high qubits took 82 ms with 256-byte rows, 47 ms with 2 KiB rows.
-/// The low pass is the cheaper of the two per qubit, so it takes one qubit more than half of
-/// L2 would suggest: on that machine four phase-and-mixer layers at n = 24 took 503-524 ms
-/// with 15 low qubits against 524-624 ms with 14, and no size from 20 to 26 qubits got slower.
+/// kMinRowBits)) passes instead of n (the low tile takes one qubit more where that saves one). High
+/// tiles are larger than low ones because short rows scattered over the state read slowly from
+/// memory (rows of 256 bytes took twice as long as a streaming pass on the 2-core benchmark
+/// machine), while a 2 MiB tile's sweeps still run from L2 and L3: at n = 24 the ten high qubits
+/// took 82 ms with 256-byte rows, 47 ms with 2 KiB rows. The low pass is the cheaper of the two per
+/// qubit, so it takes one qubit more than half of L2 would suggest: on that machine four
+/// phase-and-mixer layers at n = 24 took 503-524 ms with 15 low qubits against 524-624 ms with 14,
+/// and no size from 20 to 26 qubits got slower.
 
 #include <optional>
 #include <span>

@@ -80,8 +80,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Case{1, {}}, Case{6, {}}, Case{15, {}}, Case{17, {}},  // production tiling
                       Case{11, {4, 2, 4, 1}},  // 7 high qubits: 3 groups of <= 3, rows of 2
                       Case{12, {5, 3, 5, 2}}, Case{9, {3, 3, 3, 1}},
-                      Case{12, {4, 2, 7, 2}},  // high tiles larger than low ones: long rows
-                      Case{10, {3, 1, 9, 4}},   // rows longer than the low tile
+                      Case{12, {4, 2, 7, 2}},     // high tiles larger than low ones: long rows
+                      Case{10, {3, 1, 9, 4}},     // rows longer than the low tile
                       Case{14, {4, 3, 12, 1}}));  // high blocks of rows in L1, L2 and the tile
 
 TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
@@ -118,7 +118,8 @@ TEST(RotationLayer, StartingProductStateRidesInTheNextLayersPass) {
     for (const DiagonalPass* before : {&pass, static_cast<const DiagonalPass*>(nullptr)}) {
       const auto first = random_layer(n, rng);
       auto second = random_layer(n, rng);
-      if (high_only) std::erase_if(second, [&](const QubitMatrix& g) { return g.qubit < tiling.tile_bits; });
+      if (high_only)
+        std::erase_if(second, [&](const QubitMatrix& g) { return g.qubit < tiling.tile_bits; });
       StateVector want(n);
       apply_one_by_one(want, first);
       if (before != nullptr) {

@@ -43,7 +43,8 @@ void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q, const
 }
 
 template <class Real>
-void matrices_tile(std::complex<Real>* tile, unsigned tile_bits, std::span<const QubitMatrix> gates) {
+void matrices_tile(std::complex<Real>* tile, unsigned tile_bits,
+                   std::span<const QubitMatrix> gates) {
   for (const QubitMatrix& g : gates) matrix_tile<Real>(tile, tile_bits, g.qubit, g.matrix);
 }
 
@@ -67,17 +68,23 @@ template void scalar_matrices_rows<float>(Amplitude32* const*, unsigned, Index,
 namespace {
 
 template <class Real>
-constexpr BasicKernelSet<Real> kScalar{"scalar", &phase_table<Real, std::uint8_t>,
-                                       &phase_table<Real, std::uint16_t>, &matrix_tile<Real>,
+constexpr BasicKernelSet<Real> kScalar{"scalar",
+                                       &phase_table<Real, std::uint8_t>,
+                                       &phase_table<Real, std::uint16_t>,
+                                       &matrix_tile<Real>,
                                        &matrices_tile<Real>,
                                        &scalar_matrices_rows<Real>};
 
 template <class Real>
 const BasicKernelSet<Real>* avx2_set();
 template <>
-const KernelSet* avx2_set<double>() { return avx2_kernel_set(); }
+const KernelSet* avx2_set<double>() {
+  return avx2_kernel_set();
+}
 template <>
-const KernelSet32* avx2_set<float>() { return avx2_kernel_set32(); }
+const KernelSet32* avx2_set<float>() {
+  return avx2_kernel_set32();
+}
 
 template <class Real>
 std::atomic<const BasicKernelSet<Real>*>& active() {
@@ -113,7 +120,9 @@ std::span<const BasicKernelSet<Real>* const> available_kernel_sets() {
 template std::span<const KernelSet* const> available_kernel_sets<double>();
 template std::span<const KernelSet32* const> available_kernel_sets<float>();
 
-std::span<const KernelSet* const> available_kernel_sets() { return available_kernel_sets<double>(); }
+std::span<const KernelSet* const> available_kernel_sets() {
+  return available_kernel_sets<double>();
+}
 
 template <class Real>
 const BasicKernelSet<Real>& active_kernels() {

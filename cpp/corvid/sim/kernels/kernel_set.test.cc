@@ -48,7 +48,8 @@ void expect_gate_lists_match_one_sweep_per_gate(const BasicKernelSet<Real>& set,
     for (unsigned q = 0; q < kBits; ++q) {
       if (rng() % 3 == 0) continue;
       // Mostly unit shapes (the mixers' case), some of every other shape.
-      const int shape = rng() % 2 ? 2 + static_cast<int>(rng() % 2) : static_cast<int>(rng() % kShapes);
+      const int shape =
+          rng() % 2 ? 2 + static_cast<int>(rng() % 2) : static_cast<int>(rng() % kShapes);
       gates.push_back({q, random_matrix(rng, shape)});
       if (q >= row_shift) row_gates.push_back({q - row_shift, gates.back().matrix});
     }
@@ -64,7 +65,8 @@ void expect_gate_lists_match_one_sweep_per_gate(const BasicKernelSet<Real>& set,
       reference.matrix_tile(rows_want.data(), kBits, g.qubit + row_shift, g.matrix);
     }
     std::vector<V*> rows;
-    for (std::size_t r = 0; r < (want.size() >> row_shift); ++r) rows.push_back(rows_got.data() + (r << row_shift));
+    for (std::size_t r = 0; r < (want.size() >> row_shift); ++r)
+      rows.push_back(rows_got.data() + (r << row_shift));
     set.matrices_rows(rows.data(), kBits - row_shift, std::uint64_t{1} << row_shift, row_gates);
     for (std::size_t i = 0; i < want.size(); ++i) {
       ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, tol * (1 + std::abs(want[i]))) << "tile " << i;
@@ -78,7 +80,8 @@ template <class Real>
 void expect_close(std::span<const std::complex<Real>> got, std::span<const std::complex<Real>> want,
                   double tol) {
   for (std::size_t i = 0; i < want.size(); ++i) {
-    ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, tol * (1 + std::abs(want[i]))) << "amplitude " << i;
+    ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, tol * (1 + std::abs(want[i])))
+        << "amplitude " << i;
   }
 }
 

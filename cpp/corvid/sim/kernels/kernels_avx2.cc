@@ -18,7 +18,9 @@ using Index = std::uint64_t;
 #pragma GCC target("avx2,fma")
 
 // One __m256d holds two amplitudes (re0, im0, re1, im1).
-inline __m256d load(const Amplitude* p) { return _mm256_load_pd(reinterpret_cast<const double*>(p)); }
+inline __m256d load(const Amplitude* p) {
+  return _mm256_load_pd(reinterpret_cast<const double*>(p));
+}
 inline void store(Amplitude* p, __m256d v) { _mm256_store_pd(reinterpret_cast<double*>(p), v); }
 inline __m256d swap_re_im(__m256d v) { return _mm256_permute_pd(v, 0x5); }
 
@@ -43,7 +45,8 @@ void phase_table(Amplitude* amps, const T* index, const Amplitude* table, Index 
   }
   for (; i < count; ++i) {  // odd counts only occur for states of one amplitude
     const Amplitude a = amps[i], t = table[index[i]];
-    amps[i] = {t.real() * a.real() - t.imag() * a.imag(), t.real() * a.imag() + t.imag() * a.real()};
+    amps[i] = {t.real() * a.real() - t.imag() * a.imag(),
+               t.real() * a.imag() + t.imag() * a.real()};
   }
 }
 
@@ -108,7 +111,9 @@ struct RealImaginaryOp {
   using S = Simd<Real>;
   typename S::V d0, d1, k01, k10;
   explicit RealImaginaryOp(const Matrix2& m)
-      : d0(S::set1(m.m00.real())), d1(S::set1(m.m11.real())), k01(S::alternate(m.m01.imag())),
+      : d0(S::set1(m.m00.real())),
+        d1(S::set1(m.m11.real())),
+        k01(S::alternate(m.m01.imag())),
         k10(S::alternate(m.m10.imag())) {}
   void operator()(typename S::V& a0, typename S::V& a1) const {
     const auto s0 = S::swap_re_im(a0), s1 = S::swap_re_im(a1);
@@ -123,7 +128,9 @@ struct RealOp {
   using S = Simd<Real>;
   typename S::V r00, r01, r10, r11;
   explicit RealOp(const Matrix2& m)
-      : r00(S::set1(m.m00.real())), r01(S::set1(m.m01.real())), r10(S::set1(m.m10.real())),
+      : r00(S::set1(m.m00.real())),
+        r01(S::set1(m.m01.real())),
+        r10(S::set1(m.m10.real())),
         r11(S::set1(m.m11.real())) {}
   void operator()(typename S::V& a0, typename S::V& a1) const {
     const auto x = a0;
@@ -137,9 +144,14 @@ struct GeneralOp {
   using S = Simd<Real>;
   typename S::V r00, i00, r01, i01, r10, i10, r11, i11;
   explicit GeneralOp(const Matrix2& m)
-      : r00(S::set1(m.m00.real())), i00(S::set1(m.m00.imag())), r01(S::set1(m.m01.real())),
-        i01(S::set1(m.m01.imag())), r10(S::set1(m.m10.real())), i10(S::set1(m.m10.imag())),
-        r11(S::set1(m.m11.real())), i11(S::set1(m.m11.imag())) {}
+      : r00(S::set1(m.m00.real())),
+        i00(S::set1(m.m00.imag())),
+        r01(S::set1(m.m01.real())),
+        i01(S::set1(m.m01.imag())),
+        r10(S::set1(m.m10.real())),
+        i10(S::set1(m.m10.imag())),
+        r11(S::set1(m.m11.real())),
+        i11(S::set1(m.m11.imag())) {}
   void operator()(typename S::V& a0, typename S::V& a1) const {
     const auto s0 = S::swap_re_im(a0), s1 = S::swap_re_im(a1);
     const auto x0 = S::fmadd(r00, a0, S::mul(r01, a1)), y0 = S::fmadd(i00, s0, S::mul(i01, s1));
@@ -157,7 +169,9 @@ bool is_real(const Matrix2& m) {
   return m.m00.imag() == 0 && m.m01.imag() == 0 && m.m10.imag() == 0 && m.m11.imag() == 0;
 }
 
-bool is_unit_diagonal(const Matrix2& m) { return m.m00 == 1.0 && m.m11 == 1.0 && is_real_imaginary(m); }
+bool is_unit_diagonal(const Matrix2& m) {
+  return m.m00 == 1.0 && m.m11 == 1.0 && is_real_imaginary(m);
+}
 
 // X·m: m with its rows swapped. Applying X·m and storing each result at its partner's place
 // applies m, so a matrix whose X·m has a cheaper shape (the unit part of an RX beyond pi/2,
@@ -201,7 +215,8 @@ struct TileLayout {
   template <std::size_t K, class Body>
   void for_each_run(const std::array<unsigned, K>& qubits, Body body) const {
     const GroupOffsets<K> g(qubits);
-    const Index run = g.mask & -g.mask;  // the lowest qubit's stride: indices below it are contiguous
+    const Index run =
+        g.mask & -g.mask;  // the lowest qubit's stride: indices below it are contiguous
     for (Index b = 0; b < size; b = ((b | g.mask | (run - 1)) + 1) & ~g.mask) {
       Real* ptr[1 << K];
       for (unsigned j = 0; j < (1u << K); ++j) ptr[j] = tile + 2 * (b + g.offset[j]);
@@ -222,7 +237,8 @@ struct RowLayout {
     const GroupOffsets<K> g(qubits);
     for (Index r = 0; r < (Index{1} << row_bits); r = ((r | g.mask) + 1) & ~g.mask) {
       Real* ptr[1 << K];
-      for (unsigned j = 0; j < (1u << K); ++j) ptr[j] = reinterpret_cast<Real*>(rows[r + g.offset[j]]);
+      for (unsigned j = 0; j < (1u << K); ++j)
+        ptr[j] = reinterpret_cast<Real*>(rows[r + g.offset[j]]);
       body(ptr, 2 * length);
     }
   }
@@ -283,15 +299,15 @@ void sweep_triple(const Layout& layout, const std::array<QubitMatrix, 3>& g) {
   const unsigned flip = a.flip | b.flip << 1 | c.flip << 2;
   layout.for_each_run(std::array{g[0].qubit, g[1].qubit, g[2].qubit},
                       [&](Real* const* p, Index count) {
-    for (Index i = 0; i < count; i += 2 * S::kAmps) {
-      typename S::V v[8];
-      for (unsigned j = 0; j < 8; ++j) v[j] = S::load(p[j] + i);
-      for (unsigned j = 0; j < 8; j += 2) a.op(v[j], v[j + 1]);
-      for (unsigned j : {0u, 1u, 4u, 5u}) b.op(v[j], v[j + 2]);
-      for (unsigned j = 0; j < 4; ++j) c.op(v[j], v[j + 4]);
-      for (unsigned j = 0; j < 8; ++j) S::store(p[j ^ flip] + i, v[j]);
-    }
-  });
+                        for (Index i = 0; i < count; i += 2 * S::kAmps) {
+                          typename S::V v[8];
+                          for (unsigned j = 0; j < 8; ++j) v[j] = S::load(p[j] + i);
+                          for (unsigned j = 0; j < 8; j += 2) a.op(v[j], v[j + 1]);
+                          for (unsigned j : {0u, 1u, 4u, 5u}) b.op(v[j], v[j + 2]);
+                          for (unsigned j = 0; j < 4; ++j) c.op(v[j], v[j + 4]);
+                          for (unsigned j = 0; j < 8; ++j) S::store(p[j ^ flip] + i, v[j]);
+                        }
+                      });
 }
 
 // Unit gates three to a sweep, the rest two to a sweep or alone.
@@ -353,7 +369,8 @@ struct Shuffle<float, 1> {
 template <class Real, unsigned Q, class F>
 typename Simd<Real>::V per_slot(F value) {
   alignas(32) Real slots[2 * Simd<Real>::kAmps];
-  for (unsigned k = 0; k < 2 * Simd<Real>::kAmps; ++k) slots[k] = Real(value(k / 2 >> Q & 1, k & 1));
+  for (unsigned k = 0; k < 2 * Simd<Real>::kAmps; ++k)
+    slots[k] = Real(value(k / 2 >> Q & 1, k & 1));
   return Simd<Real>::load(slots);
 }
 
@@ -463,7 +480,8 @@ void phase_table(Value* amps, const T* index, const Value* table, Index count) {
   }
   for (; i < count; ++i) {  // states of fewer than four amplitudes
     const Value a = amps[i], t = table[index[i]];
-    amps[i] = {t.real() * a.real() - t.imag() * a.imag(), t.real() * a.imag() + t.imag() * a.real()};
+    amps[i] = {t.real() * a.real() - t.imag() * a.imag(),
+               t.real() * a.imag() + t.imag() * a.real()};
   }
 }
 
@@ -471,12 +489,19 @@ void phase_table(Value* amps, const T* index, const Value* table, Index count) {
 
 #pragma GCC pop_options
 
-const KernelSet kAvx2{"avx2", &phase_table<std::uint8_t>, &phase_table<std::uint16_t>,
-                      &matrix_tile<double>, &matrices_tile<double>, &matrices_rows<double>};
+const KernelSet kAvx2{"avx2",
+                      &phase_table<std::uint8_t>,
+                      &phase_table<std::uint16_t>,
+                      &matrix_tile<double>,
+                      &matrices_tile<double>,
+                      &matrices_rows<double>};
 
-const KernelSet32 kAvx2Single{"avx2", &f32::phase_table<std::uint8_t>,
-                              &f32::phase_table<std::uint16_t>, &matrix_tile<float>,
-                              &matrices_tile<float>, &matrices_rows<float>};
+const KernelSet32 kAvx2Single{"avx2",
+                              &f32::phase_table<std::uint8_t>,
+                              &f32::phase_table<std::uint16_t>,
+                              &matrix_tile<float>,
+                              &matrices_tile<float>,
+                              &matrices_rows<float>};
 
 bool cpu_has_avx2() {
   __builtin_cpu_init();

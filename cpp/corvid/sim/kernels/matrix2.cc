@@ -1,7 +1,7 @@
 #include "corvid/sim/kernels/matrix2.h"
 
-#include <cassert>
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 
 #include "corvid/circuit/gate_definitions.h"

@@ -1,4 +1,5 @@
-// factor_scale: scale · unit reproduces the matrix, with exact ones where the kernels look for them.
+// factor_scale: scale · unit reproduces the matrix, with exact ones where the kernels look for
+// them.
 #include "corvid/sim/kernels/matrix2.h"
 
 #include <gtest/gtest.h>
@@ -27,13 +28,13 @@ TEST_P(FactorScale, ReproducesTheMatrix) {
   for (const Amplitude& u : got) EXPECT_LE(std::abs(u), 1.0 + 1e-15);  // no growth to overflow
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Gates, FactorScale,
-    ::testing::Values(Case{GateKind::RX, 0.3, 1}, Case{GateKind::RX, -1.5, 1},
-                      Case{GateKind::RX, 2.5, 2}, Case{GateKind::RX, 3.14159, 2},
-                      Case{GateKind::RX, 0.0, 1}, Case{GateKind::RY, 0.7, 1},
-                      Case{GateKind::H, 0.0, 0}, Case{GateKind::X, 0.0, 2},
-                      Case{GateKind::RZ, 0.4, 0}));
+INSTANTIATE_TEST_SUITE_P(Gates, FactorScale,
+                         ::testing::Values(Case{GateKind::RX, 0.3, 1}, Case{GateKind::RX, -1.5, 1},
+                                           Case{GateKind::RX, 2.5, 2},
+                                           Case{GateKind::RX, 3.14159, 2},
+                                           Case{GateKind::RX, 0.0, 1}, Case{GateKind::RY, 0.7, 1},
+                                           Case{GateKind::H, 0.0, 0}, Case{GateKind::X, 0.0, 2},
+                                           Case{GateKind::RZ, 0.4, 0}));
 
 }  // namespace
 }  // namespace corvid

@@ -53,7 +53,9 @@ Pool& pool() {
   return p;
 }
 
-std::size_t rounded(std::size_t bytes) { return (bytes + kAlignment - 1) / kAlignment * kAlignment; }
+std::size_t rounded(std::size_t bytes) {
+  return (bytes + kAlignment - 1) / kAlignment * kAlignment;
+}
 
 void* allocate(std::size_t bytes) {
   // Large blocks are aligned to huge pages so that the kernel can back them with 2 MiB pages.
@@ -69,7 +71,8 @@ void* allocate(std::size_t bytes) {
 
 // The pooled free block of exactly `bytes` (rounded), or end(); call with the mutex held.
 std::vector<Block>::iterator pooled_block(Pool& p, std::size_t bytes) {
-  return std::find_if(p.free.begin(), p.free.end(), [&](const Block& b) { return b.bytes == bytes; });
+  return std::find_if(p.free.begin(), p.free.end(),
+                      [&](const Block& b) { return b.bytes == bytes; });
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "corvid/sim/execute/compiled_executor.h"
 #include "corvid/sim/compile/compiler.h"
+#include "corvid/sim/execute/compiled_executor.h"
 #include "corvid/sim/machine/state_vector.h"
 
 namespace corvid {

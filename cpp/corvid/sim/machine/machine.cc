@@ -139,8 +139,10 @@ void Machine::check_program(const Program& program) const {
   for (const Measurement& m : program.measurements()) {
     check_owner(m.machine(), id_, "measurement '" + m.to_string() + "'");
     if (m.qubit.addr >= num_qubits_ || m.cbit.addr >= num_cbits_) {
-      throw std::out_of_range("measurement '" + m.to_string() + "' refers to a bit that is not "
-                              "allocated (" + std::to_string(num_qubits_) + " qubits, " +
+      throw std::out_of_range("measurement '" + m.to_string() +
+                              "' refers to a bit that is not "
+                              "allocated (" +
+                              std::to_string(num_qubits_) + " qubits, " +
                               std::to_string(num_cbits_) + " classical bits)");
     }
   }
@@ -245,8 +247,8 @@ std::vector<OutcomeCount> Machine::sample(const Program& program, std::span<cons
   run(program);
   const ProbabilityTable table = backend_->probabilities(measured);
   record_latest_run_timings(backend_->last_run_timings());
-  std::vector<OutcomeCount> counts =
-      sample_counts({table.values.data(), table.values.size()}, static_cast<std::uint64_t>(shots), rng_);
+  std::vector<OutcomeCount> counts = sample_counts({table.values.data(), table.values.size()},
+                                                   static_cast<std::uint64_t>(shots), rng_);
 
   for (OutcomeCount& c : counts) {
     std::uint64_t key = 0;

@@ -68,7 +68,8 @@ void few_outcomes(const State& state, std::span<const unsigned> qubits, double* 
     std::vector<double>& local = partial[omp_get_thread_num()];
     local.assign(outcomes, 0.0);
 #pragma omp for schedule(static)
-    for (std::int64_t i = 0; i < n; ++i) local[gather(static_cast<Index>(i), qubits)] += norm2(a[i]);
+    for (std::int64_t i = 0; i < n; ++i)
+      local[gather(static_cast<Index>(i), qubits)] += norm2(a[i]);
   }
   std::fill(out, out + outcomes, 0.0);
   for (const std::vector<double>& local : partial) {
@@ -105,8 +106,8 @@ ProbabilityTable marginal_probabilities(const BasicStateVector<Real>& state,
   const unsigned k = static_cast<unsigned>(qubits.size());
   assert(k <= state.num_qubits());
   const Index outcomes = Index{1} << k;
-  ProbabilityTable table{k, PooledBuffer<double>(outcomes, "probability table of " +
-                                                                std::to_string(k) + " qubits")};
+  ProbabilityTable table{
+      k, PooledBuffer<double>(outcomes, "probability table of " + std::to_string(k) + " qubits")};
   if (is_identity_order(state, qubits)) {
     all_qubits(state, table.values.data());
   } else if (outcomes <= kPrivateTableLimit) {

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <span>
 
-#include "corvid/sim/machine/state_vector.h"
 #include "corvid/sim/machine/buffer_pool.h"
+#include "corvid/sim/machine/state_vector.h"
 
 namespace corvid {
 

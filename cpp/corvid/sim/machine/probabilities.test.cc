@@ -6,8 +6,8 @@
 #include <numeric>
 #include <random>
 
-#include "corvid/sim/machine/basis_key.h"
 #include "corvid/sim/execute/executor.h"
+#include "corvid/sim/machine/basis_key.h"
 #include "corvid/testing/dense_reference.h"
 #include "corvid/testing/random_circuit.h"
 

@@ -144,8 +144,8 @@ std::uint64_t binomial(std::uint64_t n, double p, std::mt19937_64& rng) {
   if (p >= 1.0) return n;
   // Draw the count of the less likely side; the other is what is left.
   const double r = std::min(p, 1.0 - p);
-  std::uint64_t y = static_cast<double>(n) * r < 30.0 ? binomial_inversion(n, r, rng)
-                                                      : binomial_btpe(n, r, rng);
+  std::uint64_t y =
+      static_cast<double>(n) * r < 30.0 ? binomial_inversion(n, r, rng) : binomial_btpe(n, r, rng);
   y = std::min(y, n);  // above 2^53 rounding may step past n
   return p > 0.5 ? n - y : y;
 }

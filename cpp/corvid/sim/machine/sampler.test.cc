@@ -98,14 +98,16 @@ TEST_P(Binomial, MeanAndVarianceMatch) {
   EXPECT_NEAR(sample_var / var, 1.0, 5 * std::sqrt(2.0 / draws) + 1.0 / var);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Counts, Binomial,
-    ::testing::Values(std::tuple{std::uint64_t{10}, 0.3}, std::tuple{std::uint64_t{1000}, 0.01},
-                      std::tuple{std::uint64_t{1} << 40, 1e-11},
-                      std::tuple{std::uint64_t{100}, 0.45}, std::tuple{std::uint64_t{1000000}, 0.3},
-                      std::tuple{std::uint64_t{1} << 62, 0.25},
-                      std::tuple{(std::uint64_t{1} << 62) + 1, 0.5},
-                      std::tuple{std::uint64_t{INT64_MAX}, 0.9}, std::tuple{std::uint64_t{50}, 0.97}));
+INSTANTIATE_TEST_SUITE_P(Counts, Binomial,
+                         ::testing::Values(std::tuple{std::uint64_t{10}, 0.3},
+                                           std::tuple{std::uint64_t{1000}, 0.01},
+                                           std::tuple{std::uint64_t{1} << 40, 1e-11},
+                                           std::tuple{std::uint64_t{100}, 0.45},
+                                           std::tuple{std::uint64_t{1000000}, 0.3},
+                                           std::tuple{std::uint64_t{1} << 62, 0.25},
+                                           std::tuple{(std::uint64_t{1} << 62) + 1, 0.5},
+                                           std::tuple{std::uint64_t{INT64_MAX}, 0.9},
+                                           std::tuple{std::uint64_t{50}, 0.97}));
 
 // The exact distribution, not only its moments: frequencies of Binomial(100, 0.45) (BTPE with
 // every acceptance test in play) against the probability function.

@@ -45,8 +45,8 @@ BasicStateVector<Real> BasicStateVector<Real>::uninitialized(unsigned num_qubits
   require_state_memory(num_qubits, sizeof(Value));
   BasicStateVector state;
   state.num_qubits_ = num_qubits;
-  state.amplitudes_ = PooledBuffer<Value>(std::size_t{1} << num_qubits,
-                                          describe(num_qubits, sizeof(Value)));
+  state.amplitudes_ =
+      PooledBuffer<Value>(std::size_t{1} << num_qubits, describe(num_qubits, sizeof(Value)));
   return state;
 }
 

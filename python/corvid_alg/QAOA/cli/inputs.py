@@ -18,6 +18,11 @@ JSON model format (all keys but one of linear/quadratic/terms optional)::
 Edge list format: one edge per line, ``i j`` or ``i j weight`` (whitespace or commas); ``#``
 starts a comment. Node labels are integers (ordered by value) or names (ordered by first
 appearance).
+
+G-set (rudy) format: a header line ``n m`` (nodes, edges), then exactly m lines ``i j weight``
+with nodes numbered 1 .. n (the weight may be left out: 1). Nodes keep their numbers as names;
+nodes in no edge are free. A file whose lines disagree with its header is refused with the line.
+An edge list cannot tell the two apart (``4 3`` is an edge too), hence a separate option.
 """
 
 import json
@@ -139,25 +144,11 @@ def qubo_matrix(path):
 
 def edge_list(path):
     """A graph for MaxCut from an edge list file (format in the module documentation)."""
-    lines = _read_text(path).splitlines()
     edges = []
-    for number, line in enumerate(lines, 1):
-        fields = line.split("#", 1)[0].replace(",", " ").split()
-        if not fields:
-            continue
+    for number, line, fields in _data_lines(path):
         if len(fields) not in (2, 3):
             raise InputError(f"{path}, line {number}: expected 'i j' or 'i j weight', got {line.strip()!r}")
-        weight = 1.0
-        if len(fields) == 3:
-            try:
-                weight = float(fields[2])
-            except ValueError:
-                raise InputError(f"{path}, line {number}: weight {fields[2]!r} is not a number") from None
-            if not math.isfinite(weight):
-                raise InputError(f"{path}, line {number}: weight must be finite, got {fields[2]}")
-        if fields[0] == fields[1]:
-            raise InputError(f"{path}, line {number}: self-loop on node {fields[0]}")
-        edges.append((fields[0], fields[1], weight))
+        edges.append(_edge(path, number, fields))
     if not edges:
         raise InputError(f"{path}: no edges")
     labels = list(dict.fromkeys(label for i, j, _ in edges for label in (i, j)))
@@ -166,6 +157,66 @@ def edge_list(path):
     index = {label: k for k, label in enumerate(labels)}
     op = problems.maxcut_operator([(index[i], index[j], w) for i, j, w in edges])
     return _operator_problem("maxcut", path, op, labels)
+
+
+def gset(path):
+    """A graph for MaxCut in the G-set (rudy) format (see the module documentation)."""
+    lines = _data_lines(path)
+    header = next(lines, None)
+    if header is None:
+        raise InputError(f"{path}: empty; expected a header line 'n m'")
+    number, line, fields = header
+    try:
+        n, m = (int(field) for field in fields)
+    except ValueError:
+        raise InputError(f"{path}, line {number}: expected the header 'n m' (nodes, edges), "
+                         f"got {line.strip()!r}") from None
+    if n < 2 or m < 1:
+        raise InputError(f"{path}, line {number}: the header needs n >= 2 nodes and m >= 1 edges")
+    edges = []
+    for number, line, fields in lines:
+        if len(fields) not in (2, 3):
+            raise InputError(f"{path}, line {number}: expected 'i j weight', got {line.strip()!r}")
+        if len(edges) == m:
+            raise InputError(f"{path}, line {number}: an edge beyond the {m} the header announces")
+        i, j, weight = _edge(path, number, fields)
+        nodes = [_node(path, number, label, n) for label in (i, j)]
+        edges.append((*nodes, weight))
+    if len(edges) != m:
+        raise InputError(f"{path}: the header announces {m} edges, the file has {len(edges)}")
+    op = problems.maxcut_operator(edges)
+    return _operator_problem("maxcut", path, op, [str(k) for k in range(1, n + 1)])
+
+
+def _data_lines(path):
+    """(line number, line, fields) of the lines that are not blank or comments."""
+    for number, line in enumerate(_read_text(path).splitlines(), 1):
+        fields = line.split("#", 1)[0].replace(",", " ").split()
+        if fields:
+            yield number, line, fields
+
+
+def _edge(path, number, fields):
+    """(i, j, weight) of an edge line's fields; the weight is 1 when not given."""
+    weight = 1.0
+    if len(fields) == 3:
+        try:
+            weight = float(fields[2])
+        except ValueError:
+            raise InputError(f"{path}, line {number}: weight {fields[2]!r} is not a number") from None
+        if not math.isfinite(weight):
+            raise InputError(f"{path}, line {number}: weight must be finite, got {fields[2]}")
+    if fields[0] == fields[1]:
+        raise InputError(f"{path}, line {number}: self-loop on node {fields[0]}")
+    return fields[0], fields[1], weight
+
+
+def _node(path, number, label, n):
+    """The 0-based index of a 1-based node label of a G-set file."""
+    node = int(label) if label.isascii() and label.isdigit() else 0
+    if not 1 <= node <= n:
+        raise InputError(f"{path}, line {number}: node {label!r} is not in 1 .. {n}")
+    return node - 1
 
 
 def _operator_problem(kind, source, op, names, spins=False):

@@ -9,13 +9,16 @@ import numpy as np
 
 import corvid
 
-from . import inputs, options as cli_options, plot, report
+from .. import export
+from ..qaoa import QAOA
+from . import inputs, options as cli_options, plot, report, starts
 from .errors import InputError, UsageError
 from .progress import Progress
 from .tracked import TrackedQAOA
 
 _READERS = (("expr", inputs.polynomial), ("model", inputs.json_model),
-            ("qubo", inputs.qubo_matrix), ("maxcut", inputs.edge_list))
+            ("qubo", inputs.qubo_matrix), ("maxcut", inputs.edge_list),
+            ("gset", inputs.gset))
 
 
 def main(argv=None, stdout=None, stderr=None):
@@ -30,11 +33,12 @@ def main(argv=None, stdout=None, stderr=None):
     try:
         # Everything that can be checked is checked before the solve: no finished work is lost.
         opts = cli_options.parse(sys.argv[1:] if argv is None else argv)
-        if opts.plot:
+        if opts.plot or opts.landscape:
             plot.check_available()
         _set_threads(opts)
         problem = _read(opts)
-        document = _solve(problem, opts, stderr)
+        starts.check(problem, opts)
+        document, qaoa = _solve(problem, opts, stderr)
         try:
             text = report.to_json(document) if opts.json else report.to_text(document)
         except ValueError as error:  # NaN or infinity: not JSON
@@ -42,6 +46,10 @@ def main(argv=None, stdout=None, stderr=None):
         _write(stdout, text)
         if opts.plot:
             plot.write_png(document, opts.plot)
+        if opts.qasm:
+            _write_file(opts.qasm, export.to_qasm(qaoa, _angle_list(document)))
+        if opts.landscape:  # the slowest last
+            plot.save(plot.landscape(_exact_qaoa(problem, opts), document), opts.landscape)
         return 0
     except BrokenPipeError:  # the reader left (`| head`): nothing to say to anyone
         return 1
@@ -70,6 +78,23 @@ def _write(stdout, text):
         raise InputError(f"cannot write the report: {error.strerror or error}") from None
 
 
+def _write_file(path, text):
+    try:
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(text)
+    except OSError as error:
+        raise InputError(f"cannot write {path}: {error.strerror or error}") from None
+
+
+def _angle_list(document):
+    return document["angles"]["gammas"] + document["angles"]["betas"]
+
+
+def _exact_qaoa(problem, opts):
+    """A QAOA of the problem for the landscape: exact probabilities whatever --shots was."""
+    return QAOA(problem.target, norm=opts.norm)
+
+
 def _set_threads(opts):
     if opts.threads:
         try:
@@ -90,7 +115,7 @@ def _read(opts):
         value = getattr(opts, name)
         if value is not None:
             return reader(value)
-    raise UsageError("give a problem: --expr, --model, --qubo or --maxcut")
+    raise UsageError("give a problem: --expr, --model, --qubo, --maxcut or --gset")
 
 
 def _solve(problem, opts, stderr):
@@ -106,7 +131,8 @@ def _solve(problem, opts, stderr):
     try:
         # The algorithm prints its rare warnings on stdout; keep stdout for the report alone.
         with contextlib.redirect_stdout(stderr):
-            solutions, angles, loss = qaoa.run(**_run_arguments(opts))
+            solutions, angles, loss = qaoa.run(
+                **_run_arguments(opts, starts.initial_angles(problem, qaoa, opts)))
     except ValueError as error:  # the algorithm's own checks of the options
         raise UsageError(str(error)) from None
     except TypeError as error:  # an --option the optimiser does not take
@@ -115,8 +141,9 @@ def _solve(problem, opts, stderr):
         raise InputError(_overflow_message(problem, opts, len(qaoa.losses) + 1)) from None
     finally:
         progress.close()
-    return report.build(problem, qaoa, opts, solutions, angles, loss,
-                        time.perf_counter() - start)
+    document = report.build(problem, qaoa, opts, solutions, angles, loss,
+                            time.perf_counter() - start)
+    return document, qaoa
 
 
 def _overflow_message(problem, opts, evaluation):
@@ -145,12 +172,9 @@ def _optimizer_option(opts):
     return keywords
 
 
-def _run_arguments(opts):
-    """The keyword arguments of QAOA.run for the options."""
+def _run_arguments(opts, initial):
+    """The keyword arguments of QAOA.run for the options, starting from `initial`."""
     optimizer_option = _optimizer_option(opts)
-    initial = opts.initial_angles
-    if opts.interp and initial is None:
-        initial = list(np.random.random(2) * np.pi)  # INTERP starts from one layer
     arguments = dict(layer=opts.layers, initial_para=initial, shots=opts.shots,
                      loss_type=opts.loss, optimize_type="interp" if opts.interp else "default",
                      optimizer=opts.optimizer, optimizer_option=optimizer_option)

@@ -25,6 +25,7 @@ _EPILOG = """\
 examples:
   corvid-qaoa -e "2*x0*x1 + 3*x2 - 1" --layers 2
   corvid-qaoa --maxcut examples/maxcut14.txt --layers 3 --interp --seed 7 --plot run.png
+  corvid-qaoa --gset examples/cube.gset --layers 2 --init fixed --qasm cube.qasm
   corvid-qaoa --qubo Q.npy --loss cvar --alpha 0.25 --shots 2000 --optimizer SPSA \\
               --option maxiter=100 --json
   corvid-qaoa --model model.json --optimizer COBYLA --option maxiter=200 --top 10
@@ -39,6 +40,7 @@ class _Parser(argparse.ArgumentParser):
         raise UsageError(message)
 
 
+INITS = ("random", "tqa", "fixed")
 MAX_TOP = 10**6
 MAX_LAYERS = 10_000
 MAX_SHOTS = 10**15
@@ -183,6 +185,9 @@ def build_parser():
                        help="a dense QUBO matrix Q (.npy or .csv): minimise x^T Q x")
     given.add_argument("--maxcut", metavar="FILE",
                        help="a graph edge list ('i j' or 'i j weight' per line): maximise the cut")
+    given.add_argument("--gset", metavar="FILE",
+                       help="a graph in the G-set (rudy) format: a line 'n m', then m lines "
+                            "'i j weight' with nodes 1 .. n: maximise the cut")
 
     run = parser.add_argument_group("optimisation (as QAOA.run)")
     run.add_argument("-p", "--layers", type=_layers, default=1, metavar="P",
@@ -207,6 +212,10 @@ def build_parser():
     run.add_argument("--initial-angles", type=_angles, metavar="G1,..,B1,..",
                      help="starting angles, p gammas then p betas (default: random in [0, pi); "
                           "with --interp: one random layer)")
+    run.add_argument("--init", choices=INITS, default="random",
+                     help="starting angles: random in [0, pi) (default), tqa (a linear annealing "
+                          "ramp) or fixed (published angles for MaxCut on regular graphs); with "
+                          "--interp they start the first layer")
     run.add_argument("--gamma-bounds", type=_bounds, action="append", metavar="LOW,HIGH",
                      help="bounds of the gammas: once for every layer, or once per layer; "
                           "write --gamma-bounds=-1,1 for a negative LOW")
@@ -227,6 +236,10 @@ def build_parser():
     out.add_argument("--json", action="store_true", help="print one JSON document on stdout")
     out.add_argument("--plot", metavar="FILE.png",
                      help="draw the loss history and the top-K distribution (needs matplotlib)")
+    out.add_argument("--landscape", metavar="FILE.png",
+                     help="draw the p = 1 loss over a gamma-beta grid (needs matplotlib)")
+    out.add_argument("--qasm", metavar="FILE",
+                     help="write the optimised circuit as OpenQASM 2")
     out.add_argument("-q", "--quiet", action="store_true", help="no progress line on stderr")
     return parser
 
@@ -260,8 +273,15 @@ def parse(argv):
                          "only data")
     if not isinstance(dict(options.option).get("options", {}), dict):
         raise UsageError('--option options= must be a JSON object, e.g. options={"maxiter": 50}')
-    if options.plot is not None:
-        _check_output(options.plot)
+    if options.initial_angles is not None and options.init != "random":
+        raise UsageError(f"--initial-angles and --init {options.init} both give the starting "
+                         "angles; use one")
+    for name, extension in (("plot", ".png"), ("landscape", ".png"), ("qasm", None)):
+        if getattr(options, name) is not None:
+            _check_output(f"--{name}", getattr(options, name), extension)
+    written = [path for path in (options.plot, options.landscape, options.qasm) if path]
+    if len({os.path.realpath(path) for path in written}) != len(written):
+        raise UsageError("--plot, --landscape and --qasm must name different files")
     return options
 
 
@@ -269,14 +289,14 @@ def parse(argv):
 _CALLABLE_KEYWORDS = {"args", "callback", "constraints", "hessp"}
 
 
-def _check_output(path):
+def _check_output(option, path, extension):
     """Refuse an output path that cannot be written, before any work is done."""
-    if not path.lower().endswith(".png"):
-        raise UsageError(f"--plot writes a PNG file, got {path!r}")
+    if extension and not path.lower().endswith(extension):
+        raise UsageError(f"{option} writes a {extension[1:].upper()} file, got {path!r}")
     folder = os.path.dirname(path) or "."
     if os.path.isdir(path):
-        raise UsageError(f"--plot {path}: is a directory")
+        raise UsageError(f"{option} {path}: is a directory")
     if not os.path.isdir(folder):
-        raise UsageError(f"--plot {path}: the folder {folder} does not exist")
+        raise UsageError(f"{option} {path}: the folder {folder} does not exist")
     if not os.access(folder, os.W_OK) or (os.path.exists(path) and not os.access(path, os.W_OK)):
-        raise UsageError(f"--plot {path}: not writable")
+        raise UsageError(f"{option} {path}: not writable")

@@ -1,6 +1,9 @@
-"""A PNG of a run: the loss at every evaluation, and the probabilities of the top solutions."""
+"""The command line's PNG files: a run (loss history and top solutions) and the p = 1 landscape."""
 
+from .. import plot
 from .errors import InputError
+
+LANDSCAPE_POINTS = 50  # per axis: 2,500 evaluations in one call
 
 
 def check_available():
@@ -10,25 +13,18 @@ def check_available():
 
 def _figure_class():
     try:
-        import matplotlib
-        matplotlib.use("Agg")
-        from matplotlib.figure import Figure
-    except ImportError:
-        raise InputError("--plot needs matplotlib: pip install 'corvid[plot]'") from None
-    return Figure
+        return plot.figure_class()
+    except ImportError as error:
+        raise InputError(str(error)) from None
 
 
 def write_png(document, path):
-    """Draw `document` (see report.build) into the PNG file `path` with matplotlib's Agg
-    backend. Raises InputError when matplotlib is missing or the file cannot be written."""
+    """Draw `document` (see report.build) into the PNG file `path`. Raises InputError when
+    matplotlib is missing or the file cannot be written."""
     figure = _figure_class()(figsize=(10, 4), layout="constrained")
     history, distribution = figure.subplots(1, 2)
-
-    losses = document["loss_history"]
-    history.plot(range(1, len(losses) + 1), losses, color="tab:blue", linewidth=1)
-    history.set(title="loss per evaluation", xlabel="evaluation",
-                ylabel=f"loss ({document['settings']['loss']})")
-    history.grid(alpha=0.3)
+    plot.loss_history(document["loss_history"], ax=history,
+                      label=f"loss ({document['settings']['loss']})")
 
     solutions = document["solutions"]
     labels = [s["bits"] for s in solutions]
@@ -39,6 +35,25 @@ def write_png(document, path):
                               ha="center", va="bottom", fontsize=8)
     distribution.set_xticks(range(len(solutions)), labels, rotation=60, fontsize=8, family="monospace")
     distribution.set(title="top solutions (energy above each bar)", ylabel="probability")
+    save(figure, path)
+
+
+def landscape(qaoa, document):
+    """The p = 1 landscape of the run's loss (exact probabilities, whatever the run's --shots)
+    on `qaoa`, a fresh ``QAOA`` of the problem; the run's angles marked when it has one layer."""
+    _figure_class()
+    settings = document["settings"]
+    loss = {"loss_type": settings["loss"]}
+    for name in ("alpha", "temperature"):
+        if settings[name] is not None:
+            loss[name] = settings[name]
+    angles = document["angles"]
+    mark = (angles["gammas"][0], angles["betas"][0]) if settings["layers"] == 1 else None
+    figure, _ = plot.landscape(qaoa, LANDSCAPE_POINTS, LANDSCAPE_POINTS, mark=mark, **loss)
+    return figure
+
+
+def save(figure, path):
     try:
         figure.savefig(path, format="png", dpi=100)
     except OSError as error:

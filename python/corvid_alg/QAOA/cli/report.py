@@ -3,6 +3,9 @@
 import itertools
 import json
 
+# The ratio as solve() defines it, from the same energy table.
+from ..solving import _MAX_TABLE_QUBITS, _ratio
+
 
 def build(problem, qaoa, options, solutions, angles, loss, seconds):
     """The run's result as plain data.
@@ -15,6 +18,11 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
     top = [_solution(problem, qaoa, key, float(solutions[key]))
            for key in itertools.islice(iter(solutions), options.top)]
     best = min(top, key=lambda s: (s["energy"], -s["probability"]))
+    optimum = ratio = None
+    if qaoa.problem_dimension <= _MAX_TABLE_QUBITS and qaoa.energy_dict.whole_space:
+        energies = qaoa.energy_dict.all_energies()
+        optimum = float(energies.min())
+        ratio = _ratio(best["energy"], optimum, float(energies.max()))
     return {
         "problem": {
             "kind": problem.kind,
@@ -32,6 +40,7 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
             "optimizer": options.optimizer,
             "optimizer_options": dict(options.option),
             "interp": options.interp,
+            "init": options.init,
             "seed": options.seed,
         },
         "loss": float(loss),
@@ -41,6 +50,8 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
         "seconds": round(seconds, 4),
         "solutions": top,
         "best": best,
+        "optimum": optimum,
+        "approximation_ratio": ratio,
         "loss_history": qaoa.losses,
     }
 
@@ -79,6 +90,9 @@ def to_text(document):
                   + (f" (cut weight {-best['energy']:.6g})" if p["kind"] == "maxcut" else "")
                   + f", probability {best['probability']:.6f}"]
     lines += _assignment_lines(best["assignment"], p)
+    if document["approximation_ratio"] is not None:
+        lines.append(f"approximation ratio {document['approximation_ratio']:.6f} "
+                     f"(optimum energy {document['optimum']:.6g})")
     return "\n".join(lines)
 
 
@@ -92,6 +106,8 @@ def _describe_run(s):
         loss += f" T={1 if s['temperature'] is None else s['temperature']}"
     parts.append(f"loss {loss}")
     parts.append(f"optimizer {s['optimizer'] or 'scipy default'}")
+    if s["init"] != "random":
+        parts.append(f"{s['init']} start")
     if s["interp"]:
         parts.append("INTERP")
     if s["seed"] is not None:
