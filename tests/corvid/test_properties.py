@@ -87,18 +87,6 @@ def test_ring_laws(a, b, c):
 
 
 @bounded
-@given(operators)
-def test_printing_and_list_forms_round_trip(a):
-    assert PauliOperator(dict(iter(a))) == a
-    rebuilt = PauliOperator()
-    for letters, coefficient in a.toHamiltonian(False):
-        key = " ".join(f"{letter}{q}" for q, letter in sorted(letters.items()))
-        rebuilt += PauliOperator(key, coefficient)
-    assert rebuilt == a
-    assert str(a).count("\n") == len(a) + 1
-
-
-@bounded
 @given(st.lists(st.tuples(st.lists(st.integers(0, 4), max_size=4), st.integers(-5, 5)), max_size=6))
 def test_binary_polynomial_diagonal_is_the_polynomial(monomials):
     op = corvid.binary_polynomial_to_z_operator(monomials)
