@@ -368,3 +368,22 @@ def test_lost_stdout_ends_quietly_or_in_one_line():
     process = subprocess.Popen(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     process.stdout.close()  # the reader is gone before the report is written: `| head`
     assert process.stderr.read() == b"" and process.wait(timeout=120) == 1
+
+
+
+def test_ctrl_c_reports_the_best_angles_so_far_and_exits_130(monkeypatch):
+    import corvid_alg.QAOA.qaoa as module
+
+    tried = []
+
+    def interrupted_minimize(fun, x0, **options):
+        for shift in (0.3, -0.2, 0.1):
+            tried.append((fun(np.asarray(x0) + shift), np.asarray(x0) + shift))
+        raise KeyboardInterrupt
+
+    monkeypatch.setattr(module, "minimize", interrupted_minimize)
+    status, out, err = run_cli("--gset", CUBE, "--initial-angles", "0.4,0.2", "--quiet")
+    loss, angles = min(tried, key=lambda t: t[0])
+    assert status == 130 and out == ""
+    assert (f"best so far after 3 evaluations: loss {loss:.17g} at angles "
+            f"{angles[0]:.17g},{angles[1]:.17g} (--initial-angles continues from there)") in err

@@ -139,11 +139,25 @@ def _solve(problem, opts, stderr):
         raise UsageError(f"the optimizer rejected its options: {error}") from None
     except FloatingPointError:
         raise InputError(_overflow_message(problem, opts, len(qaoa.losses) + 1)) from None
+    except KeyboardInterrupt:
+        progress.close()
+        _report_best_so_far(qaoa, stderr)
+        raise
     finally:
         progress.close()
     document = report.build(problem, qaoa, opts, solutions, angles, loss,
                             time.perf_counter() - start)
     return document, qaoa
+
+
+def _report_best_so_far(qaoa, stderr):
+    """After Ctrl-C: the best angles of the evaluations made, so that the work is not lost."""
+    best = qaoa.best
+    if best is not None:
+        angles = ",".join(f"{a:.17g}" for a in best.angles)
+        print(f"{cli_options.PROG}: best so far after {len(qaoa.history)} evaluations: "
+              f"loss {best.loss:.17g} at angles {angles} (--initial-angles continues from there)",
+              file=stderr)
 
 
 def _overflow_message(problem, opts, evaluation):
