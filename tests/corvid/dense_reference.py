@@ -2,7 +2,7 @@
 
 The state is a tensor of shape (2,) * n whose axis n-1-q is qubit q, so that flattening it in C
 order gives the usual vector (bit q of the index is qubit q). Each gate is a small matrix written
-out by hand and contracted with np.tensordot; nothing here calls corvid.
+out by hand and contracted with np.tensordot; only sdk_circuit, which builds the machine's side, calls corvid.
 """
 
 import numpy as np
@@ -26,6 +26,9 @@ _FIXED = {
     "CZ": np.diag([1, 1, 1, -1]).astype(complex),
     "SWAP": np.array([[1, 0, 0, 0], [0, 0, 1, 0], [0, 1, 0, 0], [0, 0, 0, 1]], dtype=complex),
 }
+
+ONE, ONE_ANGLED = ["I", "H", "X", "Y", "Z", "S", "T"], ["RX", "RY", "RZ", "P"]
+TWO, TWO_ANGLED = ["CNOT", "CZ", "SWAP"], ["RXX", "RYY", "RZZ"]
 
 
 def _rotation(pauli, angle):
@@ -92,3 +95,14 @@ def pauli_matrix(terms, n):
             product = np.kron(product, _FIXED[letters.get(q, "I")])
         out += coefficient * product
     return out
+
+
+def sdk_circuit(gates, q):
+    """The corvid circuit of the same triples on handles q; an RZ with two params is (angle, scale)."""
+    import corvid
+
+    c = corvid.QCircuit()
+    for name, idx, params in gates:
+        scale = {"scale": params[1]} if name == "RZ" and len(params) == 2 else {}
+        c << getattr(corvid, name)(*[q[i] for i in idx], *params[:1], **scale)
+    return c

@@ -1,30 +1,27 @@
+import numpy as np
 import pytest
 
 import corvid
 from corvid import CNOT, RX, RZ, H, I, QCircuit, QProg, hadamard_circuit, measure_all
-
-ONE_QUBIT = ["I", "H", "X", "Y", "Z", "S", "T"]
-ONE_QUBIT_ANGLE = ["RX", "RY", "RZ", "P"]
-TWO_QUBIT = ["CNOT", "CZ", "SWAP"]
-TWO_QUBIT_ANGLE = ["RXX", "RYY", "RZZ"]
+from dense_reference import ONE, ONE_ANGLED, TWO, TWO_ANGLED
 
 
 def make(name, qubits, angle=0.25):
     fn = getattr(corvid, name)
-    return fn(*qubits, angle) if name in ONE_QUBIT_ANGLE + TWO_QUBIT_ANGLE else fn(*qubits)
+    return fn(*qubits, angle) if name in ONE_ANGLED + TWO_ANGLED else fn(*qubits)
 
 
-@pytest.mark.parametrize("name", ONE_QUBIT + ONE_QUBIT_ANGLE + TWO_QUBIT + TWO_QUBIT_ANGLE)
+@pytest.mark.parametrize("name", ONE + ONE_ANGLED + TWO + TWO_ANGLED)
 def test_gate_attributes(name):
-    qubits = (3,) if name in ONE_QUBIT + ONE_QUBIT_ANGLE else (4, 1)
+    qubits = (3,) if name in ONE + ONE_ANGLED else (4, 1)
     g = make(name, qubits, -0.5)
     assert g.name == name
     assert g.qubits == qubits
-    assert g.params == ((-0.5,) if name in ONE_QUBIT_ANGLE + TWO_QUBIT_ANGLE else ())
+    assert g.params == ((-0.5,) if name in ONE_ANGLED + TWO_ANGLED else ())
     assert all(type(q) is int for q in g.qubits)
 
 
-@pytest.mark.parametrize("name", ONE_QUBIT + ONE_QUBIT_ANGLE)
+@pytest.mark.parametrize("name", ONE + ONE_ANGLED)
 def test_one_qubit_gate_on_a_list_gives_a_circuit_in_list_order(name):
     qvm = corvid.CPUQVM()
     q = qvm.qAlloc_many(3)
@@ -94,8 +91,6 @@ def test_program_takes_gates_circuits_and_terminal_measurements():
 
 
 def test_numpy_integers_and_arrays_are_accepted_as_qubits():
-    import numpy as np
-
     assert corvid.H(np.int64(2)) == corvid.H(2)
     assert RX(np.arange(3), np.float64(0.5)) == RX([0, 1, 2], 0.5)
     assert CNOT(np.int32(1), 0).qubits == (1, 0)

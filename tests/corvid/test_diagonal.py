@@ -1,5 +1,3 @@
-"""The 2^n-state numerics against plain numpy."""
-
 import gc
 
 import numpy as np

@@ -1,12 +1,13 @@
 import collections.abc
+import json
 import math
 
 import numpy as np
 import pytest
 
 import corvid
-from corvid import CNOT, CPUQVM, H, QCircuit, QProg, X, measure_all
-from dense_reference import key, simulate
+from corvid import CNOT, CPUQVM, H, QProg, X, measure_all
+from dense_reference import key, sdk_circuit, simulate
 
 
 def test_key_format_puts_the_first_listed_qubit_right_most():
@@ -37,6 +38,7 @@ def test_probability_map_is_a_read_only_mapping():
     assert isinstance(m, corvid.ProbabilityMap)
     assert isinstance(m, collections.abc.Mapping)
     plain = dict(m)
+    assert json.loads(json.dumps(plain)) == plain
     assert plain == pytest.approx({"00": 0.5, "01": 0.0, "10": 0.0, "11": 0.5}, abs=1e-15)
     assert m == plain and plain == m and not (m != plain)
     assert m != {**plain, "11": 0.4} and m != {"00": 1.0} and m != {**plain, "xx": 0.0}
@@ -76,10 +78,7 @@ def test_sampled_frequencies_are_within_five_sigma():
                                                    ("RZZ", (0, 3), (0.4,)), ("RX", (3,), (2.1,))]
     qvm = CPUQVM(seed=1)
     q, c = qvm.qAlloc_many(n), qvm.cAlloc_many(n)
-    circuit = QCircuit()
-    for name, idx, params in gates:
-        circuit << getattr(corvid, name)(*[q[i] for i in idx], *params)
-    counts = qvm.run_with_configuration(QProg() << circuit << measure_all(q, c), c, shots)
+    counts = qvm.run_with_configuration(QProg() << sdk_circuit(gates, q) << measure_all(q, c), c, shots)
     assert type(counts) is dict
     assert list(counts) == sorted(counts)
     assert sum(counts.values()) == shots

@@ -1,12 +1,9 @@
-"""The fused execution path (diagonals, blocked layers, vector kernels) through the SDK, against
-the plain gate-by-gate path and the independent numpy simulator."""
-
 import numpy as np
 import pytest
 
 import corvid
-from corvid import CPUQVM, QCircuit, QProg
-from dense_reference import simulate
+from corvid import CPUQVM, QProg
+from dense_reference import sdk_circuit, simulate
 
 
 def qaoa_gates(edges, n, gammas, betas, scaled=False):
@@ -29,11 +26,7 @@ def run(gates, n, fused=True, kernels=None):
     try:
         qvm = CPUQVM()
         q = qvm.qAlloc_many(n)
-        c = QCircuit()
-        for name, idx, params in gates:
-            scale = {"scale": params[1]} if name == "RZ" and len(params) == 2 else {}
-            c << getattr(corvid, name)(*[q[i] for i in idx], *params[:1], **scale)
-        probs = qvm.prob_run_dict(QProg() << c, q).probabilities.copy()
+        probs = qvm.prob_run_dict(QProg() << sdk_circuit(gates, q), q).probabilities.copy()
         return qvm.state_vector(), probs, qvm.last_run_timings()
     finally:
         corvid.set_fusion_enabled(previous)
@@ -112,11 +105,8 @@ def test_gates_the_compiler_leaves_alone_keep_their_place():
 def single_machine_run(gates, n, qubit_order=None):
     qvm = CPUQVM(precision="single")
     q = qvm.qAlloc_many(n)
-    c = QCircuit()
-    for name, idx, params in gates:
-        c << getattr(corvid, name)(*[q[i] for i in idx], *params)
     listed = q if qubit_order is None else [q[i] for i in qubit_order]
-    return qvm, qvm.prob_run_dict(QProg() << c, listed)
+    return qvm, qvm.prob_run_dict(QProg() << sdk_circuit(gates, q), listed)
 
 
 @pytest.mark.parametrize("n", [2, 7, 15])

@@ -23,7 +23,6 @@ def every_kind_of_gate(n=4):
 
 def corvid_probabilities(prog, n=4):
     qvm = corvid.CPUQVM()
-    qvm.init_qvm()
     qubits = qvm.qAlloc_many(n)
     table = qvm.prob_run_dict(prog, qubits)
     return np.array([table[format(k, f"0{n}b")] for k in range(1 << n)])

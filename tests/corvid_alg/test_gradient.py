@@ -10,7 +10,6 @@ LOSSES = [("default", {}), ("CVaR", {"alpha": 0.3}), ("Gibbs", {"temperature": 0
 
 
 def tilted_start(qubits):
-    """A custom initial state with uneven amplitudes and entanglement."""
     circuit = corvid.QCircuit()
     for k, q in enumerate(qubits):
         circuit << corvid.RY(q, 0.4 + 0.3 * k)
@@ -22,6 +21,10 @@ def tilted_start(qubits):
 def solver_for(seed, n, mixer=None, init=None):
     expr, _ = random_polynomial(np.random.default_rng(seed), n, terms=10)
     return QAOA(expr, mixer_circuit=mixer, init_circuit=init)
+
+
+def central_differences(f, paras, step=1e-6):
+    return [(f(paras + step * e) - f(paras - step * e)) / (2 * step) for e in np.eye(len(paras))]
 
 
 def circuit_loss(solver, paras, loss_type, options):
@@ -40,10 +43,7 @@ def test_gradient_matches_central_differences_of_the_circuit(loss_type, options,
     paras = np.random.default_rng(10 + p).uniform(-1, 1, 2 * p)
     loss, gradient = solver.loss_and_gradient(paras, loss_type=loss_type, **options)
     assert loss == pytest.approx(circuit_loss(solver, paras, loss_type, options), abs=1e-10)
-    step = 1e-6
-    expected = [(circuit_loss(solver, paras + step * e, loss_type, options)
-                 - circuit_loss(solver, paras - step * e, loss_type, options)) / (2 * step)
-                for e in np.eye(2 * p)]
+    expected = central_differences(lambda x: circuit_loss(solver, x, loss_type, options), paras)
     np.testing.assert_allclose(gradient, expected, rtol=1e-6, atol=1e-7 * max(1, abs(loss)))
 
 
@@ -63,10 +63,7 @@ def test_gradient_of_the_dense_reference_with_a_dense_diagonal():
 
     loss, gradient = solver.loss_and_gradient(paras)
     assert loss == pytest.approx(reference(paras), abs=1e-10)
-    step = 1e-6
-    expected = [(reference(paras + step * e) - reference(paras - step * e)) / (2 * step)
-                for e in np.eye(2 * p)]
-    np.testing.assert_allclose(gradient, expected, rtol=1e-6, atol=1e-8)
+    np.testing.assert_allclose(gradient, central_differences(reference, paras), rtol=1e-6, atol=1e-8)
 
 
 def test_custom_mixer_falls_back_to_central_differences():
