@@ -69,7 +69,7 @@ TEST(Executor, EveryKindOnEveryQubitPlacement) {
 // Above the parallel threshold: a random circuit on six qubits spread over a 16-qubit register
 // must leave the same amplitudes at the embedded indices, and zero elsewhere.
 TEST(Executor, LargeRegisterWithWideStridesMatchesReference) {
-  const unsigned small = 6, big = 16;
+  const unsigned small = 6, big = 17;  // at the parallel threshold
   const std::uint32_t place[small] = {15, 3, 9, 0, 12, 7};
   std::mt19937_64 rng(11);
   const Circuit c = reference::random_circuit(small, 60, rng);
