@@ -228,6 +228,7 @@ def test_a_failed_allocation_is_a_memory_error_naming_what_was_allocated():
     # start; the allocation that fails must still say what it was for.
     code = """
         import resource
+        corvid.set_num_threads(1)  # no thread to create (and reserve memory for) under the limit
         with open("/proc/self/status") as f:
             vm = next(int(line.split()[1]) for line in f if line.startswith("VmSize")) * 1024
         resource.setrlimit(resource.RLIMIT_AS, (vm + (300 << 20), resource.RLIM_INFINITY))
