@@ -7,12 +7,13 @@ import json
 import os
 import subprocess
 import sys
+import types
 
 import numpy as np
 import pytest
 
 from corvid_alg.QAOA import angles
-from corvid_alg.QAOA.cli import main, plot
+from corvid_alg.QAOA.cli import checkpoint, main, plot
 from corvid_alg.QAOA.cli.errors import InputError
 from corvid_alg.QAOA.cli.progress import Progress
 from corvid_alg.QAOA.export import to_qasm
@@ -287,6 +288,13 @@ def test_progress_draws_only_on_a_terminal():
     (["-e", "x0", "--qasm", "/no/such/dir/c.qasm"], 2, "--qasm /no/such/dir/c.qasm: the folder"),
     (["-e", "x0", "--qasm", "/"], 2, "is a directory"),
     (["-e", "x0", "--plot", "a.png", "--landscape", "./a.png"], 2, "must name different files"),
+    (["-e", "x0", "--checkpoint", "/no/such/dir/c.json"], 2, "--checkpoint /no/such/dir/c.json: the"),
+    (["-e", "x0", "--resume", "c.json", "--init", "tqa"], 2, "--resume gives the starting angles"),
+    (["-e", "x0", "--resume", "/no/such/c.json"], 1, "--resume /no/such/c.json: cannot read it"),
+    (["-e", "x0", "--resume", ("c.json", "{")], 1, "cannot read it"),
+    (["-e", "x0", "--resume", ("c.json", '{"angles": [1, 2]}')], 1, "not a corvid-qaoa checkpoint"),
+    (["-e", "x0", "--resume", ("c.json", '{"format": "corvid-qaoa checkpoint", "layers": 1, '
+                                         '"angles": [1, NaN]}')], 1, "not 2 x layers finite"),
     (["-e", "1000*x0 - 1000*x1", "--loss", "gibbs", "--json"], 1,
      "the Gibbs loss is not finite at evaluation 1; the energies reach about 2e+03: "
      "try --norm, a constant shift that brings the energies near 0 or a higher --temperature"),
@@ -371,7 +379,7 @@ def test_lost_stdout_ends_quietly_or_in_one_line():
 
 
 
-def test_ctrl_c_reports_the_best_angles_so_far_and_exits_130(monkeypatch):
+def test_ctrl_c_reports_the_best_angles_so_far_and_exits_130(monkeypatch, tmp_path):
     import corvid_alg.QAOA.qaoa as module
 
     tried = []
@@ -382,8 +390,42 @@ def test_ctrl_c_reports_the_best_angles_so_far_and_exits_130(monkeypatch):
         raise KeyboardInterrupt
 
     monkeypatch.setattr(module, "minimize", interrupted_minimize)
-    status, out, err = run_cli("--gset", CUBE, "--initial-angles", "0.4,0.2", "--quiet")
+    saved = tmp_path / "c.json"
+    status, out, err = run_cli("--gset", CUBE, "--initial-angles", "0.4,0.2", "--quiet",
+                               "--checkpoint", str(saved))
     loss, angles = min(tried, key=lambda t: t[0])
     assert status == 130 and out == ""
+    assert json.loads(saved.read_text())["angles"] == list(angles)
     assert (f"best so far after 3 evaluations: loss {loss:.17g} at angles "
             f"{angles[0]:.17g},{angles[1]:.17g} (--initial-angles continues from there)") in err
+
+
+def test_a_checkpoint_resumes_at_its_best_loss_and_only_for_its_problem(tmp_path):
+    saved = str(tmp_path / "c.json")
+    first = solved("--gset", CUBE, "--layers", "2", "--checkpoint", saved)
+    point = json.loads(open(saved).read())
+    assert point["loss"] == min(first["loss_history"]) and point["layers"] == 2
+    assert point["evaluations"] == first["evaluations"]
+    again = solved("--gset", CUBE, "--layers", "2", "--resume", saved, "--checkpoint", saved)
+    assert again["loss_history"][0] == pytest.approx(point["loss"], rel=1e-12)
+    assert json.loads(open(saved).read())["loss"] <= point["loss"]
+    for argv, fragment in [(["--gset", CUBE, "--layers", "3"], "has 2 layers, --layers is 3"),
+                           (["--maxcut", MAXCUT14, "--layers", "2"], "of another problem")]:
+        status, out, err = run_cli(*argv, "--resume", saved, *FAST)
+        assert status in (1, 2) and err.startswith("corvid-qaoa: error: ") and fragment in err
+
+
+def test_the_checkpoint_is_rewritten_at_most_every_interval(tmp_path):
+    now = [0.0]
+    saver = checkpoint.Saver(str(tmp_path / "c.json"), interval=5.0, clock=lambda: now[0])
+    run = types.SimpleNamespace(operator=[("Z0", 1.0)], history=[])
+    for t, loss in [(1.0, 3.0), (5.5, 2.0), (6.0, 1.0), (11.0, 1.5)]:
+        now[0] = t
+        run.history.append(types.SimpleNamespace(angles=np.array([t, 0.0]), loss=loss))
+        run.best = min(run.history, key=lambda e: e.loss)
+        saver.maybe_save(run)
+        if os.path.exists(saver.path):
+            saved = json.loads(open(saver.path).read())
+            assert (t, saved["loss"], saved["evaluations"]) in [(5.5, 2.0, 2), (6.0, 2.0, 2),
+                                                                 (11.0, 1.0, 4)]
+    assert os.listdir(tmp_path) == ["c.json"]  # no temporary file left behind

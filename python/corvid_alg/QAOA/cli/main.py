@@ -11,7 +11,7 @@ import corvid
 
 from .. import export
 from ..qaoa import QAOA
-from . import inputs, options as cli_options, plot, report, starts
+from . import checkpoint, inputs, options as cli_options, plot, report, starts
 from .errors import InputError, UsageError
 from .progress import Progress
 from .tracked import TrackedQAOA
@@ -122,11 +122,20 @@ def _solve(problem, opts, stderr):
     if opts.seed is not None:
         np.random.seed(opts.seed % 2**32)  # QAOA draws its starting angles from numpy's global generator
     progress = Progress(stderr, enabled=False if opts.quiet else None)
+    saver = checkpoint.Saver(opts.checkpoint) if opts.checkpoint else None
+
+    def on_loss(evaluations, loss):
+        progress.update(evaluations, loss)
+        if saver is not None:
+            saver.maybe_save(qaoa)
+
     try:
-        qaoa = TrackedQAOA(problem.target, norm=opts.norm, on_loss=progress.update,
+        qaoa = TrackedQAOA(problem.target, norm=opts.norm, on_loss=on_loss,
                            sample_seed=opts.seed)
     except ValueError as error:  # coefficients beyond the float range
         raise InputError(" ".join(str(error).split())) from None  # one line
+    if opts.resume:
+        opts.initial_angles = checkpoint.resume(opts.resume, qaoa, opts.layers)
     start = time.perf_counter()
     try:
         # The algorithm prints its rare warnings on stdout; keep stdout for the report alone.
@@ -142,9 +151,13 @@ def _solve(problem, opts, stderr):
     except KeyboardInterrupt:
         progress.close()
         _report_best_so_far(qaoa, stderr)
+        if saver is not None:
+            saver.save(qaoa)
         raise
     finally:
         progress.close()
+    if saver is not None:
+        saver.save(qaoa)
     document = report.build(problem, qaoa, opts, solutions, angles, loss,
                             time.perf_counter() - start)
     return document, qaoa

@@ -221,6 +221,9 @@ def build_parser():
                           "write --gamma-bounds=-1,1 for a negative LOW")
     run.add_argument("--beta-bounds", type=_bounds, action="append", metavar="LOW,HIGH",
                      help="bounds of the betas, as --gamma-bounds")
+    run.add_argument("--resume", metavar="FILE.json",
+                     help="start from the best angles of a --checkpoint file of the same "
+                          "problem and --layers")
     run.add_argument("--norm", action="store_true",
                      help="scale the polynomial's Hamiltonian to mean coefficient 1 for the "
                           "circuit (energies stay unscaled)")
@@ -240,6 +243,9 @@ def build_parser():
                      help="draw the p = 1 loss over a gamma-beta grid (needs matplotlib)")
     out.add_argument("--qasm", metavar="FILE",
                      help="write the optimised circuit as OpenQASM 2")
+    out.add_argument("--checkpoint", metavar="FILE.json",
+                     help="keep the best angles so far in FILE.json (rewritten at most every "
+                          "5 s, at the end and on Ctrl-C) for --resume")
     out.add_argument("-q", "--quiet", action="store_true", help="no progress line on stderr")
     return parser
 
@@ -276,12 +282,17 @@ def parse(argv):
     if options.initial_angles is not None and options.init != "random":
         raise UsageError(f"--initial-angles and --init {options.init} both give the starting "
                          "angles; use one")
-    for name, extension in (("plot", ".png"), ("landscape", ".png"), ("qasm", None)):
+    if options.resume is not None and (options.interp or options.init != "random"
+                                       or options.initial_angles is not None):
+        raise UsageError("--resume gives the starting angles; it does not go with --interp, "
+                         "--init or --initial-angles")
+    outputs = (("plot", ".png"), ("landscape", ".png"), ("qasm", None), ("checkpoint", None))
+    for name, extension in outputs:
         if getattr(options, name) is not None:
             _check_output(f"--{name}", getattr(options, name), extension)
-    written = [path for path in (options.plot, options.landscape, options.qasm) if path]
+    written = [getattr(options, name) for name, _ in outputs if getattr(options, name)]
     if len({os.path.realpath(path) for path in written}) != len(written):
-        raise UsageError("--plot, --landscape and --qasm must name different files")
+        raise UsageError("--plot, --landscape, --qasm and --checkpoint must name different files")
     return options
 
 
