@@ -48,10 +48,11 @@ class Saver:
                 f.write(text)
             os.replace(temporary, self.path)
         except OSError as error:
-            if temporary is not None and os.path.exists(temporary):
-                os.unlink(temporary)
             raise InputError(f"cannot write the checkpoint {self.path}: "
                              f"{error.strerror or error}") from None
+        finally:  # after a failure or a Ctrl-C mid-write
+            if temporary is not None and os.path.exists(temporary):
+                os.unlink(temporary)
 
 
 def resume(path, qaoa, layers):
