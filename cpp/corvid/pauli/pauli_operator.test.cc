@@ -76,27 +76,13 @@ TEST(PauliOperator, ProductsSumsAndScalarsMatchDenseMatrices) {
     PauliOperator a = random_operator(gen, 3, 5), b = random_operator(gen, 3, 4);
     Matrix ma = dense(a, 3), mb = dense(b, 3);
     expect_matrix_near(dense(a * b, 3), matmul(ma, mb));
-    Matrix sum = ma, diff = ma;
+    Matrix sum = ma, diff = ma, scaled = ma;
     for (std::size_t i = 0; i < 8; ++i)
-      for (std::size_t j = 0; j < 8; ++j) sum[i][j] += mb[i][j], diff[i][j] -= mb[i][j];
+      for (std::size_t j = 0; j < 8; ++j)
+        sum[i][j] += mb[i][j], diff[i][j] -= mb[i][j], scaled[i][j] *= C(0.5, -2);
     expect_matrix_near(dense(a + b, 3), sum);
     expect_matrix_near(dense(a - b, 3), diff);
-    Matrix scaled = ma;
-    for (auto& row : scaled)
-      for (C& x : row) x = C(0.5, -2) * x;
     expect_matrix_near(dense(C(0.5, -2) * a, 3), scaled);
-  }
-}
-
-TEST(PauliOperator, DistributiveAndAssociative) {
-  std::mt19937 gen(11);
-  for (int round = 0; round < 20; ++round) {
-    PauliOperator a = random_operator(gen, 4, 4), b = random_operator(gen, 4, 3),
-                  c = random_operator(gen, 4, 3);
-    EXPECT_TRUE((a * (b + c)).approx_equal(a * b + a * c, 1e-12));
-    EXPECT_TRUE(((a + b) * c).approx_equal(a * c + b * c, 1e-12));
-    EXPECT_TRUE(((a * b) * c).approx_equal(a * (b * c), 1e-12));
-    EXPECT_TRUE((a + b - a).approx_equal(b, 1e-12));
   }
 }
 
@@ -161,7 +147,7 @@ TEST(PauliOperator, HamiltonianListFormKeepsTermOrderAndRealParts) {
   EXPECT_TRUE(PauliOperator().to_hamiltonian().empty());
 }
 
-TEST(PauliOperator, RemapRenumbersUsedQubitsInOrder) {
+TEST(PauliOperator, RemapAndMaxIndex) {
   PauliOperator op({{"Z7 Z3", 1.0}, {"X12", 2.0}, {"", 0.5}, {"Y3", -1.0}});
   std::map<std::uint32_t, std::uint32_t> mapping = {{99, 99}};  // stale entries are cleared
   PauliOperator remapped = op.remap_qubit_index(mapping);
@@ -172,11 +158,8 @@ TEST(PauliOperator, RemapRenumbersUsedQubitsInOrder) {
   PauliOperator constant(3.0);
   EXPECT_EQ(constant.remap_qubit_index(mapping), constant);
   EXPECT_TRUE(mapping.empty());
-}
-
-TEST(PauliOperator, MaxIndexIsMinusOneWithoutQubits) {
   EXPECT_EQ(PauliOperator().max_index(), -1);
-  EXPECT_EQ(PauliOperator(2.0).max_index(), -1);
+  EXPECT_EQ(constant.max_index(), -1);
   EXPECT_EQ(PauliOperator("Z4294967295", 1.0).max_index(), 4294967295LL);
   EXPECT_EQ((p1(3) * p1(9) + p1(5)).max_index(), 9);
 }

@@ -80,9 +80,15 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Case{1, {}}, Case{6, {}}, Case{15, {}}, Case{17, {}},  // production tiling
                       Case{11, {4, 2, 4, 1}},  // 7 high qubits: 3 groups of <= 3, rows of 2
                       Case{12, {5, 3, 5, 2}}, Case{9, {3, 3, 3, 1}},
-                      Case{12, {4, 2, 7, 2}},     // high tiles larger than low ones: long rows
-                      Case{10, {3, 1, 9, 4}},     // rows longer than the low tile
-                      Case{14, {4, 3, 12, 1}}));  // high blocks of rows in L1, L2 and the tile
+                      Case{12, {4, 2, 7, 2}},    // high tiles larger than low ones: long rows
+                      Case{10, {3, 1, 9, 4}},    // rows longer than the low tile
+                      Case{14, {4, 3, 12, 1}}),  // high blocks of rows in L1, L2 and the tile
+    [](const auto& info) {
+      const LayerTiling& t = info.param.tiling;
+      return "n" + std::to_string(info.param.n) + "_tiles_" + std::to_string(t.tile_bits) + "_" +
+             std::to_string(t.inner_bits) + "_" + std::to_string(t.high_tile_bits) + "_" +
+             std::to_string(t.min_row_bits);
+    });
 
 TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
   std::mt19937_64 rng(8);
