@@ -7,7 +7,7 @@ PY            := $(VENV)/bin/python
 BUILD         ?= build/dev
 JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
-PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit
+PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit pandas
 
 .PHONY: all system venv build test test-cpp test-python demo bench bench-peers install wheel clean \
         sanitize fuzz lint
