@@ -116,16 +116,6 @@ TEST(PauliOperator, ScalarsOnEitherSideAndInPlaceForms) {
   EXPECT_TRUE((x * y + y * x).empty());                    // {X, Y} = 0
 }
 
-TEST(PauliOperator, HandExample) {
-  // 2·x0·x1 + 3·x2 − 1 with x = (I − Z)/2.
-  PauliOperator h = 2.0 * p1(0) * p1(1) + 3.0 * p1(2) - 1.0;
-  EXPECT_EQ(h,
-            PauliOperator({{"", 1.0}, {"Z0", -0.5}, {"Z1", -0.5}, {"Z2", -1.5}, {"Z0 Z1", 0.5}}));
-  std::vector<std::string> keys;
-  for (const auto& t : h) keys.push_back(format_pauli_key(t.string));
-  EXPECT_EQ(keys, (std::vector<std::string>{"", "Z0", "Z1", "Z2", "Z0 Z1"}));
-}
-
 TEST(PauliOperator, PrintsExactly) {
   EXPECT_EQ(p1(0).to_string(), "{\n\"\" : 0.500000,\n\"Z0\" : -0.500000\n}");
   EXPECT_EQ(PauliOperator().to_string(), "{\n}");

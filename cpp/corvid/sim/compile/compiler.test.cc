@@ -189,6 +189,7 @@ std::vector<Gate> ladder(double scale) {  // 1.5·Z0Z1 − 0.5·Z1Z2 + Z2 at one
 }
 
 class ExtremeAngles : public ::testing::TestWithParam<ScaleCase> {};
+void PrintTo(const ScaleCase& c, std::ostream* os) { *os << c.name; }
 
 TEST_P(ExtremeAngles, MatchTheDenseReference) {
   Circuit c;

@@ -58,6 +58,13 @@ struct Case {
 };
 
 class Layers : public ::testing::TestWithParam<Case> {};
+std::string label(const Case& c) {
+  const LayerTiling& t = c.tiling;
+  return "n" + std::to_string(c.n) + "_tiles_" + std::to_string(t.tile_bits) + "_" +
+         std::to_string(t.inner_bits) + "_" + std::to_string(t.high_tile_bits) + "_" +
+         std::to_string(t.min_row_bits);
+}
+void PrintTo(const Case& c, std::ostream* os) { *os << label(c); }
 
 TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
   const auto [n, tiling] = GetParam();
@@ -83,12 +90,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{12, {4, 2, 7, 2}},    // high tiles larger than low ones: long rows
                       Case{10, {3, 1, 9, 4}},    // rows longer than the low tile
                       Case{14, {4, 3, 12, 1}}),  // high blocks of rows in L1, L2 and the tile
-    [](const auto& info) {
-      const LayerTiling& t = info.param.tiling;
-      return "n" + std::to_string(info.param.n) + "_tiles_" + std::to_string(t.tile_bits) + "_" +
-             std::to_string(t.inner_bits) + "_" + std::to_string(t.high_tile_bits) + "_" +
-             std::to_string(t.min_row_bits);
-    });
+    [](const auto& info) { return label(info.param); });
 
 TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
   std::mt19937_64 rng(8);
