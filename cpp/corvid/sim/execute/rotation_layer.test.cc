@@ -28,6 +28,11 @@ void apply_one_by_one(StateVector& s, std::span<const QubitMatrix> layer) {
   }
 }
 
+void apply_diagonal(StateVector& s, const DiagonalOp& op) {
+  for (std::uint64_t x = 0; x < s.size(); ++x)
+    s[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
+}
+
 std::vector<QubitMatrix> random_layer(unsigned n, std::mt19937_64& rng) {
   std::uniform_real_distribution<double> angle(-3, 3);
   const GateKind kinds[] = {GateKind::RX, GateKind::RY, GateKind::H, GateKind::P};
@@ -104,9 +109,7 @@ TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
     if (with_low) layer.push_back({1, matrix_of(Gate(GateKind::RY, {1}, 0.9))});
     StateVector want = random_state(n, rng);
     StateVector got = clone(want);
-    for (std::uint64_t x = 0; x < want.size(); ++x) {
-      want[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
-    }
+    apply_diagonal(want, op);
     apply_one_by_one(want, layer);
     apply_rotation_layer(got.data(), n, layer, active_kernel_set(), &pass, tiling);
     expect_near(got, want);
@@ -130,11 +133,7 @@ TEST(RotationLayer, StartingProductStateRidesInTheNextLayersPass) {
         std::erase_if(second, [&](const QubitMatrix& g) { return g.qubit < tiling.tile_bits; });
       StateVector want(n);
       apply_one_by_one(want, first);
-      if (before != nullptr) {
-        for (std::uint64_t x = 0; x < want.size(); ++x) {
-          want[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
-        }
-      }
+      if (before != nullptr) apply_diagonal(want, op);
       apply_one_by_one(want, second);
       StateVector got = random_state(n, rng);  // its contents must not matter
       apply_rotation_layer(got.data(), n, second, active_kernel_set(), before, tiling,
