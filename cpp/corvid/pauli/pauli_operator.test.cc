@@ -76,27 +76,13 @@ TEST(PauliOperator, ProductsSumsAndScalarsMatchDenseMatrices) {
     PauliOperator a = random_operator(gen, 3, 5), b = random_operator(gen, 3, 4);
     Matrix ma = dense(a, 3), mb = dense(b, 3);
     expect_matrix_near(dense(a * b, 3), matmul(ma, mb));
-    Matrix sum = ma, diff = ma;
+    Matrix sum = ma, diff = ma, scaled = ma;
     for (std::size_t i = 0; i < 8; ++i)
-      for (std::size_t j = 0; j < 8; ++j) sum[i][j] += mb[i][j], diff[i][j] -= mb[i][j];
+      for (std::size_t j = 0; j < 8; ++j)
+        sum[i][j] += mb[i][j], diff[i][j] -= mb[i][j], scaled[i][j] *= C(0.5, -2);
     expect_matrix_near(dense(a + b, 3), sum);
     expect_matrix_near(dense(a - b, 3), diff);
-    Matrix scaled = ma;
-    for (auto& row : scaled)
-      for (C& x : row) x = C(0.5, -2) * x;
     expect_matrix_near(dense(C(0.5, -2) * a, 3), scaled);
-  }
-}
-
-TEST(PauliOperator, DistributiveAndAssociative) {
-  std::mt19937 gen(11);
-  for (int round = 0; round < 20; ++round) {
-    PauliOperator a = random_operator(gen, 4, 4), b = random_operator(gen, 4, 3),
-                  c = random_operator(gen, 4, 3);
-    EXPECT_TRUE((a * (b + c)).approx_equal(a * b + a * c, 1e-12));
-    EXPECT_TRUE(((a + b) * c).approx_equal(a * c + b * c, 1e-12));
-    EXPECT_TRUE(((a * b) * c).approx_equal(a * (b * c), 1e-12));
-    EXPECT_TRUE((a + b - a).approx_equal(b, 1e-12));
   }
 }
 
@@ -125,19 +111,6 @@ TEST(PauliOperator, ScalarsOnEitherSideAndInPlaceForms) {
   acc *= PauliOperator("Z1", 1.0);
   acc *= C(0, 1);
   EXPECT_EQ(acc, PauliOperator(C(0, 2)));
-  PauliOperator x("X0", 1.0), y("Y0", 1.0);
-  EXPECT_EQ(x * y - y * x, PauliOperator("Z0", C(0, 2)));  // [X, Y] = 2iZ
-  EXPECT_TRUE((x * y + y * x).empty());                    // {X, Y} = 0
-}
-
-TEST(PauliOperator, HandExample) {
-  // 2·x0·x1 + 3·x2 − 1 with x = (I − Z)/2.
-  PauliOperator h = 2.0 * p1(0) * p1(1) + 3.0 * p1(2) - 1.0;
-  EXPECT_EQ(h,
-            PauliOperator({{"", 1.0}, {"Z0", -0.5}, {"Z1", -0.5}, {"Z2", -1.5}, {"Z0 Z1", 0.5}}));
-  std::vector<std::string> keys;
-  for (const auto& t : h) keys.push_back(format_pauli_key(t.string));
-  EXPECT_EQ(keys, (std::vector<std::string>{"", "Z0", "Z1", "Z2", "Z0 Z1"}));
 }
 
 TEST(PauliOperator, PrintsExactly) {
@@ -161,7 +134,7 @@ TEST(PauliOperator, HamiltonianListFormKeepsTermOrderAndRealParts) {
   EXPECT_TRUE(PauliOperator().to_hamiltonian().empty());
 }
 
-TEST(PauliOperator, RemapRenumbersUsedQubitsInOrder) {
+TEST(PauliOperator, RemapAndMaxIndex) {
   PauliOperator op({{"Z7 Z3", 1.0}, {"X12", 2.0}, {"", 0.5}, {"Y3", -1.0}});
   std::map<std::uint32_t, std::uint32_t> mapping = {{99, 99}};  // stale entries are cleared
   PauliOperator remapped = op.remap_qubit_index(mapping);
@@ -172,11 +145,8 @@ TEST(PauliOperator, RemapRenumbersUsedQubitsInOrder) {
   PauliOperator constant(3.0);
   EXPECT_EQ(constant.remap_qubit_index(mapping), constant);
   EXPECT_TRUE(mapping.empty());
-}
-
-TEST(PauliOperator, MaxIndexIsMinusOneWithoutQubits) {
   EXPECT_EQ(PauliOperator().max_index(), -1);
-  EXPECT_EQ(PauliOperator(2.0).max_index(), -1);
+  EXPECT_EQ(constant.max_index(), -1);
   EXPECT_EQ(PauliOperator("Z4294967295", 1.0).max_index(), 4294967295LL);
   EXPECT_EQ((p1(3) * p1(9) + p1(5)).max_index(), 9);
 }

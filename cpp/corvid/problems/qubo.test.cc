@@ -70,6 +70,7 @@ struct BadQubo {
 };
 
 class QuboRejects : public testing::TestWithParam<BadQubo> {};
+void PrintTo(const BadQubo& c, std::ostream* os) { *os << c.name; }
 
 TEST_P(QuboRejects, WithInvalidArgument) {
   const BadQubo& bad = GetParam();

@@ -91,17 +91,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"wide_range", 4096, wide_range}, Case{"wide_range", 1u << 16, wide_range}),
     [](const auto& info) { return info.param.name + "_" + std::to_string(info.param.n); });
 
-TEST(Cvar, HandValues) {
-  const std::vector<double> p = {0.3, 0.3, 0.4}, e = {1.0, -5.0, 2.0};
-  // 0.4 * 2 + (0.5 - 0.4) * 1: by weight, not by energy; the -5 entry is never reached.
-  EXPECT_NEAR(cvar(p, e, 0.5), 0.9, 1e-15);
-  EXPECT_NEAR(cvar(p, e, 1.0), 0.3 - 1.5 + 0.8, 1e-15);
-  EXPECT_EQ(cvar(p, e, 0.0), 0.0);
+// Edges the random comparison never meets (orderings and ties are its business).
+TEST(Cvar, EmptyAndNegativeZeroWeights) {
   EXPECT_EQ(cvar({}, {}, 0.5), 0.0);
-  // Equal weights go in index order, whatever their energies.
-  const std::vector<double> q = {0.25, 0.25, 0.25, 0.25}, f = {4.0, 3.0, 2.0, 1.0};
-  EXPECT_NEAR(cvar(q, f, 0.5), 0.25 * 4 + 0.25 * 3, 1e-15);
-  EXPECT_NEAR(cvar(q, f, 0.6), 0.25 * 4 + 0.25 * 3 + 0.1 * 2, 1e-15);
   // -0.0 is a zero weight; weights summing below alpha are all taken whole.
   EXPECT_NEAR(cvar(std::vector<double>{-0.0, 0.5}, std::vector<double>{7.0, 2.0}, 0.9), 1.0, 1e-15);
 }

@@ -51,16 +51,6 @@ TEST_P(LossesVsLongDouble, ExpectationAndGibbsSum) {
 INSTANTIATE_TEST_SUITE_P(Sizes, LossesVsLongDouble,
                          ::testing::Values(0, 1, 7, 129, 1000, (1u << 16) + 7, 1u << 18));
 
-TEST(Losses, HandValues) {
-  const std::vector<double> half = {0.5, 0.5}, e = {0.0, 2.0};
-  EXPECT_NEAR(-std::log(gibbs_sum(half, e, 1.0)), 0.5662, 5e-5);
-  EXPECT_DOUBLE_EQ(-std::log(gibbs_sum(half, e, 1.0)), -std::log(0.5 + 0.5 * std::exp(-2.0)));
-  EXPECT_DOUBLE_EQ(expectation(half, e), 1.0);
-  // One entry of weight 1: the Gibbs loss is E / T, not multiplied back by T.
-  EXPECT_DOUBLE_EQ(-std::log(gibbs_sum(std::vector<double>{1.0}, std::vector<double>{3.0}, 0.5)),
-                   6.0);
-}
-
 TEST(Losses, OverflowIsAValueNotAnError) {
   EXPECT_EQ(gibbs_sum(std::vector<double>{1.0}, std::vector<double>{-1000.0}, 1.0),
             std::numeric_limits<double>::infinity());

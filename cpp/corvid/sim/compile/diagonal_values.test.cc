@@ -36,6 +36,7 @@ std::vector<PhaseTerm> binary_weights(unsigned k) {
 }
 
 class Forms : public ::testing::TestWithParam<Case> {};
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 TEST_P(Forms, EveryValueMatchesDirectEvaluation) {
   const Case& c = GetParam();

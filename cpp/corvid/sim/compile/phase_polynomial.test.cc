@@ -43,6 +43,7 @@ struct Case {
 };
 
 class FixedGates : public ::testing::TestWithParam<Case> {};
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 TEST_P(FixedGates, TermsAndGlobalPhase) {
   const DiagonalRun run = scan(GetParam().gates);

@@ -55,11 +55,7 @@ TEST(Executor, EveryKindOnEveryQubitPlacement) {
       for (std::uint32_t b = 0; b < n; ++b) {
         if (gate_info(kind).num_qubits == 1 ? b != 0 : a == b) continue;
         Circuit c = prefix;
-        if (gate_info(kind).num_qubits == 1) {
-          c << Gate(kind, {a}, 0.9);
-        } else {
-          c << Gate(kind, {a, b}, -1.3);
-        }
+        c << (gate_info(kind).num_qubits == 1 ? Gate(kind, {a}, 0.9) : Gate(kind, {a, b}, -1.3));
         expect_matches_reference(c, n);
       }
     }
@@ -75,11 +71,9 @@ TEST(Executor, LargeRegisterWithWideStridesMatchesReference) {
   const Circuit c = reference::random_circuit(small, 60, rng);
   Circuit spread;
   for (const Gate& g : c) {
-    if (g.num_qubits() == 1) {
-      spread << Gate(g.kind(), {place[g.qubit(0)]}, g.angle());
-    } else {
-      spread << Gate(g.kind(), {place[g.qubit(0)], place[g.qubit(1)]}, g.angle());
-    }
+    const std::uint32_t a = place[g.qubit(0)];
+    spread << (g.num_qubits() == 1 ? Gate(g.kind(), {a}, g.angle())
+                                   : Gate(g.kind(), {a, place[g.qubit(1)]}, g.angle()));
   }
   ASSERT_TRUE(parallel_worthwhile(std::uint64_t{1} << big));
   const StateVector got = run(spread, big);

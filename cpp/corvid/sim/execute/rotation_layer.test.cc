@@ -28,6 +28,11 @@ void apply_one_by_one(StateVector& s, std::span<const QubitMatrix> layer) {
   }
 }
 
+void apply_diagonal(StateVector& s, const DiagonalOp& op) {
+  for (std::uint64_t x = 0; x < s.size(); ++x)
+    s[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
+}
+
 std::vector<QubitMatrix> random_layer(unsigned n, std::mt19937_64& rng) {
   std::uniform_real_distribution<double> angle(-3, 3);
   const GateKind kinds[] = {GateKind::RX, GateKind::RY, GateKind::H, GateKind::P};
@@ -58,6 +63,13 @@ struct Case {
 };
 
 class Layers : public ::testing::TestWithParam<Case> {};
+std::string label(const Case& c) {
+  const LayerTiling& t = c.tiling;
+  return "n" + std::to_string(c.n) + "_tiles_" + std::to_string(t.tile_bits) + "_" +
+         std::to_string(t.inner_bits) + "_" + std::to_string(t.high_tile_bits) + "_" +
+         std::to_string(t.min_row_bits);
+}
+void PrintTo(const Case& c, std::ostream* os) { *os << label(c); }
 
 TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
   const auto [n, tiling] = GetParam();
@@ -80,9 +92,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Case{1, {}}, Case{6, {}}, Case{15, {}}, Case{17, {}},  // production tiling
                       Case{11, {4, 2, 4, 1}},  // 7 high qubits: 3 groups of <= 3, rows of 2
                       Case{12, {5, 3, 5, 2}}, Case{9, {3, 3, 3, 1}},
-                      Case{12, {4, 2, 7, 2}},     // high tiles larger than low ones: long rows
-                      Case{10, {3, 1, 9, 4}},     // rows longer than the low tile
-                      Case{14, {4, 3, 12, 1}}));  // high blocks of rows in L1, L2 and the tile
+                      Case{12, {4, 2, 7, 2}},    // high tiles larger than low ones: long rows
+                      Case{10, {3, 1, 9, 4}},    // rows longer than the low tile
+                      Case{14, {4, 3, 12, 1}}),  // high blocks of rows in L1, L2 and the tile
+    [](const auto& info) { return label(info.param); });
 
 TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
   std::mt19937_64 rng(8);
@@ -96,9 +109,7 @@ TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
     if (with_low) layer.push_back({1, matrix_of(Gate(GateKind::RY, {1}, 0.9))});
     StateVector want = random_state(n, rng);
     StateVector got = clone(want);
-    for (std::uint64_t x = 0; x < want.size(); ++x) {
-      want[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
-    }
+    apply_diagonal(want, op);
     apply_one_by_one(want, layer);
     apply_rotation_layer(got.data(), n, layer, active_kernel_set(), &pass, tiling);
     expect_near(got, want);
@@ -122,11 +133,7 @@ TEST(RotationLayer, StartingProductStateRidesInTheNextLayersPass) {
         std::erase_if(second, [&](const QubitMatrix& g) { return g.qubit < tiling.tile_bits; });
       StateVector want(n);
       apply_one_by_one(want, first);
-      if (before != nullptr) {
-        for (std::uint64_t x = 0; x < want.size(); ++x) {
-          want[x] *= std::polar(1.0, op.global_phase - op.scale * op.values->at(x));
-        }
-      }
+      if (before != nullptr) apply_diagonal(want, op);
       apply_one_by_one(want, second);
       StateVector got = random_state(n, rng);  // its contents must not matter
       apply_rotation_layer(got.data(), n, second, active_kernel_set(), before, tiling,

@@ -33,6 +33,15 @@ Matrix2 random_matrix(std::mt19937_64& rng, int shape) {
   }
 }
 
+template <class Real>
+void expect_close(std::span<const std::complex<Real>> got, std::span<const std::complex<Real>> want,
+                  double tol) {
+  for (std::size_t i = 0; i < want.size(); ++i) {
+    ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, tol * (1 + std::abs(want[i])))
+        << "amplitude " << i;
+  }
+}
+
 // Random subsets of qubits in random order with random shapes, so that every grouping (three
 // unit gates to a sweep, pairs, leftovers, qubits inside one vector) meets every other; on a
 // contiguous tile and on rows, the rows' qubit j being tile qubit j + log2(row length).
@@ -68,20 +77,8 @@ void expect_gate_lists_match_one_sweep_per_gate(const BasicKernelSet<Real>& set,
     for (std::size_t r = 0; r < (want.size() >> row_shift); ++r)
       rows.push_back(rows_got.data() + (r << row_shift));
     set.matrices_rows(rows.data(), kBits - row_shift, std::uint64_t{1} << row_shift, row_gates);
-    for (std::size_t i = 0; i < want.size(); ++i) {
-      ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, tol * (1 + std::abs(want[i]))) << "tile " << i;
-      ASSERT_NEAR(std::abs(rows_got[i] - rows_want[i]), 0.0, tol * (1 + std::abs(rows_want[i])))
-          << "rows " << i;
-    }
-  }
-}
-
-template <class Real>
-void expect_close(std::span<const std::complex<Real>> got, std::span<const std::complex<Real>> want,
-                  double tol) {
-  for (std::size_t i = 0; i < want.size(); ++i) {
-    ASSERT_NEAR(std::abs(got[i] - want[i]), 0.0, tol * (1 + std::abs(want[i])))
-        << "amplitude " << i;
+    expect_close<Real>(got, want, tol);
+    expect_close<Real>(rows_got, rows_want, tol);
   }
 }
 
