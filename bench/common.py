@@ -32,13 +32,18 @@ def maxcut_polynomial(edges, n):
     return sum(-(xs[i] + xs[j] - 2 * xs[i] * xs[j]) for i, j in edges)
 
 
-def peak_rss_bytes():
-    """Peak resident memory of this process so far (VmHWM)."""
+def status_bytes(field):
+    """A memory figure of this process from /proc/self/status (e.g. "VmRSS"), in bytes."""
     with open("/proc/self/status") as status:
         for line in status:
-            if line.startswith("VmHWM:"):
+            if line.startswith(field + ":"):
                 return int(line.split()[1]) * 1024
     return 0
+
+
+def peak_rss_bytes():
+    """Peak resident memory of this process so far (VmHWM)."""
+    return status_bytes("VmHWM")
 
 
 def reset_peak_rss():

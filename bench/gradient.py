@@ -31,15 +31,8 @@ from common import (  # noqa: E402
     peak_rss_bytes,
     random_regular_graph,
     reset_peak_rss,
+    status_bytes,
 )
-
-
-def resident_bytes():
-    with open("/proc/self/status") as status:
-        for line in status:
-            if line.startswith("VmRSS:"):
-                return int(line.split()[1]) * 1024
-    return 0
 
 
 def memory_probe(n, p, kind):
@@ -49,7 +42,7 @@ def memory_probe(n, p, kind):
     solver.layer = p
     solver.energy_dict.all_energies()
     paras = np.random.default_rng(p).uniform(0, 1, 2 * p)
-    before = resident_bytes()
+    before = status_bytes("VmRSS")
     reset_peak_rss()
     if kind == "evaluation":
         solver._loss_function(paras)
