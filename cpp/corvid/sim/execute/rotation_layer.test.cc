@@ -143,17 +143,5 @@ TEST(RotationLayer, StartingProductStateRidesInTheNextLayersPass) {
   }
 }
 
-TEST(RotationLayer, ProductStateEqualsLayerOnZero) {
-  std::mt19937_64 rng(9);
-  for (unsigned n : {1u, 5u, 16u}) {
-    const auto layer = random_layer(n, rng);
-    StateVector want(n);
-    apply_one_by_one(want, layer);
-    StateVector got = StateVector::uninitialized(n);
-    write_product_state(got.data(), n, layer);
-    expect_near(got, want);
-  }
-}
-
 }  // namespace
 }  // namespace corvid
