@@ -7,7 +7,7 @@ import sympy
 
 import corvid
 from corvid import PauliOperator, binary_polynomial_to_z_operator
-from dense_reference import pauli_matrix as dense
+from reference import pauli_matrix as dense
 
 
 def random_operator(rng, n, terms):

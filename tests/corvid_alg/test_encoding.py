@@ -3,7 +3,7 @@ import pytest
 import sympy
 
 from corvid_alg.QAOA.qaoa import p_0, p_1, problem_to_z_operator
-from qaoa_reference import literal_z_expansion, random_polynomial
+from reference import literal_z_expansion, random_polynomial
 
 x0, x1, x2, x10 = sympy.symbols("x0 x1 x2 x10")
 

@@ -10,7 +10,7 @@ import sympy
 
 import corvid
 from corvid_alg.QAOA.qaoa import QAOA, p_1
-from qaoa_reference import all_bitstrings, polynomial_values, random_polynomial
+from reference import keys, polynomial_values, random_polynomial
 
 x = sympy.symbols("x0:11")
 x0, x1, x2 = x[:3]
@@ -91,7 +91,7 @@ def test_machine_backed_and_plain_results_give_the_same_loss(seed, loss, setting
     assert getattr(fast, loss)(result) == pytest.approx(expected, rel=1e-12, abs=1e-12)
     values = polynomial_values(problem, variables)  # both caches hold every state, with its value
     assert fast.energy_dict == dict(plain.energy_dict)
-    assert [plain.energy_dict[k] for k in all_bitstrings(5)] == pytest.approx(values, abs=1e-9)
+    assert [plain.energy_dict[k] for k in keys(5)] == pytest.approx(values, abs=1e-9)
 
 
 def test_sampled_energies_are_computed_only_for_observed_keys():
@@ -162,7 +162,7 @@ def test_energy_dict_is_a_map_whose_entries_the_losses_use():
 def test_integer_energies_are_exact(big):
     solver = with_settings(big * x0 * x1 - 3 * x2 + 7 * x0 * x1 * x2, layer=1, shots=-1, loss_type="default")
     solver._loss_function([0.1, 0.2])
-    for key in all_bitstrings(3):
+    for key in keys(3):
         b = [int(bit) for bit in reversed(key)]
         exact = big * b[0] * b[1] - 3 * b[2] + 7 * b[0] * b[1] * b[2]
         assert solver.calculate_energy(b) == exact and solver.energy_dict[key] == exact
