@@ -54,6 +54,11 @@ class QAOAResult:
         ("total").
     depths: one summary per depth run (a depth study has several; the fields above are the
         deepest run's).
+    energy_levels: the final distribution over energies, [energy, probability] pairs in
+        ascending energy: the probability of every energy level, for up to 256 levels
+        (MaxCut with integer weights on up to 255 edges); more levels are grouped into 256
+        bins of equal width, each shown at the mean energy of its probability. None above 30
+        qubits. ``plot.energy_histogram(result)`` draws it.
     """
 
     bits: str
@@ -83,6 +88,7 @@ class QAOAResult:
     settings: dict
     timings: dict
     depths: list
+    energy_levels: list | None = None
 
     # --- reading it ---------------------------------------------------------------------------
 
@@ -124,11 +130,12 @@ class QAOAResult:
         if data.get("version") != _VERSION:
             raise ValueError(f"QAOAResult document version {data.get('version')!r} is not "
                              f"supported (this library reads version {_VERSION})")
-        names = [field.name for field in dataclasses.fields(cls)]
-        missing = [name for name in names if name not in data]
+        fields = dataclasses.fields(cls)
+        missing = [f.name for f in fields
+                   if f.name not in data and f.default is dataclasses.MISSING]
         if missing:
             raise ValueError("QAOAResult document lacks " + ", ".join(missing))
-        values = {name: data[name] for name in names}
+        values = {f.name: data[f.name] for f in fields if f.name in data}
         values["solutions"] = [Solution(**s) for s in data["solutions"]]
         values["depths"] = [dict(row) for row in data["depths"]]
         return cls(**values)
