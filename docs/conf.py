@@ -15,16 +15,16 @@ napoleon_google_docstring = True
 napoleon_numpy_docstring = False
 napoleon_use_ivar = True  # attributes as fields: a property of the same name is documented once
 autodoc_member_order = "bysource"
-autodoc_default_options = {"members": True, "undoc-members": False}
+autodoc_default_options = {"members": True}
 # Members added by the pybind11 runtime say nothing about this library.
 autodoc_inherit_docstrings = False
 
 exclude_patterns = ["_build", "*.md"]
 html_theme = "alabaster"
 
-# The docstrings list parameters as "name: text" lines, continued by an indented line. Each such
-# line becomes a definition list item (name, then its text), so that a continuation line is
-# not read as a stray block quote.
+# The docstrings list parameters as "name: text" lines, often continued by an indented line.
+# Each such line becomes a definition list item (name, then its text), so that a continuation
+# line is not read as a stray block quote.
 _TERM = re.compile(r"^( *)([\w.*=]+(?:, [\w.*=]+)*): (\S.*)$")
 # Kets such as |0> and |+...+> are plain text, not substitution references.
 _KET = re.compile(r"\|(?=[\w+\-.(), ]*>)")
@@ -33,7 +33,7 @@ _KET = re.compile(r"\|(?=[\w+\-.(), ]*>)")
 def _definition_lists(app, what, name, obj, options, lines):
     # literal: the indent of a "::" line above; doctest: inside a >>> block; item: a term's indent
     out, literal, doctest, item = [], None, False, None
-    for line in lines:
+    for number, line in enumerate(lines):
         indent = len(line) - len(line.lstrip())
         blank = not line.strip()
         doctest = not blank and (doctest or line.lstrip().startswith(">>>"))
@@ -43,8 +43,9 @@ def _definition_lists(app, what, name, obj, options, lines):
         literal = None
         line = "``".join(part if k % 2 else _KET.sub(r"\\|", part)
                          for k, part in enumerate(line.split("``")))
-        match = _TERM.match(line)
-        if item is not None and not blank and indent > item:
+        match = _TERM.match(line) if number else None  # the summary line is no term
+        # Inside an item, deeper lines and lines at its indent that start no item continue it.
+        if item is not None and not blank and (indent > item or indent == item and not match):
             out.append(" " * (item + 4) + line.strip())
             continue
         if match:

@@ -55,10 +55,10 @@ class QAOAResult:
     depths: one summary per depth run (a depth study has several; the fields above are the
         deepest run's).
     energy_levels: the final distribution over energies, [energy, probability] pairs in
-        ascending energy: the probability of every energy level, for up to 256 levels
-        (MaxCut with integer weights on up to 255 edges); more levels are grouped into 256
-        bins of equal width, each shown at the mean energy of its probability. None above 30
-        qubits. ``plot.energy_histogram(result)`` draws it.
+        ascending energy, from 256 bins of equal width between the optimum and the worst
+        energy, each shown at the mean energy of its probability: one level per pair where the
+        levels are whole numbers spanning at most 255 (MaxCut with unit weights on up to 255
+        edges). None above 30 qubits. ``plot.energy_histogram(result)`` draws it.
     """
 
     bits: str
@@ -94,7 +94,7 @@ class QAOAResult:
 
     @property
     def assignment(self):
-        """The best solution as {variable name: value}."""
+        """The best solution as a dict from variable name to value."""
         return self.assignment_of(self.bits)
 
     def assignment_of(self, bits):
@@ -103,10 +103,12 @@ class QAOAResult:
 
     @property
     def gammas(self):
+        """The p final gammas."""
         return self.angles[:self.layers]
 
     @property
     def betas(self):
+        """The p final betas."""
         return self.angles[self.layers:]
 
     # --- conversions --------------------------------------------------------------------------
@@ -125,6 +127,7 @@ class QAOAResult:
 
     @classmethod
     def from_dict(cls, data):
+        """The result that ``to_dict`` made `data` from; ValueError for anything else."""
         if not isinstance(data, dict) or data.get("format") != _FORMAT:
             raise ValueError(f"not a QAOAResult document (its 'format' must be {_FORMAT!r})")
         if data.get("version") != _VERSION:
@@ -151,6 +154,7 @@ class QAOAResult:
 
     @classmethod
     def from_json(cls, text):
+        """The result that ``to_json`` wrote as `text`."""
         data = json.loads(text)
         if isinstance(data, dict):
             for key in ("variables", "free"):
@@ -166,6 +170,7 @@ class QAOAResult:
 
     @classmethod
     def load(cls, path):
+        """The result that ``save`` wrote to `path`."""
         with open(path, encoding="utf-8") as file:
             return cls.from_json(file.read())
 

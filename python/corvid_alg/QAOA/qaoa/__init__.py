@@ -203,8 +203,8 @@ class QAOA:
 
     @property
     def best(self):
-        """The best-ever evaluation of the last run: read from ``history``, so the two agree
-        even when an interrupt lands between evaluations."""
+        """The best-ever evaluation of the last run, read from ``history`` so that the two
+        agree even when an interrupt lands between evaluations."""
         return lowest(self.history)
 
     # --- the ansatz ---------------------------------------------------------------------------
