@@ -86,6 +86,28 @@ double rotate_pair(Amp* phi, Amp* lambda, unsigned n, unsigned a, unsigned b, do
 
 // The inner products of the gradient, Σ Im(conj(λ)·H·φ) over ranges of the two states, for H
 // the phase diagonal or X on one qubit. Portable here; AVX2 below.
+// D(x) from the diagonal's storage: a level table and an index per state, or the values.
+template <class T>
+inline double level(const T* index, const double* table, Index i) {
+  if constexpr (std::is_same_v<T, double>) {
+    return index[i];
+  } else {
+    return table[index[i]];
+  }
+}
+
+// Σ Im(conj(λ)·X_j·φ) over the pairs of rows whose numbers differ in bit j, by `cross`.
+template <class Cross>
+double row_bit(Cross cross, const Amp* const* lam, const Amp* const* phi, unsigned row_bits,
+               unsigned j, Index length) {
+  const Index bit = Index{1} << j;
+  double z = 0.0;
+  for (Index r = 0; r < (Index{1} << row_bits); ++r) {
+    if ((r & bit) == 0) z += cross(lam[r], phi[r | bit], lam[r | bit], phi[r], length);
+  }
+  return z;
+}
+
 namespace portable {
 
 // Σ_j Im(conj(a_j)·b_j) + Im(conj(c_j)·d_j) over j < count (complex values as pairs of
@@ -131,12 +153,7 @@ double range(const Amp* lam, const Amp* phi, Index count, std::span<const unsign
 // whose numbers differ in bit j.
 double rows(const Amp* const* lam, const Amp* const* phi, unsigned row_bits, Index length) {
   double z = 0.0;
-  for (unsigned j = 0; j < row_bits; ++j) {
-    const Index bit = Index{1} << j;
-    for (Index r = 0; r < (Index{1} << row_bits); ++r) {
-      if ((r & bit) == 0) z += cross(lam[r], phi[r | bit], lam[r | bit], phi[r], length);
-    }
-  }
+  for (unsigned j = 0; j < row_bits; ++j) z += row_bit(cross, lam, phi, row_bits, j, length);
   return z;
 }
 
@@ -144,13 +161,7 @@ double rows(const Amp* const* lam, const Amp* const* phi, unsigned row_bits, Ind
 template <class T>
 double weighted(const T* index, const double* table, const Amp* lam, const Amp* phi, Index count) {
   double s0 = 0.0, s1 = 0.0;
-  const auto d = [&](Index i) {
-    if constexpr (std::is_same_v<T, double>) {
-      return index[i];
-    } else {
-      return table[index[i]];
-    }
-  };
+  const auto d = [&](Index i) { return level(index, table, i); };
   Index i = 0;
   for (; i + 2 <= count; i += 2) {
     s0 += d(i) * im_dot(lam[i], phi[i]);
@@ -267,24 +278,13 @@ double rows(const Amp* const* lam, const Amp* const* phi, unsigned row_bits, Ind
     }
   }
   double z = im_total(acc[0], acc[1], acc[2], acc[3]);
-  if (j < row_bits) {
-    const Index bit = Index{1} << j;
-    for (Index r = 0; r < (Index{1} << row_bits); ++r) {
-      if ((r & bit) == 0) z += cross(lam[r], phi[r | bit], lam[r | bit], phi[r], length);
-    }
-  }
+  if (j < row_bits) z += row_bit(cross, lam, phi, row_bits, j, length);
   return z;
 }
 
 template <class T>
 double weighted(const T* index, const double* table, const Amp* lam, const Amp* phi, Index count) {
-  const auto d = [&](Index i) {
-    if constexpr (std::is_same_v<T, double>) {
-      return index[i];
-    } else {
-      return table[index[i]];
-    }
-  };
+  const auto d = [&](Index i) { return level(index, table, i); };
   __m256d s0 = _mm256_setzero_pd(), s1 = s0;
   Index i = 0;
   for (; i + 4 <= count; i += 4) {
