@@ -361,17 +361,38 @@ class DiagonalProducts {
   std::vector<double> levels_;
 };
 
+// λ = w∘φ over a range for the losses whose weights need no figure of the whole state first,
+// w[x] = ∂loss/∂p[x] up to a constant factor: the expectation (w = e) and the Gibbs loss
+// (w = −exp(shift − e/t), the factor 1/Z left to the caller, Z = Σ p·exp(shift − e/t) with
+// shift = min e/t so that nothing overflows). Returns the range's share of Σ p·e, or of Z.
+struct Weights {
+  const double* e;
+  bool gibbs;
+  double shift, t;
+
+  double operator()(const Amp* phi, Amp* lam, Index begin, Index count) const {
+    double sum = 0.0;
+    for (Index x = begin; x < begin + count; ++x) {
+      const double w = gibbs ? std::exp(shift - e[x] / t) : e[x];
+      lam[x] = (gibbs ? -w : w) * phi[x];
+      sum += std::norm(phi[x]) * w;
+    }
+    return sum;
+  }
+};
+
 // The products of one backward X-mixer layer, gathered while the layer's passes hold both
-// states in cache: Im⟨λ|D|φ⟩ before the phase is undone, Im⟨λ|Σ_q X_q|φ⟩ once the mixer's
-// qubits of a range are. One running sum per thread.
+// states in cache: Im⟨λ|D|φ⟩ before the pending phase is undone, Im⟨λ|Σ_q X_q|φ⟩ once the
+// mixer's qubits of a range are. The first backward layer writes λ from φ on the way
+// (`weights`). One running sum per thread.
 class MixerProducts final : public LayerWatcher {
  public:
-  MixerProducts(const DiagonalProducts& d, const ProductKernels& k)
-      : d_(d), k_(k), sums_(std::max(omp_get_max_threads(), omp_get_num_procs())) {}
+  MixerProducts(const DiagonalProducts* pending, const ProductKernels& k, const Weights* weights)
+      : d_(pending), k_(k), weights_(weights), sums_(num_threads() + 1) {}
 
-  void before_diagonal(const Amplitude* lam, const Amplitude* phi, Index begin,
-                       Index count) override {
-    mine().diagonal += d_(lam, phi, begin, count);
+  void before_range(Amplitude* lam, Amplitude* phi, Index begin, Index count) override {
+    if (weights_ != nullptr) mine().weights += (*weights_)(phi, lam, begin, count);
+    if (d_ != nullptr) mine().diagonal += (*d_)(lam, phi, begin, count);
   }
 
   void after_range(const Amplitude* lam, const Amplitude* phi, Index count,
@@ -384,29 +405,28 @@ class MixerProducts final : public LayerWatcher {
     mine().mixer += k_.rows(lam, phi, row_bits, length);
   }
 
-  double diagonal() const {
-    double z = 0.0;
-    for (const Sums& s : sums_) z += s.diagonal;
-    return z;
-  }
-  double mixer() const {
-    double z = 0.0;
-    for (const Sums& s : sums_) z += s.mixer;
-    return z;
-  }
+  double diagonal() const { return total(&Sums::diagonal); }
+  double mixer() const { return total(&Sums::mixer); }
+  double weights() const { return total(&Sums::weights); }
 
  private:
   struct alignas(64) Sums {
-    double diagonal = 0.0, mixer = 0.0;
+    double diagonal = 0.0, mixer = 0.0, weights = 0.0;
   };
+  // The team never outgrows the thread count taken before the pass; the last slot is a guard.
   Sums& mine() {
     const auto t = static_cast<std::size_t>(omp_get_thread_num());
-    if (t >= sums_.size()) throw std::logic_error("more threads than the products expected");
-    return sums_[t];
+    return sums_[std::min(t, sums_.size() - 1)];
+  }
+  double total(double Sums::*field) const {
+    double z = 0.0;
+    for (const Sums& s : sums_) z += s.*field;
+    return z;
   }
 
-  const DiagonalProducts& d_;
+  const DiagonalProducts* d_;
   const ProductKernels& k_;
+  const Weights* weights_;
   std::vector<Sums> sums_;
 };
 
@@ -566,52 +586,44 @@ AlignedBuffer<double> QaoaObjective::losses(std::span<const double> angles, std:
   return out;
 }
 
-// λ = w∘ψ with w[x] = ∂loss/∂p[x]; returns the loss. The expectation and the Gibbs loss are
-// summed in the same pass that writes λ (no probability table); CVaR needs the table to find
-// the entry that crosses alpha.
-double QaoaObjective::cotangent(const StateVector& phi, StateVector& lambda,
-                                const LossSettings& settings) const {
+namespace {
+
+std::optional<Weights> weights_for(std::span<const double> energies, const LossSettings& settings) {
+  if (settings.kind == LossKind::kExpectation) return Weights{energies.data(), false, 0.0, 1.0};
+  if (settings.kind == LossKind::kCvar) return std::nullopt;
+  const double t = settings.temperature;
+  if (!std::isfinite(t) || t == 0.0) {
+    throw std::invalid_argument("temperature must be finite and nonzero");
+  }
+  const auto [low, high] = std::minmax_element(energies.begin(), energies.end());
+  return Weights{energies.data(), true, (t > 0 ? *low : *high) / t, t};
+}
+
+// λ = w∘ψ with w[x] = ∂loss/∂p[x] in a pass of its own (see Weights: for the Gibbs loss up to
+// the factor 1/Z, and Z is returned), or for CVaR after the probability table that finds the
+// entry crossing alpha (the loss is returned).
+double cotangent(std::span<const double> energies, const StateVector& phi, StateVector& lambda,
+                 const LossSettings& settings, const Weights* weights) {
   const Index size = phi.size();
   const auto count = static_cast<std::int64_t>(size);
-  const double* e = energies_.data();
   const Amp* f = phi.data();
   Amp* l = lambda.data();
-  if (settings.kind == LossKind::kExpectation) {
+  if (weights != nullptr) {
+    const Index chunk = std::min(size, Index{1} << kChunkBits);
+    const auto chunks = static_cast<std::int64_t>(size / chunk);
     double sum = 0.0;
 #pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < count; ++x) {
-      l[x] = e[x] * f[x];
-      sum += std::norm(f[x]) * e[x];
-    }
+    for (std::int64_t c = 0; c < chunks; ++c)
+      sum += (*weights)(f, l, static_cast<Index>(c) * chunk, chunk);
     return sum;
   }
-  if (settings.kind == LossKind::kGibbs) {
-    const double t = settings.temperature;
-    if (!std::isfinite(t) || t == 0.0) {
-      throw std::invalid_argument("temperature must be finite and nonzero");
-    }
-    // w = −exp(−e/t)/Z; both scaled by exp(shift) so that nothing overflows. exp(shift − e/t)
-    // waits in λ's real part between the two passes.
-    double shift = INFINITY;
-#pragma omp parallel for schedule(static) reduction(min : shift) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < count; ++x) shift = std::min(shift, e[x] / t);
-    double z = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < count; ++x) {
-      const double w = std::exp(shift - e[x] / t);
-      l[x] = {w, 0.0};
-      z += std::norm(f[x]) * w;
-    }
-#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < count; ++x) l[x] = (-l[x].real() / z) * f[x];
-    return shift - std::log(z);
-  }
-  std::vector<unsigned> all(ansatz_.num_qubits);
+  const double* e = energies.data();
+  std::vector<unsigned> all(phi.num_qubits());
   for (unsigned q = 0; q < all.size(); ++q) all[q] = q;
   const ProbabilityTable table = marginal_probabilities(phi, all);
   const std::span<const double> prob(table.values.data(), table.values.size());
   const double* pr = prob.data();
-  const CvarSplit split = cvar_split(prob, energies_, settings.alpha);
+  const CvarSplit split = cvar_split(prob, energies, settings.alpha);
   // Entries ahead of the boundary count whole: w = e − e[boundary]; the rest 0. Without a
   // boundary every entry counts whole (w = e), unless alpha = 0 (nothing counts).
   const bool none = settings.alpha == 0.0;
@@ -628,6 +640,8 @@ double QaoaObjective::cotangent(const StateVector& phi, StateVector& lambda,
   return split.loss;
 }
 
+}  // namespace
+
 double QaoaObjective::loss_and_gradient(std::span<const double> angles,
                                         const LossSettings& settings,
                                         std::span<double> gradient) const {
@@ -641,7 +655,10 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
   StateVector phi = StateVector::uninitialized(n);
   forward(phi, angles);
   StateVector lambda = StateVector::uninitialized(n);
-  const double loss = cotangent(phi, lambda, settings);
+  // The expectation and Gibbs weights ride in the first backward pass of the X mixer.
+  const std::optional<Weights> w = weights_for(energies_, settings);
+  const bool fused = w && !ansatz_.xy_pairs;
+  double figure = fused ? 0.0 : cotangent(energies_, phi, lambda, settings, w ? &*w : nullptr);
 
   const KernelSet& k = active_kernels<double>();
   const DiagonalProducts diagonal(phase_, product_kernels(k));
@@ -655,9 +672,11 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
     if (!ansatz_.xy_pairs) {
       // One sweep of both states undoes phase j + 1 and mixer j and gathers the products of
       // both layers on the way.
-      MixerProducts watch(diagonal, product_kernels(k));
+      MixerProducts watch(phase_pending ? &diagonal : nullptr, product_kernels(k),
+                          fused && j + 1 == p ? &*w : nullptr);
       apply_rotation_layer_pair(lambda.data(), phi.data(), n, x_mixer(n, -beta), k,
                                 phase_pending ? &pass : nullptr, watch);
+      if (fused && j + 1 == p) figure = watch.weights();
       if (phase_pending) gradient[j + 1] = 2.0 * watch.diagonal();
       gradient[p + j] = -2.0 * watch.mixer();
     } else {
@@ -675,7 +694,9 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
     }
   }
   if (!ansatz_.xy_pairs) gradient[0] = 2.0 * diagonal.all(lambda.data(), phi.data(), n);
-  return loss;
+  if (settings.kind != LossKind::kGibbs) return figure;
+  for (double& g : gradient) g /= figure;  // λ was short of the factor 1/Z
+  return w->shift - std::log(figure);
 }
 
 }  // namespace corvid

@@ -67,7 +67,6 @@ class QaoaObjective {
   void forward(StateVector& state, std::span<const double> angles) const;
   void apply_xy_mixer(StateVector& state, double beta) const;
   double loss_of(const StateVector& state, const LossSettings& settings) const;
-  double cotangent(const StateVector& phi, StateVector& lambda, const LossSettings& settings) const;
 
   QaoaAnsatz ansatz_;
   std::span<const double> energies_;

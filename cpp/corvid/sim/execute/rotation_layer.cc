@@ -131,8 +131,7 @@ void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix
     const Index begin = t << bits;
     for (Index sub = begin; sub < begin + size; sub += sub_size) {
       if constexpr (std::is_same_v<Real, double>) {
-        if (pair.watch != nullptr && before != nullptr)
-          pair.watch->before_diagonal(amps, second, sub, sub_size);
+        if (pair.watch != nullptr) pair.watch->before_range(amps, second, sub, sub_size);
       }
       for (std::complex<Real>* state : {amps, second}) {
         if (state == nullptr) continue;
@@ -239,8 +238,8 @@ void apply_layer(std::complex<Real>* amps, unsigned n, std::span<const QubitMatr
   const auto split = std::partition_point(sorted.begin(), sorted.end(), [&](const QubitMatrix& g) {
     return g.qubit < tiling.tile_bits;
   });
-  if (split != sorted.begin() || (pair.second != nullptr && before != nullptr)) {
-    // A pair always takes the low pass: the watcher sees the diagonal there.
+  if (split != sorted.begin() || pair.second != nullptr) {
+    // A pair always takes the low pass: the watcher sees every range there first.
     const std::optional<ProductState> first =
         start ? std::optional<ProductState>(std::in_place, n, *start, std::min(n, tiling.tile_bits))
               : std::nullopt;

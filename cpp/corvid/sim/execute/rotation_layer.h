@@ -67,9 +67,10 @@ void apply_rotation_layer(
 /// passes instead of passes of their own. Called from the team's threads concurrently.
 class LayerWatcher {
  public:
-  /// Amplitudes [begin, begin + count) of both states, before the diagonal is applied there.
-  virtual void before_diagonal(const Amplitude* first, const Amplitude* second, std::uint64_t begin,
-                               std::uint64_t count) = 0;
+  /// Amplitudes [begin, begin + count) of both states before anything of the layer (the
+  /// diagonal included) is applied there; every amplitude once, in the layer's first pass.
+  virtual void before_range(Amplitude* first, Amplitude* second, std::uint64_t begin,
+                            std::uint64_t count) = 0;
   /// `count` contiguous amplitudes of both states right after the gates on `qubits` (all <
   /// log2(count)) were applied there: every pair of those qubits lies inside. A sum of
   /// products of the two states over the range times `weight` is what it would be without

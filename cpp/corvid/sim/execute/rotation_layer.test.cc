@@ -70,11 +70,15 @@ std::string label(const Case& c) {
          std::to_string(t.min_row_bits);
 }
 
-// Sees every amplitude of the first state once per gate, and of the second in step.
+// Counts the amplitudes it is shown before the layer and the pairs of each gate after it.
 struct CountingWatcher final : LayerWatcher {
   unsigned n = 0;
   std::uint64_t pairs_seen = 0;
-  void before_diagonal(const Amplitude*, const Amplitude*, std::uint64_t, std::uint64_t) override {}
+  std::uint64_t seen_before = 0;
+  void before_range(Amplitude*, Amplitude*, std::uint64_t, std::uint64_t count) override {
+#pragma omp atomic
+    seen_before += count;
+  }
   void after_range(const Amplitude*, const Amplitude*, std::uint64_t count,
                    std::span<const unsigned> qubits, double) override {
 #pragma omp atomic
@@ -108,6 +112,7 @@ TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
     expect_near(first, want);
     expect_near(second, want);
     EXPECT_EQ(watch.pairs_seen, layer.size() * (want.size() / 2));
+    EXPECT_EQ(watch.seen_before, want.size());
   }
 }
 
