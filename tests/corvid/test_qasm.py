@@ -5,7 +5,8 @@ import pytest
 
 import corvid
 
-qiskit = pytest.importorskip("qiskit")
+pytest.importorskip("qiskit")
+import qiskit.qasm2  # noqa: E402  (some releases do not import it with the package)
 from qiskit.quantum_info import Statevector  # noqa: E402
 
 

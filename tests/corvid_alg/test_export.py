@@ -9,7 +9,8 @@ from corvid_alg.QAOA import default_circuits
 from corvid_alg.QAOA.export import qaoa_circuit, to_qasm, to_qiskit
 from corvid_alg.QAOA.qaoa import QAOA
 
-qiskit = pytest.importorskip("qiskit")
+pytest.importorskip("qiskit")
+import qiskit.qasm2  # noqa: E402  (some releases do not import it with the package)
 from qiskit.quantum_info import Statevector  # noqa: E402
 
 x = sympy.symbols("x0:4")
