@@ -9,8 +9,8 @@ from corvid_alg.QAOA import default_circuits
 from corvid_alg.QAOA.export import qaoa_circuit, to_qasm, to_qiskit
 from corvid_alg.QAOA.qaoa import QAOA
 
-pytest.importorskip("qiskit")
-import qiskit.qasm2  # noqa: E402  (some releases do not import it with the package)
+qiskit = pytest.importorskip("qiskit")
+from qiskit import qasm2  # noqa: E402
 from qiskit.quantum_info import Statevector  # noqa: E402
 
 x = sympy.symbols("x0:4")
@@ -28,7 +28,7 @@ def test_exports_give_corvids_probabilities(options):
               for p in parametrized.parameters}
     circuits = [parametrized.assign_parameters(values),
                 to_qiskit(qaoa, angles=ANGLES, parametrized=False),
-                qiskit.qasm2.loads(to_qasm(qaoa, ANGLES))]
+                qasm2.loads(to_qasm(qaoa, ANGLES))]
     for circuit in circuits:
         assert np.allclose(Statevector(circuit).probabilities(), expected, atol=1e-12, rtol=0)
 
