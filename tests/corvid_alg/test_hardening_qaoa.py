@@ -91,6 +91,12 @@ OTHER_CASES = [
     ("phase: qubit outside the list", lambda q: pauli_z_operator_to_circuit([({3: "Z"}, 1.0)], [0, 1]),
      IndexError, "acts on qubit 3 but the qubit list has 2"),
     ("interpolate nothing", lambda q: parameter_interpolate([]), ValueError, None),
+    *[(f"{name}: sampling", lambda q, c=c: (setattr(q, "shots", 100), c(q)), ValueError, "exact probabilities")
+      for name, c in [("gradient", lambda q: q.loss_and_gradient([.1, .2])), ("evaluate", lambda q: q.evaluate([[.1, .2]]))]],
+    *[(f"gradient: {len(v)} angles", lambda q, v=v: q.loss_and_gradient(v), ValueError, "2p") for v in ([.1, .2, .3], [])],
+    ("evaluate: rows of one angle", lambda q: q.evaluate([[.1], [.2]]), ValueError, "2p"),
+    ("gradient: alpha 2", lambda q: q.loss_and_gradient([.1, .2], loss_type="CVaR", alpha=2), ValueError, "CVaR"),
+    ("evaluate: loss mean", lambda q: q.evaluate([[.1, .2]], loss_type="mean"), ValueError, "wrong loss types"),
 ]
 
 
