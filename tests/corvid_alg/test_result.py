@@ -113,17 +113,12 @@ def test_solve_refuses(problem, layers, options, error):
         solve(problem, layers, **options)
 
 
-def small_results():
-    """A spin problem with tuple names (JSON must keep them) and a depth study."""
-    np.random.seed(7)
-    spins = ising_problem({("a", 1): 0.5, ("b", 2): -1.0}, {(("a", 1), ("b", 2)): 1.0,
-                                                               (("b", 2), 3): 0.25})
-    return [solve(spins, layers=1, top_k=3), solve(maxcut_problem(GRAPH), layers=[1, 2])]
-
-
 @pytest.fixture(scope="module")
 def results():
-    return small_results()
+    """A spin problem with tuple names (JSON must keep them) and a depth study."""
+    np.random.seed(7)
+    spins = ising_problem({("a", 1): 0.5, ("b", 2): -1.0}, {(("a", 1), ("b", 2)): 1.0, (("b", 2), 3): 0.25})
+    return [solve(spins, layers=1, top_k=3), solve(maxcut_problem(GRAPH), layers=[1, 2])]
 
 
 def test_round_trips_are_exact(results, tmp_path):
