@@ -73,6 +73,11 @@ def test_solve_maxcut_against_brute_force(form):
     assert result.expected_ratio == pytest.approx(
         sum(q * cuts[bits] for bits, q in probabilities.items()) / MAX_CUT)
     assert result.expected_energy == pytest.approx(result.loss)
+    levels = {}
+    for bits, q in probabilities.items():
+        levels[-cuts[bits]] = levels.get(-cuts[bits], 0.0) + q
+    assert [e for e, _ in result.energy_levels] == sorted(levels)
+    assert [q for _, q in result.energy_levels] == pytest.approx([levels[e] for e in sorted(levels)])
     top = result.solutions
     assert len(top) == 4 and [s.probability for s in top] == sorted(
         (s.probability for s in top), reverse=True)
@@ -80,6 +85,18 @@ def test_solve_maxcut_against_brute_force(form):
     assert result.loss_history[-1] == result.loss and result.best_loss == min(result.loss_history)
     assert result.evaluations == len(result.loss_history) and result.success is True
     assert result.layers == 2 and len(result.angles) == 4 and result.depths[0]["layers"] == 2
+
+
+def test_sampled_result_reads_optimum_and_levels_off_its_draws():
+    np.random.seed(4)
+    result = solve(maxcut_problem(GRAPH), layers=1, shots=500, top_k=32, optimizer="COBYLA",
+                   optimizer_option={"options": {"maxiter": 20}})
+    drawn = {}
+    for s in result.solutions:  # every state drawn, each with its own energy
+        assert s.energy == -cut(result.assignment_of(s.bits))
+        drawn[s.energy] = drawn.get(s.energy, 0.0) + s.probability
+    assert dict(result.energy_levels) == pytest.approx(drawn)
+    assert result.optimum_probability == pytest.approx(drawn.get(-MAX_CUT, 0.0))
 
 
 def test_depth_study_warm_starts_each_depth_from_the_previous():
