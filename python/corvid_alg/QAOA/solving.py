@@ -11,14 +11,12 @@ import corvid
 
 from . import angles as _angles
 from .problems import NamedProblem
-from .qaoa import QAOA
+from .qaoa import QAOA, distributed
 from .qaoa.encoding import binary_variables, non_diagonal_parts
 from .result import QAOAResult, Solution
 
 __all__ = ["solve"]
 
-# The energy table of 2^30 doubles (8 GiB) is the most the optimum is read from.
-_MAX_TABLE_QUBITS = 30
 # Energies this close to the optimum (relative to the energy scale) count as optimal.
 _OPTIMUM_TOLERANCE = 1e-9
 
@@ -143,17 +141,21 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
     top = [Solution(key, float(probability), _plain(energy_of(key)))
            for key, probability in islice(solutions.items(), top_k)]
     best = min(top, key=lambda s: (s.energy, -s.probability))
-    expected = float(qaoa._loss_function_default(solutions))
     low = high = p_optimum = ratio = expected_ratio = None
-    if qaoa.problem_dimension <= _MAX_TABLE_QUBITS and qaoa.energy_dict.whole_space:
-        table = qaoa.energy_dict.all_energies()
-        low, high = float(table.min()), float(table.max())
+    spread = distributed.active()  # the solutions then are the most probable states only
+    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if spread
+                     else qaoa._loss_function_default(solutions))
+    span = qaoa._energy_range()
+    if span is not None:
+        low, high = span
         threshold = low + _OPTIMUM_TOLERANCE * max(1.0, abs(low), abs(high))
         if hasattr(solutions, "probabilities"):
+            table = qaoa.energy_dict.all_energies()
             p_optimum = float(solutions.probabilities[table <= threshold].sum())
-        else:
+        elif not spread or len(solutions) == 2 ** qaoa.problem_dimension:
+            qaoa.energy_dict.prefetch(solutions)
             p_optimum = float(sum(probability for key, probability in solutions.items()
-                                  if table[int(key, 2)] <= threshold))
+                                  if energy_of(key) <= threshold))
         ratio, expected_ratio = (_ratio(best.energy, low, high), _ratio(expected, low, high))
     history = qaoa.history
     result = qaoa.optimizer_result
