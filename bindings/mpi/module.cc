@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "../error_translation.h"
 #include "../loss_settings.h"
 #include "corvid/dist/qaoa_evaluation.h"
-#include "corvid/util/errors.h"
 
 namespace py = pybind11;
 using corvid::dist::QaoaEvaluation;
@@ -89,13 +89,7 @@ corvid::dist::EnergyForm form_of(const std::string& form) {
 
 PYBIND11_MODULE(_mpi, m) {
   m.doc() = "corvid over MPI: the QAOA evaluation spread over the ranks of MPI_COMM_WORLD.";
-  py::register_exception_translator([](std::exception_ptr p) {
-    try {
-      if (p) std::rethrow_exception(p);
-    } catch (const corvid::OutOfMemory& e) {
-      PyErr_SetString(PyExc_MemoryError, e.what());
-    }
-  });
+  corvid_py::register_error_translation();
   using py::arg;
   m.def("init", &ensure_mpi, "Initialise MPI unless it is already (finalised at exit).");
   m.def(
