@@ -55,6 +55,16 @@ AlignedBuffer<double> local_monomial_energies(const DistributedState& state,
   return energies_from_monomials(static_cast<int>(local), kept.masks, kept.coeffs);
 }
 
+TermList without_constant(const TermList& terms) {
+  TermList out;
+  for (std::size_t t = 0; t < terms.masks.size() && t < terms.coeffs.size(); ++t) {
+    if (terms.masks[t] == 0) continue;
+    out.masks.push_back(terms.masks[t]);
+    out.coeffs.push_back(terms.coeffs[t]);
+  }
+  return out;
+}
+
 }  // namespace
 
 QaoaEvaluation::QaoaEvaluation(MPI_Comm comm, unsigned num_qubits, const TermList& phase,
@@ -64,10 +74,14 @@ QaoaEvaluation::QaoaEvaluation(MPI_Comm comm, unsigned num_qubits, const TermLis
   check_mpi(MPI_Comm_set_errhandler(comm_, MPI_ERRORS_RETURN), "MPI_Comm_set_errhandler", comm_);
   try {
     on_every_rank(comm_, rank(), [&] {
-      phase_ = local_z_energies(state_, phase.masks, phase.coeffs);
       energies_ = form == EnergyForm::kZTerms
                       ? local_z_energies(state_, energies.masks, energies.coeffs)
                       : local_monomial_energies(state_, energies);
+      // D is often E less its constant (an operator problem): E then serves as D, the constant
+      // only turning the global phase.
+      if (form != EnergyForm::kZTerms || !(without_constant(energies) == phase)) {
+        phase_ = local_z_energies(state_, phase.masks, phase.coeffs);
+      }
     });
   } catch (...) {
     MPI_Comm_free(&comm_);
@@ -115,7 +129,7 @@ double QaoaEvaluation::loss(std::span<const double> angles, const LossSettings& 
   probabilities_ = AlignedBuffer<double>();  // the state below no longer matches them
   state_.set_uniform();
   for (std::size_t i = 0; i < p; ++i) {
-    state_.apply_phase(phase_, angles[i]);
+    state_.apply_phase(phase_.size() != 0 ? phase_ : energies_, angles[i]);
     state_.apply_x_mixer(angles[p + i]);
   }
   AlignedBuffer<double> probabilities = state_.local_probabilities();

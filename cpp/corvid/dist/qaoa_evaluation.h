@@ -28,6 +28,7 @@ enum class EnergyForm { kZTerms, kMonomials };
 struct TermList {
   std::vector<std::uint64_t> masks;
   std::vector<double> coeffs;
+  friend bool operator==(const TermList&, const TermList&) = default;
 };
 
 class QaoaEvaluation {
@@ -64,7 +65,7 @@ class QaoaEvaluation {
 
   DistributedState state_;
   MPI_Comm comm_ = MPI_COMM_NULL;
-  AlignedBuffer<double> phase_;
+  AlignedBuffer<double> phase_;  ///< empty where energies_ serves as D
   AlignedBuffer<double> energies_;
   AlignedBuffer<double> probabilities_;
 };
