@@ -79,7 +79,7 @@ def rank0_angles(angles):
     """Rank 0's starting angles, on every rank."""
     if angles is None:
         return None
-    return np.frombuffer(mpi.broadcast(np.asarray(angles, dtype=np.float64).tobytes()))
+    return np.frombuffer(mpi.broadcast(np.asarray(angles, dtype=np.float64).tobytes())).copy()
 
 
 def shared_seed():
