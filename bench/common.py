@@ -66,6 +66,21 @@ def median_seconds(fn, repeats, warmup=1):
     return statistics.median(samples)
 
 
+def best_seconds_in_turns(calls, rounds, warmup=1):
+    """The best time of each of `calls` over `rounds` rounds that call each once in turn, so
+    that load from other work on a shared machine falls on all of them alike."""
+    for call in calls:
+        for _ in range(warmup):
+            call()
+    best = [float("inf")] * len(calls)
+    for _ in range(rounds):
+        for i, call in enumerate(calls):
+            start = time.perf_counter()
+            call()
+            best[i] = min(best[i], time.perf_counter() - start)
+    return best
+
+
 def machine_line():
     cpus = os.cpu_count()
     model = "unknown CPU"

@@ -24,7 +24,7 @@ import numpy as np
 from scipy.optimize import minimize
 
 sys.path.insert(0, __file__.rsplit("/", 1)[0])
-from common import machine_line, maxcut_polynomial, random_regular_graph  # noqa: E402
+from common import best_seconds_in_turns, machine_line, maxcut_polynomial, random_regular_graph  # noqa: E402
 from corvid_alg.QAOA import angles  # noqa: E402
 from corvid_alg.QAOA.qaoa import QAOA  # noqa: E402
 from evaluation import load_peer, peer_objective  # noqa: E402
@@ -44,18 +44,13 @@ def starts(p):
 
 
 def gradient_cost(problem, initial, rounds=5):
-    """One gradient's time in evaluations: best of `rounds` calls each, taken in turns."""
+    """One gradient's time in evaluations, best of `rounds` calls each taken in turns."""
     solver = QAOA(problem)
     solver.layer, solver.shots, solver.loss_type = len(initial) // 2, -1, "default"
     x = np.asarray(initial, dtype=float)
-    solver.loss_and_gradient(x)
-    best = {"evaluation": np.inf, "gradient": np.inf}
-    for _ in range(rounds):
-        for kind, call in (("evaluation", solver._loss_function), ("gradient", solver.loss_and_gradient)):
-            began = time.perf_counter()
-            call(x)
-            best[kind] = min(best[kind], time.perf_counter() - began)
-    return best["gradient"] / best["evaluation"]
+    evaluation, gradient = best_seconds_in_turns(
+        [lambda: solver._loss_function(x), lambda: solver.loss_and_gradient(x)], rounds)
+    return gradient / evaluation
 
 
 def peer_run(peer, energies, initial):
