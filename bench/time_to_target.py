@@ -79,8 +79,10 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--sizes", type=int, nargs="+", default=[16])
     parser.add_argument("--layers", type=int, nargs="+", default=[2, 4])
+    parser.add_argument("--no-peer", action="store_true",
+                        help="leave the peer out (its COBYLA takes minutes per case at n = 20)")
     args = parser.parse_args()
-    peer = load_peer()
+    peer = None if args.no_peer else load_peer()
     print(f"# time to target: MaxCut on random 3-regular graphs, exact; {machine_line()}"
           + (f"; peer: QOKit '{peer[0]}' simulator" if peer else ""))
     print("|  n | p | optimizer | start | evaluations | circuit runs | state passes | wall s "

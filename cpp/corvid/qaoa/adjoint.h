@@ -54,7 +54,7 @@ class QaoaObjective {
   double loss(std::span<const double> angles, const LossSettings& settings) const;
 
   /// The loss at `angles` and its 2p partial derivatives, written to `gradient` (same length).
-  /// Costs about three evaluations and two states.
+  /// Costs about three and a half forward runs and two states.
   double loss_and_gradient(std::span<const double> angles, const LossSettings& settings,
                            std::span<double> gradient) const;
 

@@ -417,7 +417,7 @@ class QAOA:
         Returns (loss, gradient), gradient a numpy array of the 2p partial derivatives in the
         order of `paras`. With the X mixer or the XY mixers of ``default_circuits`` and any
         initial state the gradient is exact, by adjoint differentiation in double precision:
-        about three evaluations' time and two more states of memory, counted as one
+        about three and a half evaluations' time and two more states of memory, counted as one
         evaluation (``iter``) and one circuit run (``circuit_iter``). With any other mixer it
         is estimated by central differences (two counted evaluations per angle). A sampling
         object (shots > 0) is refused with ValueError.
