@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "corvid/sim/kernels/kernel_set.h"
+
 namespace corvid {
 namespace {
 
@@ -64,6 +66,16 @@ TEST_P(AdjointGradient, MatchesCentralDifferencesOfTheLoss) {
     const double expected = (objective.loss(up, c.loss) - objective.loss(down, c.loss)) / (2 * h);
     EXPECT_NEAR(gradient[i], expected, 1e-6 * std::max(1.0, std::abs(expected))) << "angle " << i;
   }
+  // Every kernel set gives the same gradient (the products have their own portable code).
+  const std::string active(active_kernel_set().name);
+  for (const KernelSet* k : available_kernel_sets()) {
+    set_active_kernel_set(k->name);
+    std::vector<double> again(angles.size());
+    objective.loss_and_gradient(angles, c.loss, again);
+    for (std::size_t i = 0; i < angles.size(); ++i)
+      EXPECT_NEAR(again[i], gradient[i], 1e-10 * std::max(1.0, std::abs(gradient[i]))) << k->name;
+  }
+  set_active_kernel_set(active);
   const std::vector<double> rows = {angles[0], angles[c.p], -angles[0], 0.5};
   const std::vector<double> row = {angles[0], angles[c.p]};
   const auto batch = objective.losses(rows, 2, c.loss);
