@@ -37,19 +37,13 @@ struct Problem {
 
 Problem random_problem(unsigned n, std::mt19937_64& rng) {
   std::uniform_real_distribution<double> coeff(-1.0, 1.0);
-  std::uniform_int_distribution<unsigned> qubit(0, n - 1);
   Problem p;
-  auto add = [&](std::uint64_t mask) {
+  for (unsigned t = 0; t < 3 * n + 1 + n / 2; ++t) {
+    const int weight = t == 0 ? 0 : t <= n ? 1 : t <= 3 * n ? 2 : 3;
+    std::uint64_t mask = weight == 1 ? std::uint64_t{1} << (t - 1) : 0;
+    while (std::popcount(mask) < weight) mask |= std::uint64_t{1} << rng() % n;
     p.masks.push_back(mask);
     p.coeffs.push_back(coeff(rng));
-  };
-  add(0);
-  for (unsigned q = 0; q < n; ++q) add(std::uint64_t{1} << q);
-  while (p.masks.size() < 3 * n + 1 + n / 2) {
-    std::uint64_t mask = 0;
-    const int weight = p.masks.size() < 3 * n + 1 ? 2 : 3;
-    while (std::popcount(mask) < weight) mask |= std::uint64_t{1} << qubit(rng);
-    add(mask);
   }
   return p;
 }
