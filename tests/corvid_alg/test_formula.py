@@ -128,9 +128,10 @@ def test_any_text_parses_as_sympy_reads_it_or_is_refused_in_one_line(text):
     ("1e-3*z[0]*z [ 01 ] + .5*q[1,2]", {"z[0] z[1]": Fraction(1, 1000), "q[1,2]": Fraction(1, 2)}),
     ("(x + 1)**1000 / 2**999", {"x": Fraction(2**1000 - 1, 2**999), "": Fraction(1, 2**999)}),
     ("0.1 + 0.2 - 0.3 + x", {"x": 1}),  # exact decimals
+    ("+".join(f"x{k}" for k in range(3518)), {f"x{k}": 1 for k in range(3518)}),  # 19,997 characters
 ])
 def test_names_powers_and_numbers(text, expected):
-    assert parse(text) == {frozenset(k.split()): Fraction(v) for k, v in expected.items()}
+    assert timed_parse(text) == {frozenset(k.split()): Fraction(v) for k, v in expected.items()}
 
 
 @pytest.mark.parametrize("text, column, fragment", [
@@ -167,8 +168,3 @@ def test_refusals_name_the_column(text, column, fragment):
         timed_parse(text)
     assert caught.value.column == column and fragment in str(caught.value)
     assert str(caught.value).startswith(f"column {column}: ")
-
-
-def test_the_longest_sum_is_read_in_linear_time():
-    text = "+".join(f"x{k}" for k in range(3518))  # 19,997 characters
-    assert len(timed_parse(text)) == 3518
