@@ -147,9 +147,10 @@ def test_a_seed_makes_runs_repeat(extra):
     assert history("6")["loss_history"] != first["loss_history"]
 
 
-def test_bounds_are_respected():
+@pytest.mark.parametrize("interp", [[], ["--interp"]])
+def test_bounds_are_respected(interp):
     doc = solved("-e", "x0 + x1 - 3*x0*x1", "--layers", "2", "--gamma-bounds", "0.1,0.2",
-                 "--beta-bounds", "0,0.5", "--beta-bounds", "0.5,0.6")
+                 "--beta-bounds", "0,0.5", "--beta-bounds", "0.5,0.6", *interp)
     eps = 1e-12  # COBYLA may step outside by rounding
     assert all(0.1 - eps <= g <= 0.2 + eps for g in doc["angles"]["gammas"])
     b1, b2 = doc["angles"]["betas"]
