@@ -8,6 +8,7 @@
 
 #include <bit>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <random>
 
@@ -236,6 +237,17 @@ TEST(DistributedState, DISABLED_FailedCallEndsEveryRank) {
   }
   MPI_Barrier(comm);
   ADD_FAILURE() << "rank " << rank << " was not ended";
+}
+
+// Run only by the ctest that times it: rank 1 dies by SIGKILL after one exchange while rank 0
+// goes on exchanging with it; the job must end, not hang.
+TEST(DistributedState, DISABLED_KilledRankEndsTheJob) {
+  DistributedState state(MPI_COMM_WORLD, 12, 64);
+  state.set_uniform();
+  state.apply_x_mixer(0.3);
+  if (state.rank() == 1) std::raise(SIGKILL);
+  for (int i = 0; i < 1000000; ++i) state.apply_x_mixer(0.3);
+  ADD_FAILURE() << "rank " << state.rank() << " was not ended";
 }
 
 // Rank 0 prints the usual report; the other ranks print only their failures, prefixed.
