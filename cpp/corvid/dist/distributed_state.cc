@@ -5,7 +5,10 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <memory>
+#include <numeric>
 #include <queue>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -15,6 +18,7 @@
 #include "corvid/qaoa/losses.h"
 #include "corvid/qaoa/weight_key.h"
 #include "corvid/qaoa/z_energies.h"
+#include "corvid/sim/execute/diagonal_pass.h"
 #include "corvid/sim/execute/rotation_layer.h"
 #include "corvid/util/errors.h"
 #include "corvid/util/memory.h"
@@ -24,6 +28,104 @@ namespace corvid::dist {
 namespace {
 
 using Amp = std::complex<double>;
+using Index = std::uint64_t;
+
+// Inserts bit `value` at position `bit` of t.
+Index insert_bit(Index t, unsigned bit, Index value) {
+  const Index low = t & ((Index{1} << bit) - 1);
+  return ((t >> bit) << (bit + 1)) | (value << bit) | low;
+}
+
+// The per-amplitude values of a diagonal, whatever its form, to `f(i, value)` over [0, size).
+template <class F>
+void for_each_value(const DiagonalValues& d, Index begin, Index end, const F& f) {
+  const std::span<const double> levels = d.levels();
+  if (const std::uint8_t* i8 = d.index8()) {
+    for (Index i = begin; i < end; ++i) f(i, levels[i8[i]]);
+  } else if (const std::uint16_t* i16 = d.index16()) {
+    for (Index i = begin; i < end; ++i) f(i, levels[i16[i]]);
+  } else {
+    const double* v = d.dense();
+    for (Index i = begin; i < end; ++i) f(i, v[i]);
+  }
+}
+
+std::string diagonal_mismatch(const DiagonalValues& d, unsigned local_qubits) {
+  if (d.num_qubits() == local_qubits) return "";
+  return "the local diagonal covers " + std::to_string(d.num_qubits()) + " qubits, the slice has " +
+         std::to_string(local_qubits) + " local qubits";
+}
+
+// A counter-based generator: each node of the sampling tree gets its own stream from (seed,
+// height, index), so no draw depends on which rank makes it or on the draws before it.
+struct SplitMix {
+  using result_type = std::uint64_t;
+  std::uint64_t state;
+  static constexpr result_type min() { return 0; }
+  static constexpr result_type max() { return ~result_type{0}; }
+  result_type operator()() {
+    std::uint64_t z = (state += 0x9E3779B97F4A7C15ULL);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+    return z ^ (z >> 31);
+  }
+};
+
+SplitMix node_stream(std::uint64_t seed, unsigned height, Index index) {
+  SplitMix mix{seed ^ height};
+  SplitMix node{mix() ^ index};
+  return SplitMix{node()};
+}
+
+// Splits `shots` between the halves of a node of masses left and right.
+std::uint64_t left_shots(std::uint64_t shots, double left, double right, SplitMix rng) {
+  if (shots == 0 || !(left > 0.0)) return 0;
+  if (!(right > 0.0)) return shots;
+  std::binomial_distribution<std::uint64_t> draw(shots, std::min(1.0, left / (left + right)));
+  return draw(rng);
+}
+
+// Pairwise sums of `leaves` (2^height of them) up to the root: level h holds 2^(height-h) sums,
+// stored one level after another, leaves first.
+std::vector<double> pyramid(std::span<const double> leaves) {
+  std::vector<double> out(2 * leaves.size() - 1);
+  std::copy(leaves.begin(), leaves.end(), out.begin());
+  std::size_t in = 0, at = leaves.size();
+  for (std::size_t width = leaves.size() / 2; width > 0; width /= 2) {
+    for (std::size_t i = 0; i < width; ++i) out[at + i] = out[in + 2 * i] + out[in + 2 * i + 1];
+    in = at;
+    at += width;
+  }
+  return out;
+}
+
+// Carries `shots` at the root of a pyramid (from `pyramid`, 2^height leaves, whose leaf 0 is
+// global node `first` at height `base`) down to its leaves; out[i] = shots of leaf i.
+void split_down(const std::vector<double>& sums, unsigned height, unsigned base, Index first,
+                std::uint64_t shots, std::uint64_t seed, std::vector<std::uint64_t>& out) {
+  std::vector<std::uint64_t> level{shots}, next;
+  // Offset of each level in `sums`, from the root down.
+  std::vector<std::size_t> offset(height + 1);
+  std::size_t at = 0;
+  for (unsigned h = 0; h <= height; ++h) {
+    offset[h] = at;
+    at += std::size_t{1} << (height - h);
+  }
+  for (unsigned h = height; h > 0; --h) {
+    next.assign(level.size() * 2, 0);
+    const std::size_t child = offset[h - 1];
+    for (std::size_t i = 0; i < level.size(); ++i) {
+      if (level[i] == 0) continue;
+      const Index node = (first >> h) + i;  // global index of the node at height base + h
+      const std::uint64_t left = left_shots(level[i], sums[child + 2 * i], sums[child + 2 * i + 1],
+                                            node_stream(seed, base + h, node));
+      next[2 * i] = left;
+      next[2 * i + 1] = level[i] - left;
+    }
+    level.swap(next);
+  }
+  out = std::move(level);
+}
 
 int size_of(MPI_Comm comm) {
   int size = 0;
@@ -76,7 +178,8 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
   const std::size_t chunk = std::min(max_chunk, std::max<std::size_t>(local_size / 8, 1));
   std::string error;
   try {
-    const std::size_t per_rank = (local_size + (ranks > 1 ? chunk : 0)) * sizeof(Amp);
+    // The exchange buffer counts twice: MPI_Sendrecv_replace may stage a message of its size.
+    const std::size_t per_rank = (local_size + (ranks > 1 ? 2 * chunk : 0)) * sizeof(Amp);
     if (per_rank > SIZE_MAX / static_cast<std::size_t>(node_ranks)) {
       require_memory(SIZE_MAX, "the distributed state");
     }
@@ -170,6 +273,209 @@ void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m) {
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(count))
     for (std::int64_t i = 0; i < n; ++i) own[i] = cmul(keep, own[i]) + cmul(take, theirs[i]);
   }
+}
+
+void DistributedState::apply_phase(const DiagonalValues& local_diagonal, double gamma) {
+  const std::string error = diagonal_mismatch(local_diagonal, local_qubits_);
+  if (!error.empty()) throw std::invalid_argument(error);
+  // The pass borrows the values: a non-owning pointer.
+  const DiagonalOp op{
+      std::shared_ptr<const DiagonalValues>(std::shared_ptr<void>(), &local_diagonal), gamma, 0.0};
+  DiagonalPass(op).apply_all(amps_.data(), local_qubits_);
+}
+
+double DistributedState::expectation(const DiagonalValues& local_diagonal) const {
+  const std::string error = diagonal_mismatch(local_diagonal, local_qubits_);
+  double sum = 0.0;
+  if (error.empty()) {
+    constexpr Index kChunk = Index{1} << 12;
+    const Index size = amps_.size();
+    const auto chunks = static_cast<std::int64_t>((size + kChunk - 1) / kChunk);
+    const Amp* amps = amps_.data();
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
+    for (std::int64_t c = 0; c < chunks; ++c) {
+      double part = 0.0;
+      const Index begin = static_cast<Index>(c) * kChunk;
+      for_each_value(local_diagonal, begin, std::min(size, begin + kChunk),
+                     [&](Index i, double v) { part += std::norm(amps[i]) * v; });
+      sum += part;
+    }
+  }
+  return sum_over_ranks(sum, error);
+}
+
+void DistributedState::swap_global_local(unsigned global_bit, unsigned local_bit) {
+  const int partner = rank_ ^ (1 << global_bit);
+  const Index away = 1 - ((static_cast<Index>(rank_) >> global_bit) & 1);
+  const Index half = amps_.size() / 2;
+  const std::size_t chunk = buffer_.size();
+  Amp* amps = amps_.data();
+  Amp* buffer = buffer_.data();
+  for (Index offset = 0; offset < half; offset += chunk) {
+    const auto count = static_cast<std::int64_t>(std::min<Index>(chunk, half - offset));
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(count))
+    for (std::int64_t i = 0; i < count; ++i) {
+      buffer[i] = amps[insert_bit(offset + static_cast<Index>(i), local_bit, away)];
+    }
+    check_mpi(MPI_Sendrecv_replace(buffer, static_cast<int>(2 * count), MPI_DOUBLE, partner, 1,
+                                   partner, 1, comm_, MPI_STATUS_IGNORE),
+              "MPI_Sendrecv_replace", comm_);
+    bytes_exchanged_ += static_cast<std::uint64_t>(count) * sizeof(Amp);
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(count))
+    for (std::int64_t i = 0; i < count; ++i) {
+      amps[insert_bit(offset + static_cast<Index>(i), local_bit, away)] = buffer[i];
+    }
+  }
+  ++swaps_;
+}
+
+void DistributedState::run_ops(std::span<const LocalOp> ops) {
+  const unsigned n = num_qubits_, local = local_qubits_;
+  // where[q]: the position of qubit q; who[position]: the qubit there.
+  std::vector<unsigned> where(n), who(n);
+  std::iota(where.begin(), where.end(), 0u);
+  std::iota(who.begin(), who.end(), 0u);
+  const auto uses = [](const LocalOp& op, unsigned q) {
+    return op.a == q || op.b == static_cast<int>(q);
+  };
+  const auto swap_positions = [&](unsigned global, unsigned local_position) {
+    swap_global_local(global - local, local_position);
+    std::swap(who[global], who[local_position]);
+    where[who[global]] = global;
+    where[who[local_position]] = local_position;
+  };
+  const auto apply_local = [&](unsigned a, int b, const Matrix2& m2, const Matrix4& m4) {
+    if (b < 0) {
+      const QubitMatrix gate{a, m2};
+      apply_rotation_layer<double>(amps_.data(), local, std::span(&gate, 1));
+    } else {
+      apply_matrix4(amps_.data(), local, a, static_cast<unsigned>(b), m4);
+    }
+  };
+  for (std::size_t i = 0; i < ops.size(); ++i) {
+    const LocalOp& op = ops[i];
+    for (const int q : {static_cast<int>(op.a), op.b}) {
+      if (q < 0 || where[q] < local) continue;
+      // Evict the local qubit, not in this gate, whose next use is furthest away.
+      unsigned victim = local;
+      std::size_t victim_next = 0;
+      for (unsigned s = 0; s < local; ++s) {
+        if (uses(op, who[s])) continue;
+        std::size_t next = i + 1;
+        while (next < ops.size() && !uses(ops[next], who[s])) ++next;
+        if (victim == local || next > victim_next) {
+          victim = s;
+          victim_next = next;
+        }
+      }
+      swap_positions(where[q], victim);
+    }
+    apply_local(where[op.a], op.b < 0 ? -1 : static_cast<int>(where[op.b]), op.m2, op.m4);
+  }
+  // Back to the plain layout: global positions first (through a local one where a global qubit
+  // sits at another global position), then the local ones by local swaps.
+  for (unsigned g = local; g < n; ++g) {
+    while (who[g] != g) {
+      if (where[g] >= local) swap_positions(where[g], 0);
+      swap_positions(g, where[g]);
+    }
+  }
+  Matrix4 swap{};
+  swap[0] = swap[6] = swap[9] = swap[15] = 1.0;
+  for (unsigned s = 0; s < local; ++s) {
+    if (who[s] == s) continue;
+    const unsigned t = where[s];
+    apply_local(s, static_cast<int>(t), Matrix2{}, swap);
+    std::swap(who[s], who[t]);
+    where[who[s]] = s;
+    where[who[t]] = t;
+  }
+}
+
+void DistributedState::apply_gates(std::span<const Gate> gates) {
+  std::vector<LocalOp> ops;
+  for (const Gate& g : gates) {
+    for (const std::uint32_t q : g.qubits()) {
+      if (q >= num_qubits_) {
+        throw std::invalid_argument("gate " + g.to_string() +
+                                    " acts on a qubit >= " + std::to_string(num_qubits_));
+      }
+    }
+    if (g.num_qubits() > local_qubits_) {
+      throw std::invalid_argument("gate " + g.to_string() + " needs " +
+                                  std::to_string(g.num_qubits()) + " local qubits, the slice has " +
+                                  std::to_string(local_qubits_));
+    }
+    if (g.kind() == GateKind::I) continue;
+    if (g.num_qubits() == 1) {
+      ops.push_back({g.qubit(0), -1, matrix_of(g), {}});
+    } else {
+      ops.push_back({g.qubit(0), static_cast<int>(g.qubit(1)), {}, matrix4_of(g)});
+    }
+  }
+  run_ops(ops);
+}
+
+void DistributedState::apply_xy_mixer(std::span<const std::pair<unsigned, unsigned>> pairs,
+                                      double beta) {
+  // On the pair's index a + 2b: |01> and |10> turn into each other, |00> and |11> stay.
+  const Amp c{std::cos(beta), 0.0}, s{0.0, std::sin(beta)};
+  Matrix4 m{};
+  m[0] = m[15] = 1.0;
+  m[5] = m[10] = c;
+  m[6] = m[9] = s;
+  std::vector<LocalOp> ops;
+  for (const auto& [a, b] : pairs) {
+    if (a >= num_qubits_ || b >= num_qubits_ || a == b) {
+      throw std::invalid_argument("XY pair (" + std::to_string(a) + ", " + std::to_string(b) +
+                                  ") needs two distinct qubits < " + std::to_string(num_qubits_));
+    }
+    if (local_qubits_ < 2) {
+      throw std::invalid_argument("the XY mixer needs 2 local qubits, the slice has 1");
+    }
+    ops.push_back({a, static_cast<int>(b), {}, m});
+  }
+  run_ops(ops);
+}
+
+std::vector<Count> DistributedState::sample(std::uint64_t shots, std::uint64_t seed) const {
+  const unsigned n = num_qubits_, local = local_qubits_;
+  const unsigned block = std::min({12u, n / 2, local});
+  const Index block_size = Index{1} << block;
+  const Index blocks = amps_.size() >> block;
+  // Each block's own pyramid gives its mass; the blocks' masses, then the ranks', sum pairwise
+  // in the same tree, so every node's mass is the same bit for bit whatever the rank count.
+  const auto block_sums = [&](Index b) {
+    std::vector<double> leaves(block_size);
+    for (Index i = 0; i < block_size; ++i) leaves[i] = std::norm(amps_[b * block_size + i]);
+    return pyramid(leaves);
+  };
+  std::vector<double> block_mass(blocks);
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(amps_.size()))
+  for (std::int64_t b = 0; b < static_cast<std::int64_t>(blocks); ++b) {
+    block_mass[b] = block_sums(static_cast<Index>(b)).back();
+  }
+  const std::vector<double> rank_pyramid = pyramid(block_mass);
+  std::vector<double> rank_mass(ranks_);
+  check_mpi(
+      MPI_Allgather(&rank_pyramid.back(), 1, MPI_DOUBLE, rank_mass.data(), 1, MPI_DOUBLE, comm_),
+      "MPI_Allgather", comm_);
+  // Every rank draws the same split between the ranks, then splits its own shots down.
+  std::vector<std::uint64_t> per_rank, per_block, per_state;
+  const unsigned rank_bits = n - local;
+  split_down(pyramid(rank_mass), rank_bits, local, 0, shots, seed, per_rank);
+  split_down(rank_pyramid, local - block, block, first_index() >> block, per_rank[rank_], seed,
+             per_block);
+  std::vector<Count> out;
+  for (Index b = 0; b < blocks; ++b) {
+    if (per_block[b] == 0) continue;
+    const Index first = first_index() + b * block_size;
+    split_down(block_sums(b), block, 0, first, per_block[b], seed, per_state);
+    for (Index i = 0; i < block_size; ++i) {
+      if (per_state[i] != 0) out.push_back({first + i, per_state[i]});
+    }
+  }
+  return out;
 }
 
 AlignedBuffer<double> DistributedState::local_probabilities() const {
@@ -351,22 +657,42 @@ std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
   return out;
 }
 
+namespace {
+
+// The terms with this rank's global bits folded into the signs of their coefficients.
+std::vector<PhaseTerm> local_terms(const DistributedState& state,
+                                   std::span<const std::uint64_t> masks,
+                                   std::span<const double> coeffs) {
+  check_terms(masks, coeffs, static_cast<int>(state.num_qubits()), "qubit");
+  const unsigned local = state.local_qubits();
+  const std::uint64_t low = (std::uint64_t{1} << local) - 1;
+  const std::uint64_t rank = static_cast<std::uint64_t>(state.rank());
+  std::vector<PhaseTerm> terms(masks.size());
+  for (std::size_t t = 0; t < masks.size(); ++t) {
+    const bool flip = (std::popcount((masks[t] >> local) & rank) & 1) != 0;
+    terms[t] = {masks[t] & low, flip ? -coeffs[t] : coeffs[t]};
+  }
+  return terms;
+}
+
+}  // namespace
+
 AlignedBuffer<double> local_z_energies(const DistributedState& state,
                                        std::span<const std::uint64_t> masks,
                                        std::span<const double> coeffs) {
-  const unsigned n = state.num_qubits();
-  const unsigned local = state.local_qubits();
-  check_terms(masks, coeffs, static_cast<int>(n), "qubit");
-  const std::uint64_t low = (std::uint64_t{1} << local) - 1;
-  const std::uint64_t rank = static_cast<std::uint64_t>(state.rank());
-  std::vector<std::uint64_t> local_masks(masks.size());
-  std::vector<double> local_coeffs(coeffs.size());
-  for (std::size_t t = 0; t < masks.size(); ++t) {
-    local_masks[t] = masks[t] & low;
-    const bool flip = (std::popcount((masks[t] >> local) & rank) & 1) != 0;
-    local_coeffs[t] = flip ? -coeffs[t] : coeffs[t];
+  const std::vector<PhaseTerm> terms = local_terms(state, masks, coeffs);
+  std::vector<std::uint64_t> local_masks(terms.size());
+  std::vector<double> local_coeffs(terms.size());
+  for (std::size_t t = 0; t < terms.size(); ++t) {
+    local_masks[t] = terms[t].mask;
+    local_coeffs[t] = terms[t].coefficient;
   }
-  return energies_from_z_terms(static_cast<int>(local), local_masks, local_coeffs);
+  return energies_from_z_terms(static_cast<int>(state.local_qubits()), local_masks, local_coeffs);
+}
+
+DiagonalValues local_diagonal(const DistributedState& state, std::span<const std::uint64_t> masks,
+                              std::span<const double> coeffs) {
+  return DiagonalValues(state.local_qubits(), local_terms(state, masks, coeffs));
 }
 
 }  // namespace corvid::dist

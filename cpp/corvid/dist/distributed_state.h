@@ -20,9 +20,13 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "corvid/circuit/gate.h"
+#include "corvid/sim/compile/diagonal_values.h"
 #include "corvid/sim/kernels/matrix2.h"
+#include "corvid/sim/kernels/two_qubit_matrix.h"
 #include "corvid/util/aligned_buffer.h"
 
 namespace corvid::dist {
@@ -34,6 +38,12 @@ inline constexpr std::size_t kMaxExchangeChunk = std::size_t{1} << 20;
 struct Solution {
   std::uint64_t index;
   double probability;
+};
+
+/// A basis state and how many shots fell on it.
+struct Count {
+  std::uint64_t index;
+  std::uint64_t shots;
 };
 
 class DistributedState {
@@ -61,6 +71,9 @@ class DistributedState {
   }
   /// Amplitudes per exchange chunk.
   std::size_t chunk_size() const { return buffer_.size(); }
+  /// Qubits swapped between a global and a local position since construction (each one
+  /// exchange of half the slice).
+  std::uint64_t swaps() const { return swaps_; }
   /// Bytes this rank has sent to its partners in exchanges since construction.
   std::uint64_t bytes_exchanged() const { return bytes_exchanged_; }
 
@@ -80,6 +93,38 @@ class DistributedState {
   /// `matrix` on one qubit (< num_qubits; std::invalid_argument otherwise). Collective when the
   /// qubit is global.
   void apply_one_qubit(unsigned qubit, const Matrix2& matrix);
+
+  /// Multiplies amplitude x by exp(-i·gamma·D[x]), D this rank's part of the diagonal (see
+  /// local_diagonal): a table of phases per level, no sin/cos per amplitude. Local. Throws
+  /// std::invalid_argument (this rank only) unless D covers the local qubits.
+  void apply_phase(const DiagonalValues& local_diagonal, double gamma);
+
+  /// Gates of the SDK (one- and two-qubit kinds) in order, their qubit numbers being the state's
+  /// qubits. Gates on local qubits run the single-process kernels on the slice. A gate on a global
+  /// qubit first swaps that qubit with a local one that no pending gate needs soon (a pairwise
+  /// exchange of half the slice); the swapped layout is kept across the following gates and
+  /// restored at the end. Throws std::invalid_argument (every rank alike, before any gate runs)
+  /// for a qubit >= num_qubits, or a gate with more qubits than the local qubits. Collective.
+  void apply_gates(std::span<const Gate> gates);
+
+  /// exp(+i·beta·(X_aX_b + Y_aY_b)/2) on each pair in order: the XY mixer, ring or complete
+  /// as the pairs say. Pairs with a global qubit go through apply_gates' swaps. Throws
+  /// std::invalid_argument (every rank alike) unless each pair holds two distinct qubits
+  /// < num_qubits. Collective.
+  void apply_xy_mixer(std::span<const std::pair<unsigned, unsigned>> pairs, double beta);
+
+  /// sum_x |amplitude x|^2 · D[x] over all ranks, straight from the amplitudes (no probability
+  /// table). Collective; a D that does not cover the local qubits is an error on every rank.
+  double expectation(const DiagonalValues& local_diagonal) const;
+
+  /// `shots` samples of the whole state, as this rank's part of the counts: basis states of its
+  /// slice in ascending order, each with its count (zero counts left out). One multinomial
+  /// split over a fixed binary tree of the basis states: every node divides its shots between
+  /// its halves by a binomial draw from a generator seeded by (seed, node), so the counts are the
+  /// multinomial of the probabilities, and the same seed gives the same counts on any number of
+  /// ranks up to 2^(n - min(12, n/2)) (the tree and its sums do not depend on the split).
+  /// Collective.
+  std::vector<Count> sample(std::uint64_t shots, std::uint64_t seed) const;
 
   /// |amplitude|^2 of the slice.
   AlignedBuffer<double> local_probabilities() const;
@@ -101,7 +146,21 @@ class DistributedState {
   std::vector<Solution> top_solutions(std::span<const double> p, std::size_t count) const;
 
  private:
+  /// A gate on qubit a (one-qubit: b < 0, matrix m2) or on qubits a, b (m4, a the low bit of
+  /// its index).
+  struct LocalOp {
+    unsigned a;
+    int b;
+    Matrix2 m2;
+    Matrix4 m4;
+  };
   void exchange_global(unsigned global_bit, const Matrix2& matrix);
+  /// Exchanges the qubit at global position `global_bit` with the one at local position
+  /// `local_bit`: this rank sends the half of its slice whose local bit differs from its own
+  /// global bit and takes the partner's.
+  void swap_global_local(unsigned global_bit, unsigned local_bit);
+  /// Runs `ops` (qubit numbers of the state) in order, swapping global qubits in as needed.
+  void run_ops(std::span<const LocalOp> ops);
   /// Sums one local value over the ranks; when `error` is nonempty on any rank, every rank
   /// throws std::invalid_argument (naming this rank's error where it has one).
   double sum_over_ranks(double local, const std::string& error) const;
@@ -114,6 +173,7 @@ class DistributedState {
   AlignedBuffer<std::complex<double>> amps_;
   AlignedBuffer<std::complex<double>> buffer_;
   std::uint64_t bytes_exchanged_ = 0;
+  std::uint64_t swaps_ = 0;
 };
 
 /// E[x] = sum_t coeffs[t]·(-1)^popcount(x & masks[t]) for the slice of `state`'s rank: each
@@ -123,5 +183,11 @@ class DistributedState {
 AlignedBuffer<double> local_z_energies(const DistributedState& state,
                                        std::span<const std::uint64_t> masks,
                                        std::span<const double> coeffs);
+
+/// The same diagonal in the compact form of the single-process phase layer (one 8- or 16-bit
+/// level index per amplitude when the values are few, doubles otherwise): a sixteenth of the
+/// slice's bytes for a MaxCut-like problem. Local. Throws as local_z_energies.
+DiagonalValues local_diagonal(const DistributedState& state, std::span<const std::uint64_t> masks,
+                              std::span<const double> coeffs);
 
 }  // namespace corvid::dist

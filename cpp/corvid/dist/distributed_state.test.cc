@@ -16,6 +16,7 @@
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/diagonal.h"
 #include "corvid/sim/machine/machine.h"
+#include "corvid/testing/random_circuit.h"
 #include "corvid/util/errors.h"
 
 namespace corvid::dist {
@@ -68,12 +69,33 @@ void append_phase(Circuit& c, std::uint64_t mask, double angle) {
   }
 }
 
+enum class Start { kZero, kUniform, kCircuit };
+enum class Mixer { kX, kXyRing, kXyComplete };
+
 struct Case {
   unsigned num_qubits;
   int layers;
-  bool uniform_start;
+  Start start;
   std::size_t max_chunk;
+  Mixer mixer = Mixer::kX;
+  bool compact_diagonal = false;  // phase and expectation from local_diagonal
 };
+
+// The XY mixers' pair orders: ring (even edges, odd edges, the closing edge) and complete.
+std::vector<std::pair<unsigned, unsigned>> xy_pairs(Mixer mixer, unsigned n) {
+  std::vector<std::pair<unsigned, unsigned>> pairs;
+  if (mixer == Mixer::kXyRing) {
+    for (unsigned first : {0u, 1u}) {
+      for (unsigned i = first; i + 1 < n; i += 2) pairs.emplace_back(i, i + 1);
+    }
+    if (n > 2) pairs.emplace_back(n - 1, 0);
+  } else if (mixer == Mixer::kXyComplete) {
+    for (unsigned i = 0; i < n; ++i) {
+      for (unsigned j = i + 1; j < n; ++j) pairs.emplace_back(i, j);
+    }
+  }
+  return pairs;
+}
 
 class DistributedQaoa : public ::testing::TestWithParam<Case> {};
 
@@ -89,22 +111,42 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   Machine machine(1);
   const auto qubits = machine.allocate_qubits(n);
   Circuit circuit;
-  if (c.uniform_start) {
+  if (c.start == Start::kUniform) {
     state.set_uniform();
     for (const Qubit& q : qubits) circuit << Gate(GateKind::H, {q});
-  } else {
-    state.set_zero();
+  } else if (c.start == Start::kCircuit) {
+    const Circuit start = reference::random_circuit(n, 4 * n, rng);
+    state.apply_gates(start.gates());
+    for (const Gate& g : start.gates()) {
+      std::vector<Qubit> on;
+      for (std::uint32_t q : g.qubits()) on.push_back(qubits[q]);
+      circuit << Gate(g.kind(), on, g.angle());
+    }
   }
   const AlignedBuffer<double> energies = local_z_energies(state, problem.masks, problem.coeffs);
+  const DiagonalValues diagonal = local_diagonal(state, problem.masks, problem.coeffs);
+  const auto pairs = xy_pairs(c.mixer, n);
   for (int layer = 0; layer < c.layers; ++layer) {
     const double gamma = angle(rng);
     const double beta = angle(rng);
-    state.apply_phase({energies.data(), energies.size()}, gamma);
-    state.apply_x_mixer(beta);
+    if (c.compact_diagonal) {
+      state.apply_phase(diagonal, gamma);
+    } else {
+      state.apply_phase({energies.data(), energies.size()}, gamma);
+    }
     for (std::size_t t = 0; t < problem.masks.size(); ++t) {
       append_phase(circuit, problem.masks[t], 2.0 * gamma * problem.coeffs[t]);
     }
-    for (const Qubit& q : qubits) circuit << Gate(GateKind::RX, {q}, -2.0 * beta);
+    if (c.mixer == Mixer::kX) {
+      state.apply_x_mixer(beta);
+      for (const Qubit& q : qubits) circuit << Gate(GateKind::RX, {q}, -2.0 * beta);
+    } else {
+      state.apply_xy_mixer(pairs, beta);
+      for (const auto& [a, b] : pairs) {
+        circuit << Gate(GateKind::RXX, {qubits[a], qubits[b]}, -beta)
+                << Gate(GateKind::RYY, {qubits[a], qubits[b]}, -beta);
+      }
+    }
   }
   const ProbabilityTable table = machine.probabilities(circuit, qubits);
   const std::span<const double> want(table.values.data(), table.values.size());
@@ -124,6 +166,7 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   EXPECT_LT(worst, 1e-12);
 
   EXPECT_NEAR(state.expectation(local_p, local_e), expectation(want, all_e), 1e-12);
+  EXPECT_NEAR(state.expectation(diagonal), expectation(want, all_e), 1e-12);
   for (double temperature : {0.7, 3.0}) {
     EXPECT_NEAR(state.gibbs_loss(local_p, local_e, temperature),
                 -std::log(gibbs_sum(want, all_e, temperature)), 1e-12);
@@ -149,11 +192,16 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Problems, DistributedQaoa,
-                         ::testing::Values(Case{3, 2, true, 1}, Case{6, 1, false, 1},
-                                           Case{12, 1, true, kMaxExchangeChunk},
-                                           Case{13, 4, true, 64}, Case{14, 3, false, 1000},
-                                           Case{14, 4, true, 100}));
+INSTANTIATE_TEST_SUITE_P(
+    Problems, DistributedQaoa,
+    ::testing::Values(Case{3, 2, Start::kUniform, 1}, Case{6, 1, Start::kZero, 1},
+                      Case{12, 1, Start::kUniform, kMaxExchangeChunk},
+                      Case{13, 4, Start::kUniform, 64, Mixer::kX, true},
+                      Case{14, 3, Start::kZero, 1000}, Case{14, 4, Start::kUniform, 100},
+                      Case{6, 2, Start::kCircuit, 3, Mixer::kXyRing, true},
+                      Case{7, 2, Start::kCircuit, 1, Mixer::kXyComplete},
+                      Case{12, 3, Start::kCircuit, 256, Mixer::kXyRing},
+                      Case{16, 1, Start::kCircuit, kMaxExchangeChunk, Mixer::kXyComplete, true}));
 
 TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   const int ranks = world_size();
@@ -205,6 +253,43 @@ TEST(DistributedState, BadInputOnOneRankIsAnErrorOnEveryRank) {
   // Good input afterwards still works: no rank was left behind in a collective.
   EXPECT_NEAR(state.expectation({p.data(), p.size()}, e), 1.0, 1e-15);
   EXPECT_THROW(state.apply_one_qubit(4, Matrix2{}), std::invalid_argument);
+}
+
+// Amplitudes written from one formula on any rank count are the same bits, so the counts of one
+// seed must be the same as one process's; they must also follow the probabilities.
+TEST(DistributedState, SamplesTheSameCountsOnAnyRankCount) {
+  if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
+  const unsigned n = 9;
+  const auto amplitude = [](std::uint64_t x) {
+    return std::complex<double>(1.0 + (x * 37) % 11, 0.5);
+  };
+  double norm = 0.0;
+  for (std::uint64_t x = 0; x < (1u << n); ++x) norm += std::norm(amplitude(x));
+  DistributedState world(MPI_COMM_WORLD, n), alone(MPI_COMM_SELF, n);
+  for (DistributedState* s : {&world, &alone}) {
+    auto amps = s->local_amplitudes();
+    for (std::size_t i = 0; i < amps.size(); ++i) {
+      amps[i] = amplitude(s->first_index() + i) / std::sqrt(norm);
+    }
+  }
+  const std::uint64_t shots = 200000;
+  const std::vector<Count> mine = world.sample(shots, 42);
+  std::vector<std::uint64_t> counts(1u << n, 0), gathered(1u << n, 0);
+  for (const Count& c : mine) counts[c.index] = c.shots;
+  MPI_Allreduce(counts.data(), gathered.data(), 1 << n, MPI_UINT64_T, MPI_SUM, MPI_COMM_WORLD);
+  std::vector<std::uint64_t> single(1u << n, 0);
+  for (const Count& c : alone.sample(shots, 42)) single[c.index] = c.shots;
+  EXPECT_EQ(gathered, single);
+  std::uint64_t total = 0;
+  for (std::uint64_t x = 0; x < (1u << n); ++x) {
+    const double p = std::norm(amplitude(x)) / norm;
+    total += gathered[x];
+    EXPECT_NEAR(double(gathered[x]), shots * p, 6.0 * std::sqrt(shots * p) + 1.0) << x;
+  }
+  EXPECT_EQ(total, shots);
+  std::vector<std::uint64_t> other(1u << n, 0);
+  for (const Count& c : alone.sample(shots, 43)) other[c.index] = c.shots;
+  EXPECT_NE(other, single);
 }
 
 TEST(DistributedState, CvarTakesTiedEntriesInIndexOrderAcrossRanks) {
