@@ -9,8 +9,8 @@ JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
 PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit pandas
 
-.PHONY: all system venv build test test-cpp test-python demo bench bench-peers install wheel clean \
-        sanitize fuzz lint
+.PHONY: all system venv build test test-cpp test-python demo bench bench-peers bench-mpi install \
+        wheel clean sanitize fuzz lint
 
 all: build
 
@@ -53,6 +53,22 @@ bench-peers: build
 	$(PY) -m pip install -q qokit
 	bash bench/build_peer_simulator.sh $(PY)
 	$(DEV_PATH) $(PY) bench/evaluation.py
+
+# The distributed state over 1, 2 and 4 ranks of this machine, n = BENCH_MPI_QUBITS, p = 1, the
+# cores shared out between the ranks (one rank per core at most; the state's memory guard refuses
+# an n that does not fit). One README table row per run.
+BENCH_MPI_QUBITS ?= 24 25 26 27 28
+BENCH_MPI_RANKS  ?= 1 2 4
+NPROC            := $(shell nproc)
+
+bench-mpi: build
+	@echo "| n | ranks | mixer | p | ms / eval | MiB sent / layer / rank | minimum MiB | slice MiB | peak MiB | peak / slice | loss |"
+	@echo "|--:|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|"
+	@for n in $(BENCH_MPI_QUBITS); do for r in $(BENCH_MPI_RANKS); do \
+	  OMP_NUM_THREADS=$$(( $(NPROC) / r > 0 ? $(NPROC) / r : 1 )) OMPI_ALLOW_RUN_AS_ROOT=1 \
+	  OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1 OMPI_MCA_rmaps_base_oversubscribe=1 \
+	  mpirun --bind-to none -n $$r $(BUILD)/dist_evaluation_time $$n 1 2 || exit 1; \
+	done; done
 
 install: venv
 	$(PY) -m pip install --no-build-isolation .

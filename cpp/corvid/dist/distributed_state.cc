@@ -50,6 +50,19 @@ void for_each_value(const DiagonalValues& d, Index begin, Index end, const F& f)
   }
 }
 
+void check_xy_pairs(std::span<const std::pair<unsigned, unsigned>> pairs, unsigned n,
+                    unsigned local) {
+  for (const auto& [a, b] : pairs) {
+    if (a >= n || b >= n || a == b) {
+      throw std::invalid_argument("XY pair (" + std::to_string(a) + ", " + std::to_string(b) +
+                                  ") needs two distinct qubits < " + std::to_string(n));
+    }
+  }
+  if (!pairs.empty() && local < 2) {
+    throw std::invalid_argument("the XY mixer needs 2 local qubits, the slice has 1");
+  }
+}
+
 std::string diagonal_mismatch(const DiagonalValues& d, unsigned local_qubits) {
   if (d.num_qubits() == local_qubits) return "";
   return "the local diagonal covers " + std::to_string(d.num_qubits()) + " qubits, the slice has " +
@@ -253,7 +266,8 @@ void DistributedState::apply_one_qubit(unsigned qubit, const Matrix2& matrix) {
   }
 }
 
-void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m) {
+void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m,
+                                       DistributedState* companion, double* z) {
   const int partner = rank_ ^ (1 << global_bit);
   // This rank holds the amplitudes with the qubit at `mine`; the partner those at 1 - mine.
   const bool mine = ((rank_ >> global_bit) & 1) != 0;
@@ -262,16 +276,30 @@ void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m) {
   const std::size_t chunk = buffer_.size();
   for (std::size_t offset = 0; offset < amps_.size(); offset += chunk) {
     const std::size_t count = std::min(chunk, amps_.size() - offset);
-    Amp* own = amps_.data() + offset;
-    check_mpi(
-        MPI_Sendrecv(own, static_cast<int>(2 * count), MPI_DOUBLE, partner, 0, buffer_.data(),
-                     static_cast<int>(2 * count), MPI_DOUBLE, partner, 0, comm_, MPI_STATUS_IGNORE),
-        "MPI_Sendrecv", comm_);
-    bytes_exchanged_ += count * sizeof(Amp);
-    const Amp* theirs = buffer_.data();
     const auto n = static_cast<std::int64_t>(count);
+    std::vector<DistributedState*> states{this};
+    if (companion != nullptr) states.push_back(companion);
+    for (DistributedState* s : states) {
+      check_mpi(MPI_Sendrecv(s->amps_.data() + offset, static_cast<int>(2 * count), MPI_DOUBLE,
+                             partner, 0, s->buffer_.data(), static_cast<int>(2 * count), MPI_DOUBLE,
+                             partner, 0, comm_, MPI_STATUS_IGNORE),
+                "MPI_Sendrecv", comm_);
+      s->bytes_exchanged_ += count * sizeof(Amp);
+    }
+    if (z != nullptr) {
+      const Amp* lambda = companion->amps_.data() + offset;
+      const Amp* theirs = buffer_.data();
+      double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(count))
+      for (std::int64_t i = 0; i < n; ++i) sum += std::imag(std::conj(lambda[i]) * theirs[i]);
+      *z += sum;
+    }
+    for (DistributedState* s : states) {
+      Amp* own = s->amps_.data() + offset;
+      const Amp* theirs = s->buffer_.data();
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(count))
-    for (std::int64_t i = 0; i < n; ++i) own[i] = cmul(keep, own[i]) + cmul(take, theirs[i]);
+      for (std::int64_t i = 0; i < n; ++i) own[i] = cmul(keep, own[i]) + cmul(take, theirs[i]);
+    }
   }
 }
 
@@ -329,7 +357,8 @@ void DistributedState::swap_global_local(unsigned global_bit, unsigned local_bit
   ++swaps_;
 }
 
-void DistributedState::run_ops(std::span<const LocalOp> ops) {
+void DistributedState::run_ops(std::span<const LocalOp> ops, DistributedState* companion,
+                               double* z) {
   const unsigned n = num_qubits_, local = local_qubits_;
   // where[q]: the position of qubit q; who[position]: the qubit there.
   std::vector<unsigned> where(n), who(n);
@@ -340,17 +369,37 @@ void DistributedState::run_ops(std::span<const LocalOp> ops) {
   };
   const auto swap_positions = [&](unsigned global, unsigned local_position) {
     swap_global_local(global - local, local_position);
+    if (companion != nullptr) companion->swap_global_local(global - local, local_position);
     std::swap(who[global], who[local_position]);
     where[who[global]] = global;
     where[who[local_position]] = local_position;
   };
   const auto apply_local = [&](unsigned a, int b, const Matrix2& m2, const Matrix4& m4) {
-    if (b < 0) {
-      const QubitMatrix gate{a, m2};
-      apply_rotation_layer<double>(amps_.data(), local, std::span(&gate, 1));
-    } else {
-      apply_matrix4(amps_.data(), local, a, static_cast<unsigned>(b), m4);
+    for (DistributedState* s : {this, companion}) {
+      if (s == nullptr) continue;
+      if (b < 0) {
+        const QubitMatrix gate{a, m2};
+        apply_rotation_layer<double>(s->amps_.data(), local, std::span(&gate, 1));
+      } else {
+        apply_matrix4(s->amps_.data(), local, a, static_cast<unsigned>(b), m4);
+      }
     }
+  };
+  // sum_x Im(conj(λ[x])·φ[x']) over the x whose bits a, b differ, x' = x with both flipped.
+  const auto pair_product = [&](unsigned a, unsigned b) {
+    const Amp* phi = amps_.data();
+    const Amp* lambda = companion->amps_.data();
+    const Index quarter = amps_.size() / 4;
+    const unsigned lo = std::min(a, b), hi = std::max(a, b);
+    const Index bit_a = Index{1} << a, bit_b = Index{1} << b;
+    double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(quarter))
+    for (std::int64_t t = 0; t < static_cast<std::int64_t>(quarter); ++t) {
+      const Index x = insert_bit(insert_bit(static_cast<Index>(t), lo, 0), hi, 0);
+      sum += std::imag(std::conj(lambda[x | bit_a]) * phi[x | bit_b]) +
+             std::imag(std::conj(lambda[x | bit_b]) * phi[x | bit_a]);
+    }
+    return sum;
   };
   for (std::size_t i = 0; i < ops.size(); ++i) {
     const LocalOp& op = ops[i];
@@ -370,6 +419,7 @@ void DistributedState::run_ops(std::span<const LocalOp> ops) {
       }
       swap_positions(where[q], victim);
     }
+    if (z != nullptr) *z += pair_product(where[op.a], where[op.b]);
     apply_local(where[op.a], op.b < 0 ? -1 : static_cast<int>(where[op.b]), op.m2, op.m4);
   }
   // Back to the plain layout: global positions first (through a local one where a global qubit
@@ -416,8 +466,8 @@ void DistributedState::apply_gates(std::span<const Gate> gates) {
   run_ops(ops);
 }
 
-void DistributedState::apply_xy_mixer(std::span<const std::pair<unsigned, unsigned>> pairs,
-                                      double beta) {
+std::vector<DistributedState::LocalOp> DistributedState::xy_ops(
+    std::span<const std::pair<unsigned, unsigned>> pairs, double beta) {
   // On the pair's index a + 2b: |01> and |10> turn into each other, |00> and |11> stay.
   const Amp c{std::cos(beta), 0.0}, s{0.0, std::sin(beta)};
   Matrix4 m{};
@@ -425,17 +475,146 @@ void DistributedState::apply_xy_mixer(std::span<const std::pair<unsigned, unsign
   m[5] = m[10] = c;
   m[6] = m[9] = s;
   std::vector<LocalOp> ops;
-  for (const auto& [a, b] : pairs) {
-    if (a >= num_qubits_ || b >= num_qubits_ || a == b) {
-      throw std::invalid_argument("XY pair (" + std::to_string(a) + ", " + std::to_string(b) +
-                                  ") needs two distinct qubits < " + std::to_string(num_qubits_));
-    }
-    if (local_qubits_ < 2) {
-      throw std::invalid_argument("the XY mixer needs 2 local qubits, the slice has 1");
-    }
-    ops.push_back({a, static_cast<int>(b), {}, m});
+  for (const auto& [a, b] : pairs) ops.push_back({a, static_cast<int>(b), {}, m});
+  return ops;
+}
+
+void DistributedState::apply_xy_mixer(std::span<const std::pair<unsigned, unsigned>> pairs,
+                                      double beta) {
+  check_xy_pairs(pairs, num_qubits_, local_qubits_);
+  run_ops(xy_ops(pairs, beta));
+}
+
+void DistributedState::check_ansatz(const DistributedAnsatz& ansatz,
+                                    std::span<const double> angles) const {
+  if (angles.empty() || angles.size() % 2 != 0) {
+    throw std::invalid_argument("angles must hold p gammas then p betas (p >= 1), got " +
+                                std::to_string(angles.size()) + " values");
   }
-  run_ops(ops);
+  for (double a : angles) {
+    if (!std::isfinite(a)) throw std::invalid_argument("angles must be finite");
+  }
+  for (const DiagonalValues* d : {ansatz.phase, ansatz.energies}) {
+    if (d == nullptr) throw std::invalid_argument("the ansatz needs its phase and energies");
+    const std::string error = diagonal_mismatch(*d, local_qubits_);
+    if (!error.empty()) throw std::invalid_argument(error);
+  }
+  if (ansatz.xy_pairs) check_xy_pairs(*ansatz.xy_pairs, num_qubits_, local_qubits_);
+}
+
+void DistributedState::run_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) {
+  check_ansatz(ansatz, angles);
+  if (ansatz.initial) {
+    set_zero();
+    apply_gates(*ansatz.initial);
+  } else {
+    set_uniform();
+  }
+  const std::size_t p = angles.size() / 2;
+  for (std::size_t j = 0; j < p; ++j) {
+    apply_phase(*ansatz.phase, angles[j]);
+    if (ansatz.xy_pairs) {
+      apply_xy_mixer(*ansatz.xy_pairs, angles[p + j]);
+    } else {
+      apply_x_mixer(angles[p + j]);
+    }
+  }
+}
+
+// With U_j = exp(−i·θ_j·H_j) the 2p factors and λ = U^†·(w∘ψ) carried back beside the state φ,
+// the partial in θ_j is 2·Im⟨λ|H_j|φ⟩ where U_j acts: H = D for a phase layer, −ΣX for the X
+// mixer, −S for each XY pair. Every rank sums its slice's part; one MPI_Allreduce adds them.
+double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
+                                           std::span<const double> angles,
+                                           const LossSettings& settings,
+                                           std::span<double> gradient) {
+  check_ansatz(ansatz, angles);
+  if (gradient.size() != angles.size()) {
+    throw std::invalid_argument("gradient must have as many entries as angles");
+  }
+  if (settings.kind == LossKind::kCvar) {
+    throw std::invalid_argument("the distributed gradient covers the expectation and Gibbs losses");
+  }
+  const double t = settings.temperature;
+  if (settings.kind == LossKind::kGibbs && (!std::isfinite(t) || t == 0.0)) {
+    throw std::invalid_argument("temperature must be finite and nonzero");
+  }
+  run_ansatz(ansatz, angles);
+  DistributedState lambda(comm_, num_qubits_, std::max<std::size_t>(buffer_.size(), 1));
+  const Index size = amps_.size();
+  const auto count = static_cast<std::int64_t>(size);
+  const DiagonalValues& e = *ansatz.energies;
+  Amp* f = amps_.data();
+  Amp* l = lambda.amps_.data();
+
+  // λ = w∘φ with w = ∂loss/∂p: e for the expectation, −exp(−e/t)/Z for the Gibbs loss (both
+  // scaled by exp(shift), shift the least e/t over all ranks, so that nothing overflows).
+  double loss = 0.0;
+  if (settings.kind == LossKind::kExpectation) {
+    for_each_value(e, 0, size, [&](Index x, double v) { l[x] = v * f[x]; });
+    loss = expectation(e);
+  } else {
+    double shift = INFINITY;
+    for_each_value(e, 0, size, [&](Index, double v) { shift = std::min(shift, v / t); });
+    check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
+              comm_);
+    double z = 0.0;
+    for_each_value(e, 0, size, [&](Index x, double v) {
+      const double w = std::exp(shift - v / t);
+      l[x] = {w, 0.0};
+      z += std::norm(f[x]) * w;
+    });
+    z = sum_over_ranks(z, "");
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
+    for (std::int64_t x = 0; x < count; ++x) l[x] = (-l[x].real() / z) * f[x];
+    loss = shift - std::log(z);
+  }
+
+  const std::size_t p = angles.size() / 2;
+  std::fill(gradient.begin(), gradient.end(), 0.0);
+  for (std::size_t j = p; j-- > 0;) {
+    const double beta = angles[p + j];
+    double z = 0.0;
+    if (!ansatz.xy_pairs) {
+      // exp(+iβX) commutes with X: the products may be taken before undoing it.
+      for (unsigned q = 0; q < local_qubits_; ++q) {
+        const Index bit = Index{1} << q;
+        double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
+        for (std::int64_t i = 0; i < count / 2; ++i) {
+          const Index x = insert_bit(static_cast<Index>(i), q, 0);
+          sum += std::imag(std::conj(l[x]) * f[x | bit]) + std::imag(std::conj(l[x | bit]) * f[x]);
+        }
+        z += sum;
+      }
+      const Matrix2 undo = matrix_of(Gate(GateKind::RX, {Qubit(0)}, 2.0 * beta));
+      std::vector<QubitMatrix> layer;
+      for (unsigned q = 0; q < local_qubits_; ++q) layer.push_back({q, undo});
+      for (DistributedState* s : {this, &lambda}) {
+        apply_rotation_layer<double>(s->amps_.data(), local_qubits_, layer);
+      }
+      for (unsigned g = 0; g < num_qubits_ - local_qubits_; ++g) {
+        exchange_global(g, undo, &lambda, &z);
+      }
+    } else {
+      std::vector<std::pair<unsigned, unsigned>> reversed(ansatz.xy_pairs->rbegin(),
+                                                          ansatz.xy_pairs->rend());
+      run_ops(xy_ops(reversed, -beta), &lambda, &z);
+    }
+    gradient[p + j] = -2.0 * z;
+    // Now just after the phase layer: its product, then undo it.
+    double d = 0.0;
+    const DiagonalValues& phase = *ansatz.phase;
+    for_each_value(phase, 0, size,
+                   [&](Index x, double v) { d += v * std::imag(std::conj(l[x]) * f[x]); });
+    gradient[j] = 2.0 * d;
+    apply_phase(phase, -angles[j]);
+    lambda.apply_phase(phase, -angles[j]);
+  }
+  check_mpi(MPI_Allreduce(MPI_IN_PLACE, gradient.data(), static_cast<int>(gradient.size()),
+                          MPI_DOUBLE, MPI_SUM, comm_),
+            "MPI_Allreduce", comm_);
+  return loss;
 }
 
 std::vector<Count> DistributedState::sample(std::uint64_t shots, std::uint64_t seed) const {

@@ -18,12 +18,14 @@
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "corvid/circuit/gate.h"
+#include "corvid/qaoa/adjoint.h"
 #include "corvid/sim/compile/diagonal_values.h"
 #include "corvid/sim/kernels/matrix2.h"
 #include "corvid/sim/kernels/two_qubit_matrix.h"
@@ -44,6 +46,20 @@ struct Solution {
 struct Count {
   std::uint64_t index;
   std::uint64_t shots;
+};
+
+/// A QAOA ansatz on the distributed state, for its loss and exact gradient. Layer j applies
+/// exp(-i·gamma_j·D), then exp(+i·beta_j·sum_q X_q) or, for an XY mixer, exp(+i·beta_j·(X_aX_b +
+/// Y_aY_b)/2) pair by pair, as the single-process QaoaObjective does.
+struct DistributedAnsatz {
+  /// This rank's part of the phase diagonal D and of the loss's energies e (local_diagonal;
+  /// often the same object). Borrowed.
+  const DiagonalValues* phase = nullptr;
+  const DiagonalValues* energies = nullptr;
+  /// The XY mixer's pairs in order; without them, the X mixer.
+  std::optional<std::vector<std::pair<unsigned, unsigned>>> xy_pairs;
+  /// Gates preparing the initial state from |0…0⟩; without them, a Hadamard on every qubit.
+  std::optional<std::vector<Gate>> initial;
 };
 
 class DistributedState {
@@ -117,6 +133,19 @@ class DistributedState {
   /// table). Collective; a D that does not cover the local qubits is an error on every rank.
   double expectation(const DiagonalValues& local_diagonal) const;
 
+  /// Prepares the ansatz's state at `angles` (p gammas then p betas) on this state. Throws
+  /// std::invalid_argument (every rank alike) for an odd, empty or non-finite angle vector, a
+  /// missing diagonal or one that does not cover the local qubits. Collective.
+  void run_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles);
+
+  /// run_ansatz, then the loss of the final state (expectation or Gibbs; CVaR is refused) and
+  /// its 2p partial derivatives in `gradient`, the same on every rank: one backward sweep carries
+  /// the state and the loss's cotangent back together through the same exchanges, the cotangent
+  /// in a second distributed state made here (twice the memory). The state is left at the
+  /// start of the ansatz's layers. Collective.
+  double loss_and_gradient(const DistributedAnsatz& ansatz, std::span<const double> angles,
+                           const LossSettings& settings, std::span<double> gradient);
+
   /// `shots` samples of the whole state, as this rank's part of the counts: basis states of its
   /// slice in ascending order, each with its count (zero counts left out). One multinomial
   /// split over a fixed binary tree of the basis states: every node divides its shots between
@@ -154,13 +183,24 @@ class DistributedState {
     Matrix2 m2;
     Matrix4 m4;
   };
-  void exchange_global(unsigned global_bit, const Matrix2& matrix);
+  /// `matrix` on a global qubit, on this state and on `companion` (the cotangent of the
+  /// gradient's sweep) when given; with `z`, first adds sum_x Im(conj(companion[x])·this[x ^
+  /// qubit]) over the slice to *z.
+  void exchange_global(unsigned global_bit, const Matrix2& matrix,
+                       DistributedState* companion = nullptr, double* z = nullptr);
   /// Exchanges the qubit at global position `global_bit` with the one at local position
   /// `local_bit`: this rank sends the half of its slice whose local bit differs from its own
   /// global bit and takes the partner's.
   void swap_global_local(unsigned global_bit, unsigned local_bit);
-  /// Runs `ops` (qubit numbers of the state) in order, swapping global qubits in as needed.
-  void run_ops(std::span<const LocalOp> ops);
+  /// Runs `ops` (qubit numbers of the state) in order, swapping global qubits in as needed; on
+  /// `companion` too when given, and with `z`, first adds each (XY) op's sum_x
+  /// Im(conj(companion[x])·(S·this)[x]) to *z.
+  void run_ops(std::span<const LocalOp> ops, DistributedState* companion = nullptr,
+               double* z = nullptr);
+  /// The XY mixer's gates exp(+i·beta·(XX + YY)/2) on `pairs`, in order.
+  static std::vector<LocalOp> xy_ops(std::span<const std::pair<unsigned, unsigned>> pairs,
+                                     double beta);
+  void check_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) const;
   /// Sums one local value over the ranks; when `error` is nonempty on any rank, every rank
   /// throws std::invalid_argument (naming this rank's error where it has one).
   double sum_over_ranks(double local, const std::string& error) const;

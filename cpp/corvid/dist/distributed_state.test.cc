@@ -203,6 +203,55 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{12, 3, Start::kCircuit, 256, Mixer::kXyRing},
                       Case{16, 1, Start::kCircuit, kMaxExchangeChunk, Mixer::kXyComplete, true}));
 
+struct GradientCase {
+  unsigned num_qubits;
+  int layers;
+  Mixer mixer;
+  bool circuit_start;
+  LossKind loss;
+};
+
+class DistributedGradient : public ::testing::TestWithParam<GradientCase> {};
+
+TEST_P(DistributedGradient, MatchesSingleProcessAdjoint) {
+  if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
+  const GradientCase& c = GetParam();
+  const unsigned n = c.num_qubits;
+  std::mt19937_64 rng(2000 + n);
+  const Problem problem = random_problem(n, rng);
+  DistributedState state(MPI_COMM_WORLD, n, 100);
+  QaoaAnsatz single{n, {}, std::nullopt, std::nullopt};
+  for (std::size_t t = 0; t < problem.masks.size(); ++t) {
+    if (problem.masks[t] != 0) single.phase_terms.push_back({problem.masks[t], problem.coeffs[t]});
+  }
+  const DiagonalValues diagonal = local_diagonal(state, problem.masks, problem.coeffs);
+  DistributedAnsatz ansatz{&diagonal, &diagonal, std::nullopt, std::nullopt};
+  if (c.mixer != Mixer::kX) ansatz.xy_pairs = single.xy_pairs = xy_pairs(c.mixer, n);
+  if (c.circuit_start) {
+    ansatz.initial = single.initial = reference::random_circuit(n, 3 * n, rng).gates();
+  }
+  std::uniform_real_distribution<double> angle(-1.5, 1.5);
+  std::vector<double> angles(2 * c.layers);
+  for (double& a : angles) a = angle(rng);
+  const LossSettings settings{c.loss, 1.0, 0.8};
+
+  const AlignedBuffer<double> energies =
+      energies_from_z_terms(static_cast<int>(n), problem.masks, problem.coeffs);
+  const QaoaObjective objective(single, {energies.data(), energies.size()});
+  std::vector<double> want(angles.size()), got(angles.size());
+  const double want_loss = objective.loss_and_gradient(angles, settings, want);
+  EXPECT_NEAR(state.loss_and_gradient(ansatz, angles, settings, got), want_loss, 1e-12);
+  for (std::size_t i = 0; i < angles.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << i;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ansatzes, DistributedGradient,
+    ::testing::Values(GradientCase{5, 2, Mixer::kX, false, LossKind::kExpectation},
+                      GradientCase{12, 3, Mixer::kX, true, LossKind::kGibbs},
+                      GradientCase{8, 2, Mixer::kXyRing, true, LossKind::kExpectation},
+                      GradientCase{7, 2, Mixer::kXyComplete, true, LossKind::kGibbs},
+                      GradientCase{14, 2, Mixer::kXyRing, true, LossKind::kGibbs}));
+
 TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   const int ranks = world_size();
   if (!std::has_single_bit(static_cast<unsigned>(ranks))) {
