@@ -3,7 +3,7 @@ import pytest
 
 import corvid
 from corvid import CNOT, RX, RZ, H, I, QCircuit, QProg, hadamard_circuit, measure_all
-from dense_reference import ONE, ONE_ANGLED, TWO, TWO_ANGLED
+from reference import ONE, ONE_ANGLED, TWO, TWO_ANGLED
 
 
 def make(name, qubits, angle=0.25):

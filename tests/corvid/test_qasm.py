@@ -6,6 +6,7 @@ import pytest
 import corvid
 
 qiskit = pytest.importorskip("qiskit")
+from qiskit import qasm2  # noqa: E402
 from qiskit.quantum_info import Statevector  # noqa: E402
 
 
@@ -32,15 +33,15 @@ def test_exported_qasm_runs_in_qiskit_with_the_same_probabilities():
     prog = every_kind_of_gate()
     text = corvid.to_qasm(prog)
     assert "rzz(" in text and " id " not in text
-    circuit = qiskit.qasm2.loads(text)
+    circuit = qasm2.loads(text)
     expected = Statevector(circuit).probabilities()  # qubit 0 is the lowest bit there too
     assert np.allclose(corvid_probabilities(prog), expected, atol=1e-12, rtol=0)
 
 
 def test_qasm_written_by_qiskit_reads_back_the_same_circuit():
     prog = every_kind_of_gate()
-    circuit = qiskit.qasm2.loads(corvid.to_qasm(prog))
-    again = corvid.from_qasm(qiskit.qasm2.dumps(circuit))
+    circuit = qasm2.loads(corvid.to_qasm(prog))
+    again = corvid.from_qasm(qasm2.dumps(circuit))
     assert np.allclose(corvid_probabilities(again), corvid_probabilities(prog), atol=1e-12, rtol=0)
 
 

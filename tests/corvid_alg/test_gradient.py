@@ -4,7 +4,7 @@ import pytest
 import corvid
 from corvid_alg.QAOA import problems
 from corvid_alg.QAOA.qaoa import QAOA, xy_complete_mixer, xy_ring_mixer
-from qaoa_reference import qaoa_state, random_polynomial
+from reference import qaoa_state, random_polynomial
 
 LOSSES = [("default", {}), ("CVaR", {"alpha": 0.3}), ("Gibbs", {"temperature": 0.5})]
 

@@ -144,8 +144,12 @@ def test_problems_too_large_for_memory_are_refused_at_the_first_run():
     assert seventy.calculate_energy([1] * 70) == 70  # single solutions need no state
 
 
-def test_ctrl_c_stops_a_long_optimisation_within_a_second():
-    elapsed, line = interrupt_after("""
+@pytest.mark.parametrize("optimizer, options", [
+    ("Nelder-Mead", {"options": {"maxiter": 10**7, "maxfev": 10**7, "xatol": 0, "fatol": 0}}),
+    ("SPSA", {"maxiter": 10**9}),
+])
+def test_ctrl_c_stops_a_long_optimisation_within_a_second_with_its_history(optimizer, options):
+    elapsed, line = interrupt_after(f"""
         import sympy
         from corvid_alg.QAOA.qaoa import QAOA
         xs = sympy.symbols("x0:14")
@@ -153,13 +157,14 @@ def test_ctrl_c_stops_a_long_optimisation_within_a_second():
         q.run_qaoa_circuit([0.1] * 3, [0.2] * 3)  # warm up: energies and caches
         print("ready")
         try:
-            q.run(layer=3, initial_para=[0.1] * 6, optimizer="Nelder-Mead", optimizer_option={"options": {
-                "maxiter": 10**7, "maxfev": 10**7, "xatol": 0, "fatol": 0}})
+            q.run(layer=3, initial_para=[0.1] * 6, optimizer={optimizer!r}, optimizer_option={options!r})
             print("finished")
         except KeyboardInterrupt:
-            print("KeyboardInterrupt in optimisation", q.circuit_iter > 10)
+            h, best, result = q.history, q.best, q.optimizer_result
+            print("interrupted", len(h) > 10, q.iter - len(h) in (0, 1), best.loss == min(e.loss for e in h),
+                  result.success, result.message, list(result.x) == list(best.angles))
     """)
-    assert line == "KeyboardInterrupt in optimisation True" and elapsed < 1.0
+    assert line == "interrupted True True True False stopped by KeyboardInterrupt True" and elapsed < 1.0
 
 
 def _solve(problem, start):

@@ -1,12 +1,14 @@
 #include "corvid/pauli/pauli_key.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <stdexcept>
 #include <string>
 
 namespace corvid {
 namespace {
+
+using ::testing::HasSubstr, ::testing::ThrowsMessage;
 
 class AcceptedKeyTest : public testing::TestWithParam<std::pair<const char*, const char*>> {};
 
@@ -26,13 +28,9 @@ INSTANTIATE_TEST_SUITE_P(Keys, AcceptedKeyTest,
 class RejectedKeyTest : public testing::TestWithParam<const char*> {};
 
 TEST_P(RejectedKeyTest, ThrowsNamingTheKey) {
-  std::string key = GetParam();
-  try {
-    parse_pauli_key(key);
-    FAIL() << "accepted \"" << key << "\"";
-  } catch (const std::invalid_argument& e) {
-    EXPECT_NE(std::string(e.what()).find("\"" + key + "\""), std::string::npos) << e.what();
-  }
+  const std::string key = GetParam();
+  EXPECT_THAT([&] { parse_pauli_key(key); },
+              ThrowsMessage<std::invalid_argument>(HasSubstr("\"" + key + "\"")));
 }
 
 INSTANTIATE_TEST_SUITE_P(Keys, RejectedKeyTest,

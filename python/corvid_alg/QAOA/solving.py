@@ -5,6 +5,7 @@ import numbers
 import time
 from itertools import islice
 
+import numpy as np
 import sympy
 
 import corvid
@@ -21,6 +22,9 @@ __all__ = ["solve"]
 _MAX_TABLE_QUBITS = 30
 # Energies this close to the optimum (relative to the energy scale) count as optimal.
 _OPTIMUM_TOLERANCE = 1e-9
+# The energy distribution a result keeps: at most this many levels (bins of equal width).
+_LEVEL_BINS = 256
+_LEVEL_CHUNK = 1 << 20
 
 
 def solve(problem, layers=1, *, top_k=10, init_circuit=None, mixer_circuit=None, norm=False,
@@ -144,17 +148,19 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
            for key, probability in islice(solutions.items(), top_k)]
     best = min(top, key=lambda s: (s.energy, -s.probability))
     expected = float(qaoa._loss_function_default(solutions))
-    low = high = p_optimum = ratio = expected_ratio = None
+    low = high = p_optimum = ratio = expected_ratio = levels = None
     if qaoa.problem_dimension <= _MAX_TABLE_QUBITS and qaoa.energy_dict.whole_space:
         table = qaoa.energy_dict.all_energies()
         low, high = float(table.min()), float(table.max())
         threshold = low + _OPTIMUM_TOLERANCE * max(1.0, abs(low), abs(high))
         if hasattr(solutions, "probabilities"):
-            p_optimum = float(solutions.probabilities[table <= threshold].sum())
-        else:
-            p_optimum = float(sum(probability for key, probability in solutions.items()
-                                  if table[int(key, 2)] <= threshold))
+            energies, weights = table, solutions.probabilities
+        else:  # sampled: the keys drawn
+            energies = table[np.array([int(key, 2) for key in solutions], dtype=np.int64)]
+            weights = np.fromiter(solutions.values(), dtype=float, count=len(solutions))
+        p_optimum = float(weights[energies <= threshold].sum())
         ratio, expected_ratio = (_ratio(best.energy, low, high), _ratio(expected, low, high))
+        levels = _energy_levels(energies, weights, low, high)
     history = qaoa.history
     result = qaoa.optimizer_result
     message = getattr(result, "message", "")
@@ -166,10 +172,29 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
         "angles": [float(a) for a in final_angles], "loss": float(loss),
         "loss_history": [e.loss for e in history],
         "best_angles": [float(a) for a in qaoa.best.angles], "best_loss": qaoa.best.loss,
+        "energy_levels": levels,
         "evaluations": len(history), "circuit_runs": 0,
         "success": None if getattr(result, "success", None) is None else bool(result.success),
         "message": message.decode() if isinstance(message, bytes) else str(message),
     }
+
+
+def _energy_levels(energies, weights, low, high):
+    """[energy, probability] per occupied bin of _LEVEL_BINS equal bins over [low, high], each
+    at the mean energy of its probability (rounded to 12 digits, so a bin holding one level
+    reports that level), summed in chunks so that no temporary is 2^n long."""
+    if high == low:
+        return [[low, float(np.sum(weights))]]
+    scale = _LEVEL_BINS / (high - low)
+    mass, moment = np.zeros(_LEVEL_BINS), np.zeros(_LEVEL_BINS)
+    for start in range(0, len(energies), _LEVEL_CHUNK):
+        e = energies[start:start + _LEVEL_CHUNK]
+        w = np.asarray(weights[start:start + _LEVEL_CHUNK], dtype=float)
+        index = np.minimum(((e - low) * scale).astype(np.int64), _LEVEL_BINS - 1)
+        mass += np.bincount(index, weights=w, minlength=_LEVEL_BINS)
+        moment += np.bincount(index, weights=w * e, minlength=_LEVEL_BINS)
+    return [[float(f"{moment[k] / mass[k]:.12g}"), float(mass[k])]
+            for k in np.flatnonzero(mass > 0)]
 
 
 def _ratio(energy, low, high):

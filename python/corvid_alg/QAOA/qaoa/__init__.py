@@ -99,13 +99,9 @@ class QAOA:
         best: the ``Evaluation`` of least loss in ``history`` (None before a run).
         optimizer_result: the last minimiser call's result (see ``run``).
 
-    Methods:
-        calculate_energy : Calculate the function value for one solution.
-        run_qaoa_circuit : Given parameters, run the qaoa circuit and get the theoretical
-            probability distribution.
-        run : run the optimization process
-        loss_and_gradient : the loss and its exact gradient at one angle vector
-        evaluate : the losses of many angle vectors in one call
+    ``run`` optimises; ``calculate_energy``, ``run_qaoa_circuit``, ``loss_and_gradient`` and
+    ``evaluate`` give one energy, one circuit's distribution, a loss with its gradient and the
+    losses of many angle vectors.
     """
 
     # --- the problem --------------------------------------------------------------------------
@@ -207,8 +203,8 @@ class QAOA:
 
     @property
     def best(self):
-        """The best-ever evaluation of the last run: read from ``history``, so the two agree
-        even when an interrupt lands between evaluations."""
+        """The best-ever evaluation of the last run, read from ``history`` so that the two
+        agree even when an interrupt lands between evaluations."""
         return lowest(self.history)
 
     # --- the ansatz ---------------------------------------------------------------------------
