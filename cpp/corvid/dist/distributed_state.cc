@@ -374,14 +374,28 @@ void DistributedState::run_ops(std::span<const LocalOp> ops, DistributedState* c
     where[who[global]] = global;
     where[who[local_position]] = local_position;
   };
-  const auto apply_local = [&](unsigned a, int b, const Matrix2& m2, const Matrix4& m4) {
+  const auto apply_local = [&](unsigned a, int b, const LocalOp& op) {
     for (DistributedState* s : {this, companion}) {
       if (s == nullptr) continue;
       if (b < 0) {
-        const QubitMatrix gate{a, m2};
+        const QubitMatrix gate{a, op.m2};
         apply_rotation_layer<double>(s->amps_.data(), local, std::span(&gate, 1));
+      } else if (!op.xy) {
+        apply_matrix4(s->amps_.data(), local, a, static_cast<unsigned>(b), op.m4);
       } else {
-        apply_matrix4(s->amps_.data(), local, a, static_cast<unsigned>(b), m4);
+        Amp* amps = s->amps_.data();
+        const Index quarter = amps_.size() / 4;
+        const auto ub = static_cast<unsigned>(b);
+        const unsigned lo = std::min(a, ub), hi = std::max(a, ub);
+        const Index bit_a = Index{1} << a, bit_b = Index{1} << ub;
+        const Amp c = op.m4[5], i_sin = op.m4[6];
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(quarter))
+        for (std::int64_t t = 0; t < static_cast<std::int64_t>(quarter); ++t) {
+          const Index x = insert_bit(insert_bit(static_cast<Index>(t), lo, 0), hi, 0);
+          const Amp u = amps[x | bit_a], v = amps[x | bit_b];
+          amps[x | bit_a] = cmul(c, u) + cmul(i_sin, v);
+          amps[x | bit_b] = cmul(c, v) + cmul(i_sin, u);
+        }
       }
     }
   };
@@ -420,7 +434,7 @@ void DistributedState::run_ops(std::span<const LocalOp> ops, DistributedState* c
       swap_positions(where[q], victim);
     }
     if (z != nullptr) *z += pair_product(where[op.a], where[op.b]);
-    apply_local(where[op.a], op.b < 0 ? -1 : static_cast<int>(where[op.b]), op.m2, op.m4);
+    apply_local(where[op.a], op.b < 0 ? -1 : static_cast<int>(where[op.b]), op);
   }
   // Back to the plain layout: global positions first (through a local one where a global qubit
   // sits at another global position), then the local ones by local swaps.
@@ -430,12 +444,12 @@ void DistributedState::run_ops(std::span<const LocalOp> ops, DistributedState* c
       swap_positions(g, where[g]);
     }
   }
-  Matrix4 swap{};
-  swap[0] = swap[6] = swap[9] = swap[15] = 1.0;
+  LocalOp swap{0, 0, {}, {}};
+  swap.m4[0] = swap.m4[6] = swap.m4[9] = swap.m4[15] = 1.0;
   for (unsigned s = 0; s < local; ++s) {
     if (who[s] == s) continue;
     const unsigned t = where[s];
-    apply_local(s, static_cast<int>(t), Matrix2{}, swap);
+    apply_local(s, static_cast<int>(t), swap);
     std::swap(who[s], who[t]);
     where[who[s]] = s;
     where[who[t]] = t;
@@ -475,7 +489,7 @@ std::vector<DistributedState::LocalOp> DistributedState::xy_ops(
   m[5] = m[10] = c;
   m[6] = m[9] = s;
   std::vector<LocalOp> ops;
-  for (const auto& [a, b] : pairs) ops.push_back({a, static_cast<int>(b), {}, m});
+  for (const auto& [a, b] : pairs) ops.push_back({a, static_cast<int>(b), {}, m, true});
   return ops;
 }
 
