@@ -125,6 +125,7 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   const AlignedBuffer<double> energies = local_z_energies(state, problem.masks, problem.coeffs);
   const DiagonalValues diagonal = local_diagonal(state, problem.masks, problem.coeffs);
   const auto pairs = xy_pairs(c.mixer, n);
+  const std::uint64_t sent_before = state.bytes_exchanged();
   for (int layer = 0; layer < c.layers; ++layer) {
     const double gamma = angle(rng);
     const double beta = angle(rng);
@@ -147,6 +148,13 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
       }
     }
   }
+  // A layer sends each global qubit's slice once (X), or at most twice (XY ring: swapped in
+  // and out, once more where the ring's closing pair needs an evicted qubit back).
+  const std::uint64_t slice_bytes = 16 * (std::uint64_t{1} << state.local_qubits());
+  const std::uint64_t minimum = (n - state.local_qubits()) * slice_bytes * c.layers;
+  const std::uint64_t sent = state.bytes_exchanged() - sent_before;
+  if (c.mixer == Mixer::kX) EXPECT_EQ(sent, minimum);
+  if (c.mixer == Mixer::kXyRing) EXPECT_LE(sent, 2 * minimum);
   const ProbabilityTable table = machine.probabilities(circuit, qubits);
   const auto& want = table.values;
   const AlignedBuffer<double> all_e =
