@@ -546,8 +546,9 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
   if (gradient.size() != angles.size()) {
     throw std::invalid_argument("gradient must have as many entries as angles");
   }
-  if (settings.kind == LossKind::kCvar) {
-    throw std::invalid_argument("the distributed gradient covers the expectation and Gibbs losses");
+  if (settings.kind == LossKind::kCvar && !(settings.alpha >= 0.0 && settings.alpha <= 1.0)) {
+    throw std::invalid_argument("alpha must be a number in [0, 1], got " +
+                                format_double(settings.alpha));
   }
   const double t = settings.temperature;
   if (settings.kind == LossKind::kGibbs && (!std::isfinite(t) || t == 0.0)) {
@@ -567,6 +568,8 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
   if (settings.kind == LossKind::kExpectation) {
     for_each_value(e, 0, size, [&](Index x, double v) { l[x] = v * f[x]; });
     loss = expectation(e);
+  } else if (settings.kind == LossKind::kCvar) {
+    loss = cvar_cotangent(e, settings.alpha, lambda);
   } else {
     double shift = INFINITY;
     for_each_value(e, 0, size, [&](Index, double v) { shift = std::min(shift, v / t); });
@@ -629,6 +632,51 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
                           MPI_DOUBLE, MPI_SUM, comm_),
             "MPI_Allreduce", comm_);
   return loss;
+}
+
+// loss = sum over the entries ahead of the boundary b (heavier, or as heavy and before it) of
+// p·(e − e[b]), plus alpha·e[b]; so w = e − e[b] ahead of b and 0 elsewhere. Without a boundary
+// (alpha above the total mass) w = e; alpha = 0 gives w = 0.
+double DistributedState::cvar_cotangent(const DiagonalValues& e, double alpha,
+                                        DistributedState& lambda) const {
+  const AlignedBuffer<double> p = local_probabilities();
+  Amp* l = lambda.amps_.data();
+  const Amp* f = amps_.data();
+  const Index size = amps_.size();
+  if (alpha == 0.0) {
+    std::fill(l, l + size, Amp{});
+    return 0.0;
+  }
+  const CvarCut cut = cvar_cut({p.data(), p.size()}, alpha);
+  // The boundary is the tie at which the running mass first reaches alpha, ties in index order.
+  std::uint64_t boundary = 0;
+  double e_boundary = 0.0;
+  if (cut.crossed) {
+    const double t = std::bit_cast<double>(cut.threshold);
+    std::uint64_t all_ties = 0;
+    check_mpi(MPI_Allreduce(&cut.ties, &all_ties, 1, MPI_UINT64_T, MPI_SUM, comm_), "MPI_Allreduce",
+              comm_);
+    while (boundary + 1 < all_ties && cut.above + static_cast<double>(boundary + 1) * t < alpha) {
+      ++boundary;
+    }
+    std::uint64_t ordinal = cut.ties_before;
+    for_each_value(e, 0, size, [&](Index x, double v) {
+      if (weight_key(p[x]) != cut.threshold) return;
+      if (ordinal++ == boundary) e_boundary = v;
+    });
+    e_boundary = sum_over_ranks(e_boundary, "");  // one rank holds it, the others add 0
+  }
+  double sum = 0.0;
+  std::uint64_t ordinal = cut.ties_before;
+  for_each_value(e, 0, size, [&](Index x, double v) {
+    const std::uint64_t key = weight_key(p[x]);
+    const bool ahead =
+        !cut.crossed || key > cut.threshold || (key == cut.threshold && ordinal++ < boundary);
+    const double w = ahead ? v - e_boundary : 0.0;
+    l[x] = w * f[x];
+    sum += w * p[x];
+  });
+  return sum_over_ranks(sum, "") + (cut.crossed ? alpha * e_boundary : 0.0);
 }
 
 std::vector<Count> DistributedState::sample(std::uint64_t shots, std::uint64_t seed) const {
@@ -740,49 +788,51 @@ double DistributedState::cvar(std::span<const double> p, std::span<const double>
   sum_over_ranks(0.0, error);
   if (alpha == 0.0) return 0.0;
 
+  // This rank's share of alpha: its heavier entries, then its part of the tied entries, which
+  // lower ranks (lower indices) fill first.
+  const CvarCut cut = cvar_cut(p, alpha);
+  double share = 1.0;  // the whole slice, when alpha exceeds the total mass
+  if (cut.crossed) {
+    const double t = std::bit_cast<double>(cut.threshold);
+    double heavier = 0.0;
+    for (double w : p) heavier += weight_key(w) > cut.threshold ? w : 0.0;
+    const double left = alpha - cut.above - static_cast<double>(cut.ties_before) * t;
+    share = std::min(1.0, heavier + std::clamp(left, 0.0, static_cast<double>(cut.ties) * t));
+  }
+  return sum_over_ranks(corvid::cvar(p, e, share), "");
+}
+
+DistributedState::CvarCut DistributedState::cvar_cut(std::span<const double> p,
+                                                     double alpha) const {
   // The key of the entry that crosses alpha, one byte at a time from the top; `above` is the
   // mass of all heavier keys over all ranks.
-  std::uint64_t threshold = 0;
-  double above = 0.0;
-  bool crossed = true;
-  for (int shift = 56; shift >= 0 && crossed; shift -= 8) {
+  CvarCut cut;
+  cut.crossed = true;
+  for (int shift = 56; shift >= 0 && cut.crossed; shift -= 8) {
     std::vector<double> local(256, 0.0), total(256, 0.0);
     for (double w : p) {
       const std::uint64_t key = weight_key(w);
-      if (shift < 56 && (key >> (shift + 8)) != (threshold >> (shift + 8))) continue;
+      if (shift < 56 && (key >> (shift + 8)) != (cut.threshold >> (shift + 8))) continue;
       local[(key >> shift) & 255] += w;
     }
     check_mpi(MPI_Allreduce(local.data(), total.data(), 256, MPI_DOUBLE, MPI_SUM, comm_),
               "MPI_Allreduce", comm_);
-    crossed = false;
+    cut.crossed = false;
     for (int b = 255; b >= 0; --b) {
-      if (above + total[b] >= alpha) {
-        threshold |= std::uint64_t(b) << shift;
-        crossed = true;
+      if (cut.above + total[b] >= alpha) {
+        cut.threshold |= std::uint64_t(b) << shift;
+        cut.crossed = true;
         break;
       }
-      above += total[b];
+      cut.above += total[b];
     }
   }
-  // This rank's share of alpha: its heavier entries, then its part of the tied entries, which
-  // lower ranks (lower indices) fill first.
-  double share = 1.0;  // the whole slice, when alpha exceeds the total mass
-  if (crossed) {
-    const double t = std::bit_cast<double>(threshold);
-    double heavier = 0.0;
-    std::uint64_t ties = 0, ties_before = 0;
-    for (double w : p) {
-      const std::uint64_t key = weight_key(w);
-      if (key > threshold) heavier += w;
-      ties += key == threshold;
-    }
-    check_mpi(MPI_Exscan(&ties, &ties_before, 1, MPI_UINT64_T, MPI_SUM, comm_), "MPI_Exscan",
-              comm_);
-    if (rank_ == 0) ties_before = 0;  // MPI leaves rank 0's result undefined
-    const double left = alpha - above - static_cast<double>(ties_before) * t;
-    share = std::min(1.0, heavier + std::clamp(left, 0.0, static_cast<double>(ties) * t));
-  }
-  return sum_over_ranks(corvid::cvar(p, e, share), "");
+  if (!cut.crossed) return cut;
+  for (double w : p) cut.ties += weight_key(w) == cut.threshold;
+  check_mpi(MPI_Exscan(&cut.ties, &cut.ties_before, 1, MPI_UINT64_T, MPI_SUM, comm_), "MPI_Exscan",
+            comm_);
+  if (rank_ == 0) cut.ties_before = 0;  // MPI leaves rank 0's result undefined
+  return cut;
 }
 
 std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,

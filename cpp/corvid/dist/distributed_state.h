@@ -138,8 +138,8 @@ class DistributedState {
   /// missing diagonal or one that does not cover the local qubits. Collective.
   void run_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles);
 
-  /// run_ansatz, then the loss of the final state (expectation or Gibbs; CVaR is refused) and
-  /// its 2p partial derivatives in `gradient`, the same on every rank: one backward sweep carries
+  /// run_ansatz, then the loss of the final state (expectation, CVaR or Gibbs) and its 2p
+  /// partial derivatives in `gradient`, the same on every rank: one backward sweep carries
   /// the state and the loss's cotangent back together through the same exchanges, the cotangent
   /// in a second distributed state made here (twice the memory). The state is left at the
   /// start of the ansatz's layers. Collective.
@@ -202,6 +202,19 @@ class DistributedState {
   /// The XY mixer's gates exp(+i·beta·(XX + YY)/2) on `pairs`, in order.
   static std::vector<LocalOp> xy_ops(std::span<const std::pair<unsigned, unsigned>> pairs,
                                      double beta);
+  /// Where CVaR's alpha falls: the weight key of the entry that crosses it, the mass of all
+  /// heavier entries, the entries of that weight here and on lower ranks (not crossed when
+  /// alpha exceeds the total mass). Collective; alpha > 0.
+  struct CvarCut {
+    bool crossed = false;
+    std::uint64_t threshold = 0;
+    double above = 0.0;
+    std::uint64_t ties = 0;
+    std::uint64_t ties_before = 0;
+  };
+  CvarCut cvar_cut(std::span<const double> p, double alpha) const;
+  /// Writes CVaR's cotangent w∘φ of this state to `lambda`; returns the loss. Collective.
+  double cvar_cotangent(const DiagonalValues& e, double alpha, DistributedState& lambda) const;
   void check_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) const;
   /// Sums one local value over the ranks; when `error` is nonempty on any rank, every rank
   /// throws std::invalid_argument (naming this rank's error where it has one).

@@ -234,7 +234,7 @@ TEST_P(DistributedGradient, MatchesSingleProcessAdjoint) {
   std::uniform_real_distribution<double> angle(-1.5, 1.5);
   std::vector<double> angles(2 * c.layers);
   for (double& a : angles) a = angle(rng);
-  const LossSettings settings{c.loss, 1.0, 0.8};
+  const LossSettings settings{c.loss, 0.3, 0.8};
 
   const AlignedBuffer<double> energies =
       energies_from_z_terms(static_cast<int>(n), problem.masks, problem.coeffs);
@@ -251,7 +251,9 @@ INSTANTIATE_TEST_SUITE_P(
                       GradientCase{12, 3, Mixer::kX, true, LossKind::kGibbs},
                       GradientCase{8, 2, Mixer::kXyRing, true, LossKind::kExpectation},
                       GradientCase{7, 2, Mixer::kXyComplete, true, LossKind::kGibbs},
-                      GradientCase{14, 2, Mixer::kXyRing, true, LossKind::kGibbs}));
+                      GradientCase{14, 2, Mixer::kXyRing, true, LossKind::kGibbs},
+                      GradientCase{10, 2, Mixer::kX, false, LossKind::kCvar},
+                      GradientCase{9, 3, Mixer::kXyRing, true, LossKind::kCvar}));
 
 TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   const int ranks = world_size();
