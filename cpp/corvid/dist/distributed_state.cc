@@ -246,11 +246,75 @@ void DistributedState::apply_phase(std::span<const double> local_energies, doubl
 }
 
 void DistributedState::apply_x_mixer(double beta) {
-  const Matrix2 rx = matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta));
-  std::vector<QubitMatrix> layer;
-  for (unsigned q = 0; q < local_qubits_; ++q) layer.push_back({q, rx});
-  apply_rotation_layer<double>(amps_.data(), local_qubits_, layer);
-  for (unsigned j = 0; j < num_qubits_ - local_qubits_; ++j) exchange_global(j, rx);
+  x_layer(matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta)), nullptr, nullptr);
+}
+
+bool DistributedState::transposes() const {
+  const unsigned global = num_qubits_ - local_qubits_;
+  return global >= 2 && local_qubits_ >= global;
+}
+
+void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, double* z) {
+  const unsigned local = local_qubits_;
+  const Index size = amps_.size();
+  // sum over qubits q in [from, to) of sum_x Im(conj(companion[x])·this[x ^ q]).
+  const auto products = [&](unsigned from, unsigned to) {
+    const Amp* f = amps_.data();
+    const Amp* l = companion->amps_.data();
+    for (unsigned q = from; q < to; ++q) {
+      const Index bit = Index{1} << q;
+      double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
+      for (std::int64_t i = 0; i < static_cast<std::int64_t>(size / 2); ++i) {
+        const Index x = insert_bit(static_cast<Index>(i), q, 0);
+        sum += std::imag(std::conj(l[x]) * f[x | bit]) + std::imag(std::conj(l[x | bit]) * f[x]);
+      }
+      *z += sum;
+    }
+  };
+  const auto rotate = [&](unsigned from, unsigned to) {
+    std::vector<QubitMatrix> layer;
+    for (unsigned q = from; q < to; ++q) layer.push_back({q, rx});
+    for (DistributedState* s : {this, companion}) {
+      if (s != nullptr) apply_rotation_layer<double>(s->amps_.data(), local, layer);
+    }
+  };
+  const auto transpose_both = [&] {
+    transpose();
+    if (companion != nullptr) companion->transpose();
+  };
+  // The mixer commutes with every X_q: the products may be taken anywhere inside it.
+  if (z != nullptr) products(0, local);
+  rotate(0, local);
+  if (!transposes()) {
+    for (unsigned j = 0; j < num_qubits_ - local; ++j) exchange_global(j, rx, companion, z);
+    return;
+  }
+  // The global qubits are the top local ones between two transpositions.
+  const unsigned global = num_qubits_ - local;
+  transpose_both();
+  if (z != nullptr) products(local - global, local);
+  rotate(local - global, local);
+  transpose_both();
+}
+
+void DistributedState::transpose() {
+  const unsigned global = num_qubits_ - local_qubits_;
+  const Index block = Index{1} << (local_qubits_ - global);
+  const std::size_t chunk = buffer_.size();
+  // Round s pairs rank r with r ^ s: each sends the block its partner's bits name and takes
+  // the partner's block named by its own bits, in place.
+  for (int s = 1; s < ranks_; ++s) {
+    const int partner = rank_ ^ s;
+    Amp* mine = amps_.data() + static_cast<Index>(partner) * block;
+    for (Index offset = 0; offset < block; offset += chunk) {
+      const auto count = static_cast<int>(std::min<Index>(chunk, block - offset));
+      check_mpi(MPI_Sendrecv_replace(mine + offset, 2 * count, MPI_DOUBLE, partner, 2, partner, 2,
+                                     comm_, MPI_STATUS_IGNORE),
+                "MPI_Sendrecv_replace", comm_);
+      bytes_exchanged_ += static_cast<std::uint64_t>(count) * sizeof(Amp);
+    }
+  }
 }
 
 void DistributedState::apply_one_qubit(unsigned qubit, const Matrix2& matrix) {
@@ -593,26 +657,7 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
     const double beta = angles[p + j];
     double z = 0.0;
     if (!ansatz.xy_pairs) {
-      // exp(+iβX) commutes with X: the products may be taken before undoing it.
-      for (unsigned q = 0; q < local_qubits_; ++q) {
-        const Index bit = Index{1} << q;
-        double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
-        for (std::int64_t i = 0; i < count / 2; ++i) {
-          const Index x = insert_bit(static_cast<Index>(i), q, 0);
-          sum += std::imag(std::conj(l[x]) * f[x | bit]) + std::imag(std::conj(l[x | bit]) * f[x]);
-        }
-        z += sum;
-      }
-      const Matrix2 undo = matrix_of(Gate(GateKind::RX, {Qubit(0)}, 2.0 * beta));
-      std::vector<QubitMatrix> layer;
-      for (unsigned q = 0; q < local_qubits_; ++q) layer.push_back({q, undo});
-      for (DistributedState* s : {this, &lambda}) {
-        apply_rotation_layer<double>(s->amps_.data(), local_qubits_, layer);
-      }
-      for (unsigned g = 0; g < num_qubits_ - local_qubits_; ++g) {
-        exchange_global(g, undo, &lambda, &z);
-      }
+      x_layer(matrix_of(Gate(GateKind::RX, {Qubit(0)}, 2.0 * beta)), &lambda, &z);
     } else {
       std::vector<std::pair<unsigned, unsigned>> reversed(ansatz.xy_pairs->rbegin(),
                                                           ansatz.xy_pairs->rend());

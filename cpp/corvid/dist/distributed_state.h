@@ -102,8 +102,10 @@ class DistributedState {
   /// sizes are the caller's) unless it has one entry per local amplitude.
   void apply_phase(std::span<const double> local_energies, double gamma);
 
-  /// RX(-2·beta) on every qubit: local qubits in one blocked pass, each global qubit by one
-  /// pairwise exchange of the slice. Collective.
+  /// RX(-2·beta) on every qubit: local qubits in one blocked pass; with k >= 2 global qubits
+  /// and at least k local ones, a transposition that makes the global qubits local, their
+  /// pass, and the transposition back (2·(1 - 1/2^k) slices sent per rank); otherwise each
+  /// global qubit by one pairwise exchange of the slice (k slices). Collective.
   void apply_x_mixer(double beta);
 
   /// `matrix` on one qubit (< num_qubits; std::invalid_argument otherwise). Collective when the
@@ -190,6 +192,17 @@ class DistributedState {
   /// qubit]) over the slice to *z.
   void exchange_global(unsigned global_bit, const Matrix2& matrix,
                        DistributedState* companion = nullptr, double* z = nullptr);
+  /// Whether the X mixer reaches the global qubits by transpositions: k >= 2 global qubits
+  /// and at least k local ones.
+  bool transposes() const;
+  /// `rx` on every qubit: the local ones in one pass, the global ones as the top local qubits
+  /// between two transpositions (see transposes()) or by pairwise exchanges. On `companion` too
+  /// when given; with `z`, first adds sum over all qubits q and x of
+  /// Im(conj(companion[x])·this[x ^ q]) to *z.
+  void x_layer(const Matrix2& rx, DistributedState* companion, double* z);
+  /// Swaps the k global qubits with the top k local ones: an all-to-all of equal blocks in
+  /// 2^k - 1 pairwise rounds, in place, through MPI_Sendrecv_replace in chunks.
+  void transpose();
   /// Exchanges the qubit at global position `global_bit` with the one at local position
   /// `local_bit`: this rank sends the half of its slice whose local bit differs from its own
   /// global bit and takes the partner's.
