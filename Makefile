@@ -70,8 +70,8 @@ MPI_ENV           = OMPI_ALLOW_RUN_AS_ROOT=1 OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1 \
                     OMPI_MCA_rmaps_base_oversubscribe=1
 
 bench-mpi: build
-	@echo "| n | ranks | mixer | p | ms / eval | MiB sent / layer / rank | minimum MiB | slice MiB | peak MiB | peak / slice | loss |"
-	@echo "|--:|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|"
+	@echo "| n | ranks | mixer | p | ms / eval | MiB sent / layer / rank | minimum MiB | sent / minimum | slice MiB | peak MiB | peak / slice | loss |"
+	@echo "|--:|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|"
 	@for run in $(foreach n,$(BENCH_MPI_QUBITS),$(n):x) $(foreach n,$(BENCH_MPI_XY),$(n):xy-ring); do \
 	  for r in $(BENCH_MPI_RANKS); do \
 	    OMP_NUM_THREADS=$$(( $(NPROC) / r > 0 ? $(NPROC) / r : 1 )) $(MPI_ENV) \
