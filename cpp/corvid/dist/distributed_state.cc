@@ -764,6 +764,25 @@ std::vector<Count> DistributedState::sample(std::uint64_t shots, std::uint64_t s
   return out;
 }
 
+std::vector<Count> DistributedState::sample_all(std::uint64_t shots, std::uint64_t seed) const {
+  const std::vector<Count> mine = sample(shots, seed);
+  // Rank order is index order: gathering the ranks' lists one after another keeps it.
+  std::vector<std::uint64_t> flat;
+  for (const Count& c : mine) flat.insert(flat.end(), {c.index, c.shots});
+  const int length = static_cast<int>(flat.size());
+  std::vector<int> lengths(ranks_), offsets(ranks_, 0);
+  check_mpi(MPI_Allgather(&length, 1, MPI_INT, lengths.data(), 1, MPI_INT, comm_), "MPI_Allgather",
+            comm_);
+  for (int r = 1; r < ranks_; ++r) offsets[r] = offsets[r - 1] + lengths[r - 1];
+  std::vector<std::uint64_t> all(static_cast<std::size_t>(offsets.back() + lengths.back()));
+  check_mpi(MPI_Allgatherv(flat.data(), length, MPI_UINT64_T, all.data(), lengths.data(),
+                           offsets.data(), MPI_UINT64_T, comm_),
+            "MPI_Allgatherv", comm_);
+  std::vector<Count> out(all.size() / 2);
+  for (std::size_t i = 0; i < out.size(); ++i) out[i] = {all[2 * i], all[2 * i + 1]};
+  return out;
+}
+
 AlignedBuffer<double> DistributedState::local_probabilities() const {
   AlignedBuffer<double> p(amps_.size(), "the local probabilities");
   const auto size = static_cast<std::int64_t>(amps_.size());

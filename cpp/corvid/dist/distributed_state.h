@@ -156,6 +156,9 @@ class DistributedState {
   /// ranks up to 2^(n - min(12, n/2)) (the tree and its sums do not depend on the split).
   /// Collective.
   std::vector<Count> sample(std::uint64_t shots, std::uint64_t seed) const;
+  /// sample's counts of every rank, in ascending index order, on every rank (at most
+  /// min(shots, 2^n) entries). Collective.
+  std::vector<Count> sample_all(std::uint64_t shots, std::uint64_t seed) const;
 
   /// |amplitude|^2 of the slice.
   AlignedBuffer<double> local_probabilities() const;
