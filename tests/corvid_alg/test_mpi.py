@@ -91,14 +91,11 @@ def test_command_line_matches_one_process(tmp_path):
     spread = json.loads(_mpirun(4, args, tmp_path))  # one document: rank 0 alone prints
     alone = json.loads(subprocess.run([sys.executable, *args], capture_output=True, text=True,
                                       check=True, cwd=ROOT, timeout=300).stdout)
-    # Ties (x and its complement) may come in another order: compare the probabilities, the
-    # energies and the set of the tied-at-the-top solutions.
-    assert spread["loss"] == pytest.approx(alone["loss"], abs=1e-10)
-    for field in ("probability", "energy"):
-        assert [s[field] for s in spread["solutions"]] == pytest.approx(
-            [s[field] for s in alone["solutions"]], abs=1e-7)
-    top = {s["bits"] for s in alone["solutions"] if s["probability"] > 0.01}
-    assert {s["bits"] for s in spread["solutions"][:len(top)]} == top
+    # The optimiser's finite differences magnify rounding: the angles agree to about 1e-7.
+    assert spread["loss"] == pytest.approx(alone["loss"], abs=1e-11)
+    assert [s["bits"] for s in spread["solutions"]] == [s["bits"] for s in alone["solutions"]]
+    assert [s["probability"] for s in spread["solutions"]] == pytest.approx(
+        [s["probability"] for s in alone["solutions"]], rel=1e-6)
     assert spread["optimum"] == alone["optimum"]
 
 
