@@ -48,10 +48,12 @@ class Candidates {
   AlignedBuffer<std::size_t> list_;
 };
 
+/// W and E read a weight and an energy by index (see Weights::visit, EnergyTable::visit).
+template <class W, class E>
 class Selection {
  public:
-  Selection(std::span<const double> p, std::span<const double> e, double alpha)
-      : p_(p), e_(e), alpha_(alpha), candidates_(p.size()) {}
+  Selection(const Weights& weights, W p, E e, double alpha)
+      : weights_(weights), p_(p), e_(e), alpha_(alpha), candidates_(weights.size()) {}
 
   double run() {
     for (const Digit& digit : kDigits) {
@@ -68,7 +70,7 @@ class Selection {
 
  private:
   std::size_t bucket_of(std::size_t i, const Digit& d) const {
-    return (weight_key(p_[i]) >> d.shift) & ((std::size_t{1} << d.bits) - 1);
+    return (weight_key(p_(i)) >> d.shift) & ((std::size_t{1} << d.bits) - 1);
   }
 
   /// Per-chunk histograms of the candidates by this digit; the first level also validates p.
@@ -84,15 +86,15 @@ class Selection {
       Bucket* h = &hist_[static_cast<std::size_t>(c) * buckets];
       for (std::size_t j = chunk_begin(n, chunks_, c); j < chunk_begin(n, chunks_, c + 1); ++j) {
         const std::size_t i = candidates_[j];
-        const double w = p_[i];
+        const double w = p_(i);
         if (first) invalid += !is_valid_weight(w);
         Bucket& bucket = h[bucket_of(i, d)];
         bucket.mass += w;
-        bucket.weighted += w * e_[i];
+        bucket.weighted += w * e_(i);
         ++bucket.count;
       }
     }
-    if (invalid != 0) check_weights(p_, "p");
+    if (invalid != 0) weights_.check(true);
   }
 
   /// Scans buckets from the heaviest weights down, taking whole buckets while the mass stays
@@ -144,16 +146,17 @@ class Selection {
   double walk_ties() {
     for (std::size_t j = 0; j < candidates_.size() && cdf_ < alpha_; ++j) {
       const std::size_t i = candidates_[j];
-      const double w = p_[i];
+      const double w = p_(i);
       if (cdf_ + w >= alpha_) boundary_ = i;
-      loss_ += (cdf_ + w < alpha_ ? w : alpha_ - cdf_) * e_[i];
+      loss_ += (cdf_ + w < alpha_ ? w : alpha_ - cdf_) * e_(i);
       cdf_ += w;
     }
     return loss_;
   }
 
-  std::span<const double> p_;
-  std::span<const double> e_;
+  const Weights& weights_;
+  W p_;
+  E e_;
   double alpha_;
   Candidates candidates_;
   double cdf_ = 0.0;   // mass already taken: everything above the threshold so far
@@ -166,22 +169,30 @@ class Selection {
 
 }  // namespace
 
-CvarSplit cvar_split(std::span<const double> p, std::span<const double> e, double alpha) {
+CvarSplit cvar_split(const Weights& p, const EnergyTable& e, double alpha) {
   check_same_length(p.size(), "p", e.size(), "e");
   if (!(alpha >= 0.0 && alpha <= 1.0)) {
     throw std::invalid_argument("alpha must be a number in [0, 1], got " + format_double(alpha));
   }
   if (alpha == 0.0) {
-    check_weights(p, "p");
+    p.check(true);
     return {0.0, std::nullopt};
   }
-  Selection selection(p, e, alpha);
-  const double loss = selection.run();
-  return {loss, selection.boundary()};
+  return p.visit([&](const auto& w) {
+    return e.visit([&](const auto& en) {
+      Selection selection(p, w, en, alpha);
+      const double loss = selection.run();
+      return CvarSplit{loss, selection.boundary()};
+    });
+  });
+}
+
+double cvar(const Weights& p, const EnergyTable& e, double alpha) {
+  return cvar_split(p, e, alpha).loss;
 }
 
 double cvar(std::span<const double> p, std::span<const double> e, double alpha) {
-  return cvar_split(p, e, alpha).loss;
+  return cvar(Weights(p), EnergyTable(e), alpha);
 }
 
 }  // namespace corvid

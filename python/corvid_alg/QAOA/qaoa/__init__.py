@@ -193,12 +193,13 @@ class QAOA:
                 and "calculate_energy" not in self.__dict__)
 
     def _energies(self, measure_result):
-        """The energies of an exact result as one array (basis order), or None: the losses then
-        walk the keys, and the per-key energies of a sampled result are fetched in one call."""
+        """The energies of an exact result for the C++ losses (a level table or an array, basis
+        order), or None: the losses then walk the keys, and the per-key energies of a sampled
+        result are fetched in one call."""
         if not self._own_energies():
             return None
         if self.energy_dict.covers_whole_space(measure_result):
-            return self.energy_dict.all_energies()
+            return self.energy_dict.energies()
         self.energy_dict.prefetch(measure_result)
         return None
 
@@ -328,10 +329,10 @@ class QAOA:
 
     def _non_finite_message(self, loss, result):
         # No result: the loss came from all basis states' energies.
-        energies = self.energy_dict.all_energies() if result is None else self._energies(result)
+        energies = self.energy_dict.energies() if result is None else self._energies(result)
         if energies is None:
-            energies = [self.energy_dict[key] for key in result if key in self.energy_dict]
-        low, high = (float(np.min(energies)), float(np.max(energies))) if len(energies) else (0, 0)
+            energies = np.array([self.energy_dict[key] for key in result if key in self.energy_dict])
+        low, high = (float(energies.min()), float(energies.max())) if len(energies) else (0, 0)
         scale = f"energies from {low:g} to {high:g}"
         if self.loss_type == "Gibbs":
             scale += f" at temperature {self.temperature:g}: exp(-E/T) over- or underflows"
@@ -400,7 +401,7 @@ class QAOA:
             return gradient.central_differences(lambda x: self._loss_with(x, settings), paras,
                                                 corvid.default_precision())
         loss, grad = corvid.ansatz.loss_and_gradient(
-            energies=self.energy_dict.all_energies(), angles=paras, loss=settings[0],
+            energies=self.energy_dict.energies(), angles=paras, loss=settings[0],
             alpha=settings[1], temperature=settings[2], **description)
         self.iter += 1
         self.circuit_iter += 1
@@ -427,7 +428,7 @@ class QAOA:
         if description is None:
             return np.array([float(self._loss_with(row, settings)) for row in matrix])
         values = corvid.ansatz.losses(
-            energies=self.energy_dict.all_energies(), angles=matrix, loss=settings[0],
+            energies=self.energy_dict.energies(), angles=matrix, loss=settings[0],
             alpha=settings[1], temperature=settings[2], **description)
         self.iter += len(matrix)
         self.circuit_iter += len(matrix)
