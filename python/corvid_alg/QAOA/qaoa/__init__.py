@@ -604,9 +604,11 @@ class QAOA:
                 self.optimizer_result = stopped_result(self.best, len(self.history), error)
                 raise
             p = self.layer
-            qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
+            # The loss first: its circuit's state and table are gone before the result's run,
+            # so the two never share memory.
             loss_result = self._loss_function(para_result)
             self._record(para_result, loss_result)
+            qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
         finally:
             self._in_run = False
         return by_descending_probability(qaoa_result), para_result, loss_result
