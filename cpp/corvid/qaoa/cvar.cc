@@ -30,22 +30,41 @@ struct Bucket {
   std::size_t count = 0;
 };
 
-/// The entries still in the running, in ascending index order: all of them or a list.
+/// The entries still in the running, in ascending index order: all of them or a list (of
+/// 32-bit indices below 2^32 entries: half the memory where most entries share a bucket).
 class Candidates {
  public:
-  explicit Candidates(std::size_t n) : size_(n) {}
+  explicit Candidates(std::size_t n) : size_(n), wide_(n > UINT32_MAX) {}
   std::size_t size() const { return size_; }
-  std::size_t operator[](std::size_t j) const { return all_ ? j : list_[j]; }
-  void replace(AlignedBuffer<std::size_t>&& list) {
-    size_ = list.size();
-    list_ = std::move(list);
-    all_ = false;
+  std::size_t operator[](std::size_t j) const {
+    return all_ ? j : wide_ ? list64_[j] : std::size_t{list32_[j]};
+  }
+  /// An empty list of `kept` entries (as wide as this one), to fill with set().
+  Candidates list(std::size_t kept) const {
+    Candidates c(kept);
+    c.wide_ = wide_;
+    c.all_ = false;
+    if (wide_) {
+      c.list64_ = AlignedBuffer<std::uint64_t>(kept, "CVaR candidates");
+    } else {
+      c.list32_ = AlignedBuffer<std::uint32_t>(kept, "CVaR candidates");
+    }
+    return c;
+  }
+  void set(std::size_t j, std::size_t i) {
+    if (wide_) {
+      list64_[j] = i;
+    } else {
+      list32_[j] = static_cast<std::uint32_t>(i);
+    }
   }
 
  private:
   std::size_t size_;
+  bool wide_;
   bool all_ = true;
-  AlignedBuffer<std::size_t> list_;
+  AlignedBuffer<std::uint32_t> list32_;
+  AlignedBuffer<std::uint64_t> list64_;
 };
 
 /// W and E read a weight and an energy by index (see Weights::visit, EnergyTable::visit).
@@ -130,16 +149,16 @@ class Selection {
     const std::size_t n = candidates_.size();
     std::vector<std::size_t> offset(chunks_ + 1, 0);
     for (int c = 0; c < chunks_; ++c) offset[c + 1] = offset[c] + hist_[c * buckets + b].count;
-    AlignedBuffer<std::size_t> list(kept, "CVaR candidates");
+    Candidates list = candidates_.list(kept);
 #pragma omp parallel for schedule(static, 1) num_threads(chunks_)
     for (int c = 0; c < chunks_; ++c) {
       std::size_t out = offset[c];
       for (std::size_t j = chunk_begin(n, chunks_, c); j < chunk_begin(n, chunks_, c + 1); ++j) {
         const std::size_t i = candidates_[j];
-        if (bucket_of(i, d) == b) list[out++] = i;
+        if (bucket_of(i, d) == b) list.set(out++, i);
       }
     }
-    candidates_.replace(std::move(list));
+    candidates_ = std::move(list);
   }
 
   /// Every remaining candidate has the threshold weight: take them in index order.
