@@ -7,10 +7,10 @@ PY            := $(VENV)/bin/python
 BUILD         ?= build/dev
 JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
-PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit pandas
+PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit pandas sphinx build
 
 .PHONY: all system venv build test test-cpp test-python demo bench bench-peers install wheel clean \
-        sanitize fuzz lint
+        sanitize fuzz lint docs
 
 all: build
 
@@ -41,6 +41,11 @@ test-python: build
 
 test: test-cpp test-python
 
+# The API reference (from the docstrings) and the tutorials, as HTML in build/docs. Warnings
+# are errors; -E rereads every docstring, since Sphinx does not see the extension change.
+docs: build
+	$(DEV_PATH) $(PY) -m sphinx -E -W --keep-going -q -b html docs build/docs
+
 demo: build
 	$(DEV_PATH) $(PY) -m corvid_alg.QAOA --maxcut examples/maxcut14.txt --layers 3 --interp --seed 7
 
@@ -57,16 +62,17 @@ bench-peers: build
 install: venv
 	$(PY) -m pip install --no-build-isolation .
 
-# A wheel in dist/, installed into a fresh virtual environment outside the tree and smoke-tested
-# there: the package, its version and the command line on a bundled example.
+# A wheel in dist/, installed into a fresh virtual environment and smoke-tested from a folder
+# that holds no Python (not the source tree, not a shared /tmp): the package, its version and
+# the command line on a bundled example.
 wheel: venv
 	rm -rf dist build/wheel-venv
-	$(PY) -m pip wheel -q --no-build-isolation --no-deps . -w dist
+	CMAKE_BUILD_PARALLEL_LEVEL=$(JOBS) $(PY) -m build --wheel --no-isolation --outdir dist .
 	$(PYTHON_SYSTEM) -m venv build/wheel-venv
 	build/wheel-venv/bin/pip install -q dist/corvid-*.whl
-	cd /tmp && $(CURDIR)/build/wheel-venv/bin/python -c \
+	cd build/wheel-venv && $(CURDIR)/build/wheel-venv/bin/python -c \
 	  "import corvid, corvid_alg.QAOA; print('corvid', corvid.__version__)"
-	cd /tmp && $(CURDIR)/build/wheel-venv/bin/corvid-qaoa --gset $(CURDIR)/examples/cube.gset \
+	cd build/wheel-venv && $(CURDIR)/build/wheel-venv/bin/corvid-qaoa --gset $(CURDIR)/examples/cube.gset \
 	  --layers 1 --seed 1 --quiet
 
 # Style: clang-format (.clang-format) over the C++ sources, reporting every file it would change;
@@ -75,7 +81,7 @@ CXX_SOURCES    = $(shell git ls-files 'cpp/*.cc' 'cpp/*.h' 'bindings/*.cc' 'bind
 
 lint: venv
 	clang-format --dry-run -Werror $(CXX_SOURCES)
-	$(VENV)/bin/ruff check python tests bench fuzz
+	$(VENV)/bin/ruff check python tests bench fuzz docs
 
 # The C++ core and its tests under AddressSanitizer and UndefinedBehaviorSanitizer (no Python).
 ASAN_BUILD    := build/asan

@@ -13,6 +13,7 @@ import os, sysconfig, sys
 sys.exit(0 if os.path.exists(os.path.join(sysconfig.get_paths()["include"], "Python.h")) else 1)
 PY
 [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
+[ -f /usr/include/gmock/gmock.h ] || need+=(libgmock-dev)
 [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
 command -v clang-format >/dev/null || need+=(clang-format)
 # make fuzz: clang and its libFuzzer runtime.

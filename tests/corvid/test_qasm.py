@@ -4,8 +4,10 @@ import numpy as np
 import pytest
 
 import corvid
+from reference import run_on_machine
 
 qiskit = pytest.importorskip("qiskit")
+from qiskit import qasm2  # noqa: E402
 from qiskit.quantum_info import Statevector  # noqa: E402
 
 
@@ -21,26 +23,23 @@ def every_kind_of_gate(n=4):
         << corvid.CZ(1, 2) << corvid.SWAP(0, 3) << corvid.I(1)
 
 
-def corvid_probabilities(prog, n=4):
-    qvm = corvid.CPUQVM()
-    qubits = qvm.qAlloc_many(n)
-    table = qvm.prob_run_dict(prog, qubits)
-    return np.array([table[format(k, f"0{n}b")] for k in range(1 << n)])
+def corvid_probabilities(prog):
+    return run_on_machine(prog, 4)[1].probabilities
 
 
 def test_exported_qasm_runs_in_qiskit_with_the_same_probabilities():
     prog = every_kind_of_gate()
     text = corvid.to_qasm(prog)
     assert "rzz(" in text and " id " not in text
-    circuit = qiskit.qasm2.loads(text)
+    circuit = qasm2.loads(text)
     expected = Statevector(circuit).probabilities()  # qubit 0 is the lowest bit there too
     assert np.allclose(corvid_probabilities(prog), expected, atol=1e-12, rtol=0)
 
 
 def test_qasm_written_by_qiskit_reads_back_the_same_circuit():
     prog = every_kind_of_gate()
-    circuit = qiskit.qasm2.loads(corvid.to_qasm(prog))
-    again = corvid.from_qasm(qiskit.qasm2.dumps(circuit))
+    circuit = qasm2.loads(corvid.to_qasm(prog))
+    again = corvid.from_qasm(qasm2.dumps(circuit))
     assert np.allclose(corvid_probabilities(again), corvid_probabilities(prog), atol=1e-12, rtol=0)
 
 

@@ -4,7 +4,7 @@ import sympy
 
 import corvid
 from corvid_alg.QAOA.qaoa import QAOA, pauli_z_operator_to_circuit
-from qaoa_reference import diagonal_of_terms, qaoa_state, random_polynomial
+from reference import diagonal_of_terms, qaoa_state, random_polynomial
 
 x0, x1, x2 = sympy.symbols("x0 x1 x2")
 

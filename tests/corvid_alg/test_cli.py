@@ -38,8 +38,19 @@ SOURCE_TREE_SCRIPT = [os.path.join(ROOT, "bin", "corvid-qaoa")]
 
 
 def run_process(*argv, launcher=MODULE, timeout=120):
-    return subprocess.run([*launcher, *argv], capture_output=True, text=True,
-                          env=os.environ.copy(), timeout=timeout)
+    return subprocess.run([*launcher, *argv], capture_output=True, text=True, timeout=timeout)
+
+
+def written(folder, name, content):
+    """The path of `content` written to folder/name: an array as .npy or .csv, else text or bytes."""
+    path = folder / name
+    if name.endswith(".csv") and isinstance(content, np.ndarray):
+        np.savetxt(path, content, delimiter=",")
+    elif isinstance(content, np.ndarray):
+        np.save(path, content)
+    else:
+        path.write_bytes(content if isinstance(content, bytes) else content.encode())
+    return path
 
 
 def solved(*argv):
@@ -52,88 +63,64 @@ def vector(bits):
     return np.array([int(b) for b in reversed(bits)])
 
 
-def assert_well_formed(doc, top):
+QUBO = np.diag([-1.0] * 4) + np.diag([2.0] * 3, 1)
+QUBO[0, 3] = 0.5
+MODEL = {"type": "ising", "variables": ["a", "b", "c", "unused"], "offset": 0.5,
+         "linear": {"a": 1.0}, "quadratic": [["a", "b", -1.0], ["b", "c", 2.0]],
+         "terms": [[["a", "b", "c"], 0.25]]}
+
+
+def minus_cut(*edges):
+    return lambda x: -sum(w for i, j, w in edges if x[i] != x[j])
+
+
+# (option, file written first or None, its content or the formula, variables, free variables,
+#  spins (bit 0 is spin +1), energy of the variables' values)
+INPUTS = [
+    ("-e", None, "2*x0*x1 + 3*x2 - 1", "x0 x1 x2", "", False, lambda x: 2 * x[0] * x[1] + 3 * x[2] - 1),
+    ("--qubo", "q.npy", QUBO, "x0 x1 x2 x3", "", False, lambda x: x @ QUBO @ x),
+    ("--qubo", "q.csv", QUBO, "x0 x1 x2 x3", "", False, lambda x: x @ QUBO @ x),
+    ("--model", "m.json", json.dumps(MODEL), "a b c", "unused", True,
+     lambda s: 0.5 + s[0] - s[0] * s[1] + 2 * s[1] * s[2] + 0.25 * s[0] * s[1] * s[2]),
+    ("--maxcut", "g.txt", "# weighted square with a diagonal\na b 2\nb c\nc d, 1.5\nd a\na c -1\n",
+     "a b c d", "", False, minus_cut((0, 1, 2), (1, 2, 1), (2, 3, 1.5), (3, 0, 1), (0, 2, -1))),
+    # '²'.isdigit(), but not a number: labels stay in file order
+    ("--maxcut", "g.txt", "² 1\n1 2\n", "² 1 2", "", False, minus_cut((0, 1, 1), (1, 2, 1))),
+    ("--gset", "g.gset", "5 3\n1 2 2\n2 3 1\n1 3 -1\n", "1 2 3", "4 5", False,
+     minus_cut((0, 1, 2), (1, 2, 1), (0, 2, -1))),
+]
+
+
+@pytest.mark.parametrize("option, name, content, variables, free, spins, energy", INPUTS,
+                         ids=[f"{row[0]} {row[1]}" for row in INPUTS])
+def test_each_input_kind_reports_its_energies_by_name(tmp_path, option, name, content, variables,
+                                                      free, spins, energy):
+    source = written(tmp_path, name, content) if name else content
+    variables, free = variables.split(), free.split()
+    doc = solved(option, str(source), "--top", str(2 ** len(variables)))
+    assert (doc["problem"]["variables"], doc["problem"]["free_variables"]) == (variables, free)
     solutions = doc["solutions"]
-    assert len(solutions) == top
+    assert len(solutions) == 2 ** len(variables)
     probabilities = [s["probability"] for s in solutions]
-    assert probabilities == sorted(probabilities, reverse=True)
-    assert 0 < sum(probabilities) <= 1 + 1e-9
-    layers = doc["settings"]["layers"]
-    assert len(doc["angles"]["gammas"]) == len(doc["angles"]["betas"]) == layers
+    assert probabilities == sorted(probabilities, reverse=True) and sum(probabilities) == pytest.approx(1)
+    for s in solutions:
+        values = 1 - 2 * vector(s["bits"]) if spins else vector(s["bits"])
+        assert s["energy"] == pytest.approx(energy(values))
+        assert s["assignment"] == {**dict(zip(variables, values)), **{f: int(spins) for f in free}}
+    # every state is listed: the best is the optimum
+    assert doc["best"]["energy"] == min(s["energy"] for s in solutions) == doc["optimum"]
+    assert doc["approximation_ratio"] == 1
+    assert len(doc["angles"]["gammas"]) == len(doc["angles"]["betas"]) == doc["settings"]["layers"]
     assert doc["evaluations"] == len(doc["loss_history"]) > 0
     assert doc["loss_history"][-1] == pytest.approx(doc["loss"])  # the final evaluation
-    assert doc["best"]["energy"] == min(s["energy"] for s in solutions)
 
 
 @pytest.mark.parametrize("launcher", [MODULE, SOURCE_TREE_SCRIPT], ids=["module", "bin-script"])
-def test_polynomial_in_a_subprocess(launcher):
-    result = run_process("-e", "2*x0*x1 + 3*x2 - 1", "--layers", "2", "--json", *FAST,
-                         launcher=launcher)
-    assert result.returncode == 0, result.stderr
-    doc = json.loads(result.stdout)
-    assert_well_formed(doc, top=5)
-    assert doc["problem"]["variables"] == ["x0", "x1", "x2"]
-    for s in doc["solutions"]:
-        x = vector(s["bits"])
-        assert s["energy"] == pytest.approx(2 * x[0] * x[1] + 3 * x[2] - 1)
-        assert s["assignment"] == {"x0": x[0], "x1": x[1], "x2": x[2]}
-
-
-def test_qubo_matrix_in_a_subprocess_npy_and_csv_agree(tmp_path):
-    Q, folder = np.diag([-1.0] * 4) + np.diag([2.0] * 3, 1), tmp_path
-    Q[0, 3] = 0.5
-    np.save(folder / "q.npy", Q)
-    np.savetxt(folder / "q.csv", Q, delimiter=",")
-    result = run_process("--qubo", str(folder / "q.npy"), "--top", "16", "--json", *FAST)
-    assert result.returncode == 0, result.stderr
-    doc = json.loads(result.stdout)
-    assert_well_formed(doc, top=16)
-    for s in doc["solutions"]:
-        assert s["energy"] == pytest.approx(vector(s["bits"]) @ Q @ vector(s["bits"]))
-    assert doc["best"]["energy"] == pytest.approx(-2.0)  # x = 0101 or 1010 by hand
-    from_csv = solved("--qubo", str(folder / "q.csv"), "--top", "16")
-    assert from_csv["solutions"] == doc["solutions"]
-
-
-def test_json_model_in_a_subprocess_keeps_names(tmp_path):
-    model = {"type": "ising", "variables": ["a", "b", "c", "unused"], "offset": 0.5,
-             "linear": {"a": 1.0}, "quadratic": [["a", "b", -1.0], ["b", "c", 2.0]],
-             "terms": [[["a", "b", "c"], 0.25]]}
-    path = tmp_path / "model.json"
-    path.write_text(json.dumps(model))
-    result = run_process("--model", str(path), "--top", "8", "--json", *FAST)
-    assert result.returncode == 0, result.stderr
-    doc = json.loads(result.stdout)
-    assert_well_formed(doc, top=8)
-    assert doc["problem"]["variables"] == ["a", "b", "c"]
-    assert doc["problem"]["free_variables"] == ["unused"]
-    for sol in doc["solutions"]:
-        s = 1 - 2 * vector(sol["bits"])  # bit 0 is spin +1
-        assert sol["assignment"] == {"a": s[0], "b": s[1], "c": s[2], "unused": 1}
-        expected = 0.5 + s[0] - s[0] * s[1] + 2 * s[1] * s[2] + 0.25 * s[0] * s[1] * s[2]
-        assert sol["energy"] == pytest.approx(expected)
-
-
-def test_maxcut_edge_list_in_a_subprocess_text_report():
-    result = run_process("--maxcut", MAXCUT14, *FAST)
+def test_a_text_report_in_a_subprocess(launcher):
+    result = run_process("--maxcut", MAXCUT14, *FAST, launcher=launcher)
     assert result.returncode == 0, result.stderr
     assert "14 qubits" in result.stdout and "cut weight" in result.stdout
-    assert "side 0:" in result.stdout and "Traceback" not in result.stderr
-
-
-def test_maxcut_energies_are_minus_cuts(tmp_path):
-    path = tmp_path / "g.txt"
-    path.write_text("# weighted square with a diagonal\na b 2\nb c\nc d, 1.5\nd a\na c -1\n")
-    edges = [(0, 1, 2), (1, 2, 1), (2, 3, 1.5), (3, 0, 1), (0, 2, -1)]
-    doc = solved("--maxcut", str(path), "--top", "16")
-    assert doc["problem"]["variables"] == ["a", "b", "c", "d"]
-    for s in doc["solutions"]:
-        x = vector(s["bits"])
-        assert s["energy"] == pytest.approx(-sum(w for i, j, w in edges if x[i] != x[j]))
-        assert s["assignment"] == dict(zip("abcd", x))
-    assert doc["best"]["energy"] >= -5.5  # the maximum cut, by enumeration of 16 cuts
-    path.write_text("² 1\n1 2\n")  # '²'.isdigit(), but not a number: labels in file order
-    assert solved("--maxcut", str(path))["problem"]["variables"] == ["²", "1", "2"]
+    assert "side 0:" in result.stdout and result.stderr == ""
 
 
 @pytest.mark.parametrize("extra", [
@@ -169,35 +156,6 @@ def test_bounds_are_respected():
     assert -eps <= b1 <= 0.5 + eps and 0.5 - eps <= b2 <= 0.6 + eps
 
 
-def test_plot_writes_a_png_after_the_report(tmp_path, monkeypatch):
-    path = tmp_path / "run.png"
-    status, _, err = run_cli("-e", "x0 - x1", "--plot", str(path), *FAST)
-    assert status == 0, err
-    data = path.read_bytes()
-    assert data[:8] == b"\x89PNG\r\n\x1a\n" and len(data) > 1000
-
-    def fail(document, path):
-        raise InputError(f"cannot write {path}: disk full")
-    monkeypatch.setattr(plot, "write_png", fail)
-    status, out, err = run_cli("-e", "x0 - x1", "--plot", "run.png", *FAST)
-    assert status == 1 and "best listed solution" in out
-    assert err == "corvid-qaoa: error: cannot write run.png: disk full\n"
-
-
-def test_gset_energies_are_minus_cuts_with_1_based_nodes(tmp_path):
-    path = tmp_path / "g.gset"
-    path.write_text("5 3\n1 2 2\n2 3 1\n1 3 -1\n")  # node 4 and 5: in no edge
-    doc = solved("--gset", str(path), "--top", "8")
-    assert doc["problem"]["variables"] == ["1", "2", "3"]
-    assert doc["problem"]["free_variables"] == ["4", "5"]
-    for s in doc["solutions"]:
-        x = vector(s["bits"])
-        cut = sum(w for i, j, w in [(0, 1, 2), (1, 2, 1), (0, 2, -1)] if x[i] != x[j])
-        assert s["energy"] == pytest.approx(-cut)
-    assert doc["optimum"] == -3  # cut {2} from {1, 3}
-    assert doc["approximation_ratio"] == pytest.approx(-doc["best"]["energy"] / 3)  # no cut is below 0
-
-
 def cube_qaoa():
     with open(CUBE) as f:
         edges = [tuple(int(v) - 1 for v in line.split()[:2]) for line in f.readlines()[1:]]
@@ -217,19 +175,27 @@ def test_init_starts_from_the_schedule(init, layers, expected):
     assert doc["loss_history"][0] == pytest.approx(start, rel=1e-9)
 
 
-def test_qasm_and_landscape_are_written_after_the_report(tmp_path):
-    qasm, image = tmp_path / "c.qasm", tmp_path / "l.png"
+def test_plot_qasm_and_landscape_are_written_after_the_report(tmp_path, monkeypatch):
+    qasm, image, plotted = tmp_path / "c.qasm", tmp_path / "l.png", tmp_path / "run.png"
     status, out, err = run_cli("--gset", CUBE, "--qasm", str(qasm), "--landscape", str(image),
-                               "--json", *FAST)
+                               "--plot", str(plotted), "--json", *FAST)
     assert status == 0, err
     doc = json.loads(out)
     assert 0 < doc["approximation_ratio"] <= 1 and doc["optimum"] == -12  # bipartite: every edge cut
     found = doc["angles"]["gammas"] + doc["angles"]["betas"]
     assert qasm.read_text() == to_qasm(cube_qaoa(), found)
     from matplotlib.image import imread
-    pixels = imread(image)
-    assert pixels.shape[:2] == (400, 600)
-    assert len(np.unique(pixels.reshape(-1, pixels.shape[-1]), axis=0)) > 10
+    for path, size in [(image, (400, 600)), (plotted, None)]:
+        pixels = imread(path)
+        assert size is None or pixels.shape[:2] == size
+        assert len(np.unique(pixels.reshape(-1, pixels.shape[-1]), axis=0)) > 10
+
+    def fail(document, path):
+        raise InputError(f"cannot write {path}: disk full")
+    monkeypatch.setattr(plot, "write_png", fail)
+    status, out, err = run_cli("-e", "x0 - x1", "--plot", "run.png", *FAST)
+    assert status == 1 and "best listed solution" in out
+    assert err == "corvid-qaoa: error: cannot write run.png: disk full\n"
 
 
 class FakeTerminal(io.StringIO):
@@ -256,41 +222,33 @@ def test_progress_draws_only_on_a_terminal():
 
 @pytest.mark.parametrize("argv, status, fragment", [
     ([], 2, "one of the arguments"),
-    (["-e", "x0", "--layers", "0"], 2, "positive integer"),
-    (["-e", "x0", "--shots", "-3"], 2, "--shots"),
-    (["-e", "x0", "--alpha", "0.5"], 2, "--loss cvar"),
-    (["-e", "x0", "--loss", "cvar", "--alpha", "1.5"], 2, "[0, 1]"),
-    (["-e", "x0", "--loss", "gibbs", "--temperature", "0"], 2, "(0, 1]"),
-    (["-e", "x0", "--optimizer", "newton"], 2, "SPSA or a scipy"),
-    (["-e", "x0", "--optimizer", "SPSA", "--option", "bogus=1"], 2, "bogus"),
-    (["-e", "x0", "--option", "bounds=1"], 2, "--gamma-bounds"),
-    (["-e", "x0", "--interp"], 2, "at least 2"),
-    (["-e", "x0", "--layers", "2", "--interp", "--initial-angles", "1,2,3,4"], 2, "fewer layers"),
-    (["-e", "x0", "--layers", "3", "--gamma-bounds", "0,1", "--gamma-bounds", "0,1"], 2, "once per layer"),
-    (["-e", "x0", "--gamma-bounds", "2,1"], 2, "LOW must not exceed"),
-    (["-e", "x0", "--plot", "out.svg"], 2, "PNG"),
-    (["-e", "x0", "--plot", "/no/such/dir/run.png"], 2, "the folder /no/such/dir does not exist"),
+    ("--layers 0", 2, "positive integer"), ("--shots -3", 2, "--shots"),
+    ("--alpha 0.5", 2, "--loss cvar"), ("--loss cvar --alpha 1.5", 2, "[0, 1]"),
+    ("--loss gibbs --temperature 0", 2, "(0, 1]"), ("--optimizer newton", 2, "SPSA or a scipy"),
+    ("--optimizer SPSA --option bogus=1", 2, "bogus"), ("--option bounds=1", 2, "--gamma-bounds"),
+    ("--interp", 2, "at least 2"), ("--layers 2 --interp --initial-angles 1,2,3,4", 2, "fewer layers"),
+    ("--layers 3 --gamma-bounds 0,1 --gamma-bounds 0,1", 2, "once per layer"),
+    ("--gamma-bounds 2,1", 2, "LOW must not exceed"), ("--plot out.svg", 2, "PNG"),
+    ("--plot /no/such/dir/run.png", 2, "the folder /no/such/dir does not exist"),
     (["-e", "x0", "--top", "1" + "0" * 21], 2, "--top: must be at most 1000000"),
     (["-e", "x0", "--layers", "1" + "0" * 60], 2, "at most 50 digits"),
-    (["-e", "x0", "--seed", "-5"], 2, "--seed: must be an integer in [0, 2^128)"),
-    (["-e", "x0", "--threads", "1000000"], 2, "--threads: number of threads must be"),
+    ("--seed -5", 2, "--seed: must be an integer in [0, 2^128)"),
+    ("--threads 1000000", 2, "--threads: number of threads must be"),
     (["-e", "x0", "--shots", "1" + "0" * 20, "--seed", "1"], 2, "--shots: must be at most 10^15"),
-    (["-e", "x0", "--option", "options=5"], 2, "options= must be a JSON object"),
-    (["-e", "x0", "--option", "callback=print"], 2, "needs a Python function"),
-    (["-e", "x0", "--init", "zero"], 2, "invalid choice: 'zero'"),
-    (["-e", "x0", "--init", "tqa", "--initial-angles", "1,2"], 2, "use one"),
-    (["-e", "x0", "--init", "fixed"], 2, "--init fixed needs an unweighted regular graph"),
+    ("--option options=5", 2, "options= must be a JSON object"),
+    ("--option callback=print", 2, "needs a Python function"), ("--init zero", 2, "invalid choice: 'zero'"),
+    ("--init tqa --initial-angles 1,2", 2, "use one"),
+    ("--init fixed", 2, "--init fixed needs an unweighted regular graph"),
     (["--init", "fixed", "--maxcut", ("g.txt", "0 1 2\n1 2\n2 0\n")], 2, "every edge of weight 1"),
     (["--init", "fixed", "--maxcut", ("g.txt", "0 1\n1 2\n")], 2,
      "needs a regular graph; node degrees here range from 1 to 2"),
     (["--gset", CUBE, "--init", "fixed", "--layers", "12"], 2, "no fixed angles for degree 3 at p = 12"),
-    (["-e", "x0", "--landscape", "l.svg"], 2, "--landscape writes a PNG file"),
-    (["-e", "x0", "--qasm", "/no/such/dir/c.qasm"], 2, "--qasm /no/such/dir/c.qasm: the folder"),
-    (["-e", "x0", "--qasm", "/"], 2, "is a directory"),
-    (["-e", "x0", "--plot", "a.png", "--landscape", "./a.png"], 2, "must name different files"),
-    (["-e", "x0", "--checkpoint", "/no/such/dir/c.json"], 2, "--checkpoint /no/such/dir/c.json: the"),
-    (["-e", "x0", "--resume", "c.json", "--init", "tqa"], 2, "--resume gives the starting angles"),
-    (["-e", "x0", "--resume", "/no/such/c.json"], 1, "--resume /no/such/c.json: cannot read it"),
+    ("--landscape l.svg", 2, "--landscape writes a PNG file"),
+    ("--qasm /no/such/dir/c.qasm", 2, "--qasm /no/such/dir/c.qasm: the folder"),
+    ("--qasm /", 2, "is a directory"), ("--plot a.png --landscape ./a.png", 2, "must name different files"),
+    ("--checkpoint /no/such/dir/c.json", 2, "--checkpoint /no/such/dir/c.json: the"),
+    ("--resume c.json --init tqa", 2, "--resume gives the starting angles"),
+    ("--resume /no/such/c.json", 1, "--resume /no/such/c.json: cannot read it"),
     (["-e", "x0", "--resume", ("c.json", "{")], 1, "cannot read it"),
     (["-e", "x0", "--resume", ("c.json", '{"angles": [1, 2]}')], 1, "not a corvid-qaoa checkpoint"),
     (["-e", "x0", "--resume", ("c.json", '{"format": "corvid-qaoa checkpoint", "layers": 1, '
@@ -298,9 +256,7 @@ def test_progress_draws_only_on_a_terminal():
     (["-e", "1000*x0 - 1000*x1", "--loss", "gibbs", "--json"], 1,
      "the Gibbs loss is not finite at evaluation 1; the energies reach about 2e+03: "
      "try --norm, a constant shift that brings the energies near 0 or a higher --temperature"),
-    (["-e", "sqrt(x0)"], 1, "column 5: '(' after 'sqrt': function calls are not"),
     (["-e", "x0 +* 1"], 1, "column 5: expected a number"),
-    (["-e", "x0 + 9**9**9"], 1, "column 7: 9^387420489 is too large"),
     (["-e", "3"], 1, "no variables"),
     (["-e", "x0*(x1+1) - x0*x1 - x0"], 1, "no variables"),
     (["-e", "1e308*x0 + 1e308*x1"], 1, "are infinite or overflow a float"),
@@ -309,8 +265,7 @@ def test_progress_draws_only_on_a_terminal():
 ] + [([{"g": "--maxcut", "q": "--qubo", "m": "--model", "s": "--gset"}[name[0]], (name, content)],
       1, fragment)
      for name, content, fragment in [  # files (name, content) written first
-    ("g.txt", "0 1\n1 1\n", "line 2: self-loop"),
-    ("g.txt", "0 1 x\n", "line 1: weight 'x'"),
+    ("g.txt", "0 1\n1 1\n", "line 2: self-loop"), ("g.txt", "0 1 x\n", "line 1: weight 'x'"),
     ("g.txt", "0 1 2 3\n", "line 1: expected"),
     ("s.gset", "4 2\n1 2 1\n2 3 1\n3 4 1\n", "line 4: an edge beyond the 2"),
     ("s.gset", "4 3\n1 2 1\n2 3 1\n", "the header announces 3 edges, the file has 2"),
@@ -318,12 +273,9 @@ def test_progress_draws_only_on_a_terminal():
     ("s.gset", "3 1\n0 2 1\n", "line 2: node '0' is not in 1 .. 3"),
     ("s.gset", "3\n1 2 1\n", "line 1: expected the header 'n m'"),
     ("s.gset", "# only a comment\n", "empty; expected a header"),
-    ("s.gset", "3 1\n1 2 w\n", "line 2: weight 'w'"),
-    ("g.txt", "# nothing\n", "no edges"),
-    ("g.txt", b"\xff\xfe\x00", "not a UTF-8 text file"),
-    ("q.csv", "1,2\n3\n", "q.csv"),
-    ("q.csv", "1,2,3\n4,5,6\n", "square"),
-    ("q.npy", "not numpy", "q.npy"),
+    ("s.gset", "3 1\n1 2 w\n", "line 2: weight 'w'"), ("g.txt", "# nothing\n", "no edges"),
+    ("g.txt", b"\xff\xfe\x00", "not a UTF-8 text file"), ("q.csv", "1,2\n3\n", "q.csv"),
+    ("q.csv", "1,2,3\n4,5,6\n", "square"), ("q.npy", "not numpy", "q.npy"),
     ("m.json", "{", "not valid JSON"),
     ("m.json", '{"linear": {"a": 1' + "0" * 400 + "}}",
      "weight 1000000000000000000000000000000000000... overflows"),
@@ -339,14 +291,8 @@ def test_progress_draws_only_on_a_terminal():
     ("m.json", '{"linear": {"a": 1, "b": 0}, "quadratic": [["a", "a", -1]]}', "nothing to optimise"),
 ]])
 def test_bad_input_ends_in_one_line(tmp_path, argv, status, fragment):
-    argv = list(argv)
-    if argv and isinstance(argv[-1], tuple):  # a file to write first
-        name, content = argv[-1]
-        argv[-1] = path = tmp_path / name
-        if isinstance(content, np.ndarray):
-            np.save(path, content)
-        else:
-            path.write_bytes(content if isinstance(content, bytes) else content.encode())
+    argv = ["-e", "x0", *argv.split()] if isinstance(argv, str) else argv  # a string: options of "-e x0"
+    argv = [written(tmp_path, *a) if isinstance(a, tuple) else a for a in argv]  # files first
     code, out, err = run_cli(*map(str, argv))
     assert (code, out) == (status, "")
     assert err.count("\n") == 1 and err.startswith("corvid-qaoa: error: ")

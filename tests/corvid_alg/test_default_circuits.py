@@ -13,27 +13,11 @@ from corvid_alg.QAOA.default_circuits import (
     xy_complete_mixer,
     xy_ring_mixer,
 )
-
-PAULI = {"X": np.array([[0, 1], [1, 0]], dtype=complex), "Y": np.array([[0, -1j], [1j, 0]], dtype=complex)}
-
-
-def operator_on(n, factors):
-    """Dense matrix of a Pauli product {qubit: letter}; bit q of the index is qubit q."""
-    matrix = np.eye(1, dtype=complex)
-    for q in reversed(range(n)):
-        matrix = np.kron(matrix, PAULI[factors[q]] if q in factors else np.eye(2))
-    return matrix
+from reference import pauli_matrix, run_on_machine
 
 
 def final_state(n, *circuits):
-    machine = corvid.CPUQVM()
-    machine.init_qvm()
-    qubits = machine.qAlloc_many(n)
-    program = corvid.QProg()
-    for build in circuits:
-        program << build(qubits)
-    machine.prob_run_dict(program, qubits, -1)
-    return machine.state_vector()
+    return run_on_machine(lambda q: [build(q) for build in circuits], n)[0].state_vector()
 
 
 def one_hot(qubits):
@@ -55,7 +39,7 @@ def test_xy_mixers_match_their_pair_exponentials(n, mixer, pairs):
     state = final_state(n, one_hot, lambda q: mixer(q, angle))
     expected = basis(n, 0b10)
     for i, j in pairs(n):
-        h = (operator_on(n, {i: "X", j: "X"}) + operator_on(n, {i: "Y", j: "Y"})) / 2
+        h = pauli_matrix([(f"X{i} X{j}", 0.5), (f"Y{i} Y{j}", 0.5)], n)
         expected = expm(-1j * angle / 2 * h) @ expected
     np.testing.assert_allclose(state, expected, atol=1e-12)
 
@@ -64,7 +48,7 @@ def test_x_mixer_and_uniform_superposition():
     n, angle = 3, 0.4
     state = final_state(n, uniform_superposition, lambda q: x_mixer(q, angle))
     np.testing.assert_allclose(np.abs(state) ** 2, np.full(8, 1 / 8), atol=1e-12)  # RX on |+>: a phase
-    mixer = expm(-1j * angle / 2 * sum(operator_on(n, {q: "X"}) for q in range(n)))
+    mixer = expm(-1j * angle / 2 * pauli_matrix([(f"X{q}", 1) for q in range(n)], n))
     np.testing.assert_allclose(final_state(n, one_hot, lambda q: x_mixer(q, angle)), mixer @ basis(n, 0b10),
                                atol=1e-12)
 

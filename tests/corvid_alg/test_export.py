@@ -10,6 +10,7 @@ from corvid_alg.QAOA.export import qaoa_circuit, to_qasm, to_qiskit
 from corvid_alg.QAOA.qaoa import QAOA
 
 qiskit = pytest.importorskip("qiskit")
+from qiskit import qasm2  # noqa: E402
 from qiskit.quantum_info import Statevector  # noqa: E402
 
 x = sympy.symbols("x0:4")
@@ -27,7 +28,7 @@ def test_exports_give_corvids_probabilities(options):
               for p in parametrized.parameters}
     circuits = [parametrized.assign_parameters(values),
                 to_qiskit(qaoa, angles=ANGLES, parametrized=False),
-                qiskit.qasm2.loads(to_qasm(qaoa, ANGLES))]
+                qasm2.loads(to_qasm(qaoa, ANGLES))]
     for circuit in circuits:
         assert np.allclose(Statevector(circuit).probabilities(), expected, atol=1e-12, rtol=0)
 

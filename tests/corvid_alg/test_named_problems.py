@@ -13,7 +13,7 @@ from corvid_alg.QAOA.problems import (
     qubo_problem,
 )
 from corvid_alg.QAOA.qaoa import QAOA
-from qaoa_reference import diagonal_of_terms
+from reference import diagonal_of_terms
 
 nx = pytest.importorskip("networkx")
 

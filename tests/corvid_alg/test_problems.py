@@ -12,12 +12,7 @@ from corvid_alg.QAOA.problems import (
     polynomial_to_operator,
     qubo_to_operator,
 )
-from qaoa_reference import diagonal_of_terms
-
-
-def bits(n):
-    """Row k: the bits of basis index k, column i = bit i."""
-    return (np.arange(1 << n)[:, None] >> np.arange(n)) & 1
+from reference import bits, diagonal_of_terms
 
 
 def assert_energies(op, expected):

@@ -16,7 +16,7 @@ from corvid_alg.QAOA import QAOAResult, solve
 from corvid_alg.QAOA.angles import interp
 from corvid_alg.QAOA.problems import ising_problem, maxcut_operator, maxcut_problem
 from corvid_alg.QAOA.qaoa import QAOA
-from interrupt_harness import interrupt_after
+from corvid_alg.QAOA.qaoa.distribution import SortedDistribution
 
 GRAPH = nx.Graph()
 GRAPH.add_weighted_edges_from([("ann", "bob", 1.0), ("bob", "cy", 2.0), ("cy", "dee", 1.0),
@@ -73,6 +73,11 @@ def test_solve_maxcut_against_brute_force(form):
     assert result.expected_ratio == pytest.approx(
         sum(q * cuts[bits] for bits, q in probabilities.items()) / MAX_CUT)
     assert result.expected_energy == pytest.approx(result.loss)
+    levels = {}
+    for bits, q in probabilities.items():
+        levels[-cuts[bits]] = levels.get(-cuts[bits], 0.0) + q
+    assert [e for e, _ in result.energy_levels] == sorted(levels)
+    assert [q for _, q in result.energy_levels] == pytest.approx([levels[e] for e in sorted(levels)])
     top = result.solutions
     assert len(top) == 4 and [s.probability for s in top] == sorted(
         (s.probability for s in top), reverse=True)
@@ -80,6 +85,18 @@ def test_solve_maxcut_against_brute_force(form):
     assert result.loss_history[-1] == result.loss and result.best_loss == min(result.loss_history)
     assert result.evaluations == len(result.loss_history) and result.success is True
     assert result.layers == 2 and len(result.angles) == 4 and result.depths[0]["layers"] == 2
+
+
+def test_sampled_result_reads_optimum_and_levels_off_its_draws():
+    np.random.seed(4)
+    result = solve(maxcut_problem(GRAPH), layers=1, shots=500, top_k=32, optimizer="COBYLA",
+                   optimizer_option={"options": {"maxiter": 20}})
+    drawn = {}
+    for s in result.solutions:  # every state drawn, each with its own energy
+        assert s.energy == -cut(result.assignment_of(s.bits))
+        drawn[s.energy] = drawn.get(s.energy, 0.0) + s.probability
+    assert dict(result.energy_levels) == pytest.approx(drawn)
+    assert result.optimum_probability == pytest.approx(drawn.get(-MAX_CUT, 0.0))
 
 
 def test_depth_study_warm_starts_each_depth_from_the_previous():
@@ -114,17 +131,12 @@ def test_solve_refuses(problem, layers, options, error):
         solve(problem, layers, **options)
 
 
-def small_results():
-    """A spin problem with tuple names (JSON must keep them) and a depth study."""
-    np.random.seed(7)
-    spins = ising_problem({("a", 1): 0.5, ("b", 2): -1.0}, {(("a", 1), ("b", 2)): 1.0,
-                                                               (("b", 2), 3): 0.25})
-    return [solve(spins, layers=1, top_k=3), solve(maxcut_problem(GRAPH), layers=[1, 2])]
-
-
 @pytest.fixture(scope="module")
 def results():
-    return small_results()
+    """A spin problem with tuple names (JSON must keep them) and a depth study."""
+    np.random.seed(7)
+    spins = ising_problem({("a", 1): 0.5, ("b", 2): -1.0}, {(("a", 1), ("b", 2)): 1.0, (("b", 2), 3): 0.25})
+    return [solve(spins, layers=1, top_k=3), solve(maxcut_problem(GRAPH), layers=[1, 2])]
 
 
 def test_round_trips_are_exact(results, tmp_path):
@@ -180,13 +192,15 @@ def test_result_keeps_only_the_top_solutions():
 
 @pytest.mark.parametrize("options", [
     {}, {"optimizer": "COBYLA"}, {"optimizer": "SPSA", "optimizer_option": {"maxiter": 5}},
-    {"optimizer_option": {"jac": True}},
-    {"optimize_type": "interp", "initial_para": [0.3, 0.2]},
+    {"optimizer_option": {"jac": True}}, {"optimize_type": "interp", "initial_para": [0.3, 0.2]},
+    {"loss_type": "CVaR", "alpha": 0.2}, {"loss_type": "Gibbs", "temperature": 0.5},
 ])
-def test_run_leaves_history_best_and_optimizer_result(options, capsys):
+def test_run_leaves_distribution_settings_history_best_and_optimizer_result(options, capsys):
     solver = QAOA(FORMS["operator"][0]())
     np.random.seed(11)
-    _, angles, loss = solver.run(layer=2, **options)
+    result, angles, loss = solver.run(layer=2, **options)
+    assert (solver.alpha, solver.temperature, solver.shots, solver.layer) == (
+        options.get("alpha", 1), options.get("temperature", 1), -1, 2)
     history = solver.history
     assert len(history) == solver.iter
     assert np.array_equal(history[-1].angles, angles) and history[-1].loss == loss
@@ -195,23 +209,9 @@ def test_run_leaves_history_best_and_optimizer_result(options, capsys):
     assert np.array_equal(solver.optimizer_result.x, angles) and solver.optimizer_result.success
     if options.get("optimizer") == "SPSA":
         assert solver.optimizer_result.nfev == len(history) - 1
+    assert isinstance(result, SortedDistribution) and len(result) == 32
+    assert list(result.values()) == sorted(result.values(), reverse=True)
+    assert dict(result) == pytest.approx(dict(solver.run_qaoa_circuit(angles[:2], angles[2:])))
+    assert loss == pytest.approx(solver._loss_function(angles))
     solver.run(layer=1)
     assert all(len(e.angles) == 2 for e in solver.history)  # a new run starts a new history
-
-
-def test_ctrl_c_during_run_leaves_history_filled():
-    _, line = interrupt_after("""
-        from corvid_alg.QAOA.problems import maxcut_operator
-        from corvid_alg.QAOA.qaoa import QAOA
-        solver = QAOA(maxcut_operator([(i, (i + 1) % 10) for i in range(10)]))
-        print("ready")
-        try:
-            solver.run(layer=3, optimizer="SPSA", optimizer_option={"maxiter": 10**9})
-            print("finished")
-        except KeyboardInterrupt:
-            h, best, result = solver.history, solver.best, solver.optimizer_result
-            print("interrupted", len(h) > 10, solver.iter - len(h) in (0, 1),
-                  best.loss == min(e.loss for e in h), result.success, result.message,
-                  list(result.x) == list(best.angles))
-    """)
-    assert line == "interrupted True True True False stopped by KeyboardInterrupt True"

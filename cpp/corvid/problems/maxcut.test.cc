@@ -17,17 +17,6 @@ double cut(const std::vector<WeightedPair>& edges, std::uint64_t x) {
   return total;
 }
 
-TEST(MaxCut, TriangleByHand) {
-  const std::vector<WeightedPair> triangle = {{0, 1, 1}, {1, 2, 1}, {0, 2, 1}};
-  EXPECT_EQ(maxcut_operator(triangle),
-            PauliOperator({{"", -1.5}, {"Z0 Z1", 0.5}, {"Z0 Z2", 0.5}, {"Z1 Z2", 0.5}}));
-  // No state cuts all three edges of a triangle; the best cut is 2.
-  double best = 0;
-  for (std::uint64_t x = 0; x < 8; ++x)
-    best = std::min(best, diagonal_entry(maxcut_operator(triangle), x));
-  EXPECT_DOUBLE_EQ(best, -2);
-}
-
 TEST(MaxCut, EnergyIsMinusCutWeightForRandomGraphs) {
   std::mt19937 gen(7);
   std::uniform_int_distribution<std::uint32_t> node(0, 6);

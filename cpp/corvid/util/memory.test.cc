@@ -1,6 +1,6 @@
 #include "corvid/util/memory.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdint>
 
@@ -11,12 +11,8 @@ namespace corvid {
 
 TEST(Memory, RefusesBeforeAllocating) {
   EXPECT_THROW(require_memory(SIZE_MAX / 2, "state vector"), OutOfMemory);
-  try {
-    AlignedBuffer<double> huge(SIZE_MAX / 4, "state vector of 62 qubits");
-    FAIL() << "allocation should have been refused";
-  } catch (const OutOfMemory& e) {
-    EXPECT_NE(std::string(e.what()).find("state vector of 62 qubits needs"), std::string::npos);
-  }
+  EXPECT_THAT([] { AlignedBuffer<double>(SIZE_MAX / 4, "state vector of 62 qubits"); },
+              ::testing::ThrowsMessage<OutOfMemory>(::testing::HasSubstr("of 62 qubits needs")));
 }
 
 TEST(Memory, AlignedBufferIsAlignedAndMovable) {

@@ -97,6 +97,7 @@ def fixed_angles(degree, p):
     written as minus the cut, such as ``problems.maxcut_operator(edges)`` (unit weights).
 
     Sources:
+
     - degree 3, p = 1 .. 11: J. Wurtz and D. Lykov, "The fixed angle conjecture for QAOA on
       regular MaxCut graphs", Phys. Rev. A 104, 052419 (2021), arXiv:2107.00677; values from
       the authors' data file angles_regular_graphs.json (github.com/danlkv/fixed-angle-QAOA).

@@ -15,9 +15,17 @@ import numpy as np
 __all__ = ["energy_histogram", "loss_history", "landscape", "depth_curve"]
 
 
-def energy_histogram(energies, probabilities, *, optimum=None, ax=None):
+def energy_histogram(energies, probabilities=None, *, optimum=None, ax=None):
     """The probability mass on each energy level, the optimum (default: the lowest energy in
-    `energies`) marked. `energies` and `probabilities` are per basis state (or per solution)."""
+    `energies`) marked. `energies` and `probabilities` are per basis state (or per solution);
+    or `energies` is a ``QAOAResult`` alone, whose ``energy_levels`` and optimum are drawn."""
+    if probabilities is None:
+        levels = getattr(energies, "energy_levels", None)
+        if levels is None:
+            raise ValueError("give energies and probabilities, or a QAOAResult that holds its "
+                             "energy levels (30 qubits or fewer)")
+        optimum = energies.optimum_energy if optimum is None else optimum
+        energies, probabilities = zip(*levels)
     energies = np.asarray(energies, dtype=float)
     probabilities = np.asarray(probabilities, dtype=float)
     if energies.shape != probabilities.shape or energies.ndim != 1 or not len(energies):

@@ -54,6 +54,11 @@ class QAOAResult:
         ("total").
     depths: one summary per depth run (a depth study has several; the fields above are the
         deepest run's).
+    energy_levels: the final distribution over energies, [energy, probability] pairs in
+        ascending energy, from 256 bins of equal width between the optimum and the worst
+        energy, each shown at the mean energy of its probability: one level per pair where the
+        levels are whole numbers spanning at most 255 (MaxCut with unit weights on up to 255
+        edges). None above 30 qubits. ``plot.energy_histogram(result)`` draws it.
     """
 
     bits: str
@@ -83,12 +88,13 @@ class QAOAResult:
     settings: dict
     timings: dict
     depths: list
+    energy_levels: list | None = None
 
     # --- reading it ---------------------------------------------------------------------------
 
     @property
     def assignment(self):
-        """The best solution as {variable name: value}."""
+        """The best solution as a dict from variable name to value."""
         return self.assignment_of(self.bits)
 
     def assignment_of(self, bits):
@@ -97,10 +103,12 @@ class QAOAResult:
 
     @property
     def gammas(self):
+        """The p final gammas."""
         return self.angles[:self.layers]
 
     @property
     def betas(self):
+        """The p final betas."""
         return self.angles[self.layers:]
 
     # --- conversions --------------------------------------------------------------------------
@@ -119,16 +127,18 @@ class QAOAResult:
 
     @classmethod
     def from_dict(cls, data):
+        """The result that ``to_dict`` made `data` from; ValueError for anything else."""
         if not isinstance(data, dict) or data.get("format") != _FORMAT:
             raise ValueError(f"not a QAOAResult document (its 'format' must be {_FORMAT!r})")
         if data.get("version") != _VERSION:
             raise ValueError(f"QAOAResult document version {data.get('version')!r} is not "
                              f"supported (this library reads version {_VERSION})")
-        names = [field.name for field in dataclasses.fields(cls)]
-        missing = [name for name in names if name not in data]
+        fields = dataclasses.fields(cls)
+        missing = [f.name for f in fields
+                   if f.name not in data and f.default is dataclasses.MISSING]
         if missing:
             raise ValueError("QAOAResult document lacks " + ", ".join(missing))
-        values = {name: data[name] for name in names}
+        values = {f.name: data[f.name] for f in fields if f.name in data}
         values["solutions"] = [Solution(**s) for s in data["solutions"]]
         values["depths"] = [dict(row) for row in data["depths"]]
         return cls(**values)
@@ -144,6 +154,7 @@ class QAOAResult:
 
     @classmethod
     def from_json(cls, text):
+        """The result that ``to_json`` wrote as `text`."""
         data = json.loads(text)
         if isinstance(data, dict):
             for key in ("variables", "free"):
@@ -159,6 +170,7 @@ class QAOAResult:
 
     @classmethod
     def load(cls, path):
+        """The result that ``save`` wrote to `path`."""
         with open(path, encoding="utf-8") as file:
             return cls.from_json(file.read())
 

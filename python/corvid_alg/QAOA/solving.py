@@ -5,22 +5,24 @@ import numbers
 import time
 from itertools import islice
 
+import numpy as np
 import sympy
 
 import corvid
 
 from . import angles as _angles
 from .problems import NamedProblem
-from .qaoa import QAOA
+from .qaoa import QAOA, distributed
 from .qaoa.encoding import binary_variables, non_diagonal_parts
 from .result import QAOAResult, Solution
 
 __all__ = ["solve"]
 
-# The energy table of 2^30 doubles (8 GiB) is the most the optimum is read from.
-_MAX_TABLE_QUBITS = 30
 # Energies this close to the optimum (relative to the energy scale) count as optimal.
 _OPTIMUM_TOLERANCE = 1e-9
+# The energy distribution a result keeps: at most this many levels (bins of equal width).
+_LEVEL_BINS = 256
+_LEVEL_CHUNK = 1 << 20
 
 
 def solve(problem, layers=1, *, top_k=10, init_circuit=None, mixer_circuit=None, norm=False,
@@ -143,17 +145,28 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
     top = [Solution(key, float(probability), _plain(energy_of(key)))
            for key, probability in islice(solutions.items(), top_k)]
     best = min(top, key=lambda s: (s.energy, -s.probability))
-    expected = float(qaoa._loss_function_default(solutions))
-    low = high = p_optimum = ratio = expected_ratio = None
-    if qaoa.problem_dimension <= _MAX_TABLE_QUBITS and qaoa.energy_dict.whole_space:
-        table = qaoa.energy_dict.all_energies()
-        low, high = float(table.min()), float(table.max())
+    low = high = p_optimum = ratio = expected_ratio = levels = None
+    spread = distributed.active()  # the solutions then are the most probable states only
+    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if spread
+                     else qaoa._loss_function_default(solutions))
+    span = qaoa._energy_range()
+    if span is not None:
+        low, high = span
         threshold = low + _OPTIMUM_TOLERANCE * max(1.0, abs(low), abs(high))
+        energies = None
         if hasattr(solutions, "probabilities"):
-            p_optimum = float(solutions.probabilities[table <= threshold].sum())
+            energies, weights = qaoa.energy_dict.all_energies(), solutions.probabilities
         else:
-            p_optimum = float(sum(probability for key, probability in solutions.items()
-                                  if table[int(key, 2)] <= threshold))
+            weights = np.fromiter(solutions.values(), dtype=float, count=len(solutions))
+            if not spread:  # sampled: the keys drawn
+                indices = np.array([int(key, 2) for key in solutions], dtype=np.int64)
+                energies = qaoa.energy_dict.all_energies()[indices]
+            elif len(solutions) == 2 ** qaoa.problem_dimension:  # MPI, every state returned
+                qaoa.energy_dict.prefetch(solutions)
+                energies = np.array([energy_of(key) for key in solutions], dtype=float)
+        if energies is not None:
+            p_optimum = float(weights[energies <= threshold].sum())
+            levels = _energy_levels(energies, weights, low, high)
         ratio, expected_ratio = (_ratio(best.energy, low, high), _ratio(expected, low, high))
     history = qaoa.history
     result = qaoa.optimizer_result
@@ -166,10 +179,29 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
         "angles": [float(a) for a in final_angles], "loss": float(loss),
         "loss_history": [e.loss for e in history],
         "best_angles": [float(a) for a in qaoa.best.angles], "best_loss": qaoa.best.loss,
+        "energy_levels": levels,
         "evaluations": len(history), "circuit_runs": 0,
         "success": None if getattr(result, "success", None) is None else bool(result.success),
         "message": message.decode() if isinstance(message, bytes) else str(message),
     }
+
+
+def _energy_levels(energies, weights, low, high):
+    """[energy, probability] per occupied bin of _LEVEL_BINS equal bins over [low, high], each
+    at the mean energy of its probability (rounded to 12 digits, so a bin holding one level
+    reports that level), summed in chunks so that no temporary is 2^n long."""
+    if high == low:
+        return [[low, float(np.sum(weights))]]
+    scale = _LEVEL_BINS / (high - low)
+    mass, moment = np.zeros(_LEVEL_BINS), np.zeros(_LEVEL_BINS)
+    for start in range(0, len(energies), _LEVEL_CHUNK):
+        e = energies[start:start + _LEVEL_CHUNK]
+        w = np.asarray(weights[start:start + _LEVEL_CHUNK], dtype=float)
+        index = np.minimum(((e - low) * scale).astype(np.int64), _LEVEL_BINS - 1)
+        mass += np.bincount(index, weights=w, minlength=_LEVEL_BINS)
+        moment += np.bincount(index, weights=w * e, minlength=_LEVEL_BINS)
+    return [[float(f"{moment[k] / mass[k]:.12g}"), float(mass[k])]
+            for k in np.flatnonzero(mass > 0)]
 
 
 def _ratio(energy, low, high):

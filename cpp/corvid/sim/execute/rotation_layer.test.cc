@@ -69,7 +69,23 @@ std::string label(const Case& c) {
          std::to_string(t.inner_bits) + "_" + std::to_string(t.high_tile_bits) + "_" +
          std::to_string(t.min_row_bits);
 }
-void PrintTo(const Case& c, std::ostream* os) { *os << label(c); }
+
+// Sees every amplitude of the first state once per gate, and of the second in step.
+struct CountingWatcher final : LayerWatcher {
+  unsigned n = 0;
+  std::uint64_t pairs_seen = 0;
+  void before_diagonal(const Amplitude*, const Amplitude*, std::uint64_t, std::uint64_t) override {}
+  void after_range(const Amplitude*, const Amplitude*, std::uint64_t count,
+                   std::span<const unsigned> qubits, double) override {
+#pragma omp atomic
+    pairs_seen += count / 2 * qubits.size();
+  }
+  void after_rows(const Amplitude* const*, const Amplitude* const*, unsigned row_bits,
+                  std::uint64_t length) override {
+#pragma omp atomic
+    pairs_seen += (length << row_bits) / 2 * row_bits;
+  }
+};
 
 TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
   const auto [n, tiling] = GetParam();
@@ -84,6 +100,14 @@ TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
       apply_rotation_layer(got.data(), n, layer, *k, nullptr, tiling);
       expect_near(got, want);
     }
+    // Two states at once: both get the layer, and the watcher sees every gate's pairs once.
+    StateVector first = clone(start), second = clone(start);
+    CountingWatcher watch;
+    apply_rotation_layer_pair(first.data(), second.data(), n, layer, active_kernel_set(), nullptr,
+                              watch, tiling);
+    expect_near(first, want);
+    expect_near(second, want);
+    EXPECT_EQ(watch.pairs_seen, layer.size() * (want.size() / 2));
   }
 }
 
@@ -97,60 +121,28 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{14, {4, 3, 12, 1}}),  // high blocks of rows in L1, L2 and the tile
     [](const auto& info) { return label(info.param); });
 
-TEST(RotationLayer, DiagonalBeforeSharesThePassOrTakesItsOwn) {
-  std::mt19937_64 rng(8);
-  const unsigned n = 10;
-  std::vector<PhaseTerm> terms = {{0b11, 1.0}, {0b1100000000, 1.0}, {0b101, 2.0}};
-  const DiagonalOp op{std::make_shared<const DiagonalValues>(n, terms), 0.37, 0.1};
-  const DiagonalPass pass(op);
-  const LayerTiling tiling{4, 2, 4, 1};
-  for (bool with_low : {true, false}) {
-    std::vector<QubitMatrix> layer = {{8, matrix_of(Gate(GateKind::RX, {8}, 0.3))}};
-    if (with_low) layer.push_back({1, matrix_of(Gate(GateKind::RY, {1}, 0.9))});
-    StateVector want = random_state(n, rng);
-    StateVector got = clone(want);
-    apply_diagonal(want, op);
-    apply_one_by_one(want, layer);
-    apply_rotation_layer(got.data(), n, layer, active_kernel_set(), &pass, tiling);
-    expect_near(got, want);
-  }
-}
-
-// A first layer on |0...0> written inside the next layer's pass (after a diagonal, or not),
-// including a next layer with no low qubits, which leaves the start to a pass of its own.
-TEST(RotationLayer, StartingProductStateRidesInTheNextLayersPass) {
+// A diagonal before the layer (in the layer's pass, or in one of its own when the layer has no
+// low qubits) and a first layer on |0...0> written inside the same pass, in every combination.
+TEST(RotationLayer, DiagonalAndStartingProductStateRideInTheLayersPass) {
   std::mt19937_64 rng(10);
   const unsigned n = 9;
   const std::vector<PhaseTerm> terms = {{0b11, 1.0}, {0b110000000, 2.0}, {0b1010, 1.0}};
   const DiagonalOp op{std::make_shared<const DiagonalValues>(n, terms), 0.7, 0.2};
   const DiagonalPass pass(op);
   const LayerTiling tiling{5, 2, 7, 1};
-  for (bool high_only : {false, true}) {
-    for (const DiagonalPass* before : {&pass, static_cast<const DiagonalPass*>(nullptr)}) {
-      const auto first = random_layer(n, rng);
-      auto second = random_layer(n, rng);
-      if (high_only)
-        std::erase_if(second, [&](const QubitMatrix& g) { return g.qubit < tiling.tile_bits; });
-      StateVector want(n);
-      apply_one_by_one(want, first);
-      if (before != nullptr) apply_diagonal(want, op);
-      apply_one_by_one(want, second);
-      StateVector got = random_state(n, rng);  // its contents must not matter
-      apply_rotation_layer(got.data(), n, second, active_kernel_set(), before, tiling,
-                           std::span<const QubitMatrix>(first));
-      expect_near(got, want);
-    }
-  }
-}
-
-TEST(RotationLayer, ProductStateEqualsLayerOnZero) {
-  std::mt19937_64 rng(9);
-  for (unsigned n : {1u, 5u, 16u}) {
-    const auto layer = random_layer(n, rng);
-    StateVector want(n);
+  for (int mode = 0; mode < 8; ++mode) {
+    const bool with_start = mode & 1, with_diagonal = mode & 2, high_only = mode & 4;
+    const auto first = random_layer(n, rng);
+    auto layer = random_layer(n, rng);
+    if (high_only) std::erase_if(layer, [&](auto& g) { return g.qubit < tiling.tile_bits; });
+    StateVector want = with_start ? StateVector(n) : random_state(n, rng);
+    StateVector got = with_start ? random_state(n, rng) : clone(want);  // a start overwrites it
+    if (with_start) apply_one_by_one(want, first);
+    if (with_diagonal) apply_diagonal(want, op);
     apply_one_by_one(want, layer);
-    StateVector got = StateVector::uninitialized(n);
-    write_product_state(got.data(), n, layer);
+    apply_rotation_layer(
+        got.data(), n, layer, active_kernel_set(), with_diagonal ? &pass : nullptr, tiling,
+        with_start ? std::optional(std::span<const QubitMatrix>(first)) : std::nullopt);
     expect_near(got, want);
   }
 }

@@ -90,17 +90,10 @@ void expect_single_kernels_match(const BasicKernelSet<Real>& set,
   using V = std::complex<Real>;
   std::mt19937_64 rng(1);
   std::normal_distribution<Real> x;
-  auto random = [&](std::size_t n) {
-    std::vector<V> t(n);
-    for (V& a : t) a = {x(rng), x(rng)};
-    return t;
-  };
   const std::size_t size = std::size_t{1} << kBits;
   AlignedBuffer<V> want(size), got(size);
   auto fill = [&] {
-    const std::vector<V> start = random(size);
-    std::copy(start.begin(), start.end(), want.begin());
-    std::copy(start.begin(), start.end(), got.begin());
+    for (std::size_t i = 0; i < size; ++i) want[i] = got[i] = {x(rng), x(rng)};
   };
   for (int shape = 0; shape < kShapes; ++shape) {
     for (unsigned q = 0; q < kBits; ++q) {
@@ -111,7 +104,8 @@ void expect_single_kernels_match(const BasicKernelSet<Real>& set,
       expect_close<Real>(got, want, tol);
     }
   }
-  const std::vector<V> table = random(65536);  // every uint16 index is valid
+  std::vector<V> table(65536);  // every uint16 index is valid
+  for (V& a : table) a = {x(rng), x(rng)};
   std::vector<std::uint8_t> i8(size);
   std::vector<std::uint16_t> i16(size);
   for (std::size_t i = 0; i < size; ++i) {
@@ -128,30 +122,19 @@ void expect_single_kernels_match(const BasicKernelSet<Real>& set,
   }
 }
 
-class Variants : public ::testing::TestWithParam<const KernelSet*> {};
-class Variants32 : public ::testing::TestWithParam<const KernelSet32*> {};
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Variants);
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Variants32);
-
-TEST_P(Variants, MatchTheScalarSet) {
-  expect_single_kernels_match(*GetParam(), scalar_kernel_set(), 1e-12);
-  expect_gate_lists_match_one_sweep_per_gate(*GetParam(), scalar_kernel_set(), 1e-12);
-}
-
-TEST_P(Variants32, MatchTheScalarSet) {
-  expect_single_kernels_match(*GetParam(), scalar_kernel_set32(), 1e-5);
-  expect_gate_lists_match_one_sweep_per_gate(*GetParam(), scalar_kernel_set32(), 1e-5);
-}
-
 // Every set but the scalar one, which is the reference.
-INSTANTIATE_TEST_SUITE_P(Vector, Variants,
-                         ::testing::ValuesIn(available_kernel_sets().begin() + 1,
-                                             available_kernel_sets().end()),
-                         [](const auto& info) { return std::string(info.param->name); });
-INSTANTIATE_TEST_SUITE_P(Vector, Variants32,
-                         ::testing::ValuesIn(available_kernel_sets<float>().begin() + 1,
-                                             available_kernel_sets<float>().end()),
-                         [](const auto& info) { return std::string(info.param->name); });
+TEST(KernelSet, VectorSetsMatchTheScalarSetOfTheirPrecision) {
+  for (const KernelSet* set : available_kernel_sets().subspan(1)) {
+    SCOPED_TRACE(set->name);
+    expect_single_kernels_match(*set, scalar_kernel_set(), 1e-12);
+    expect_gate_lists_match_one_sweep_per_gate(*set, scalar_kernel_set(), 1e-12);
+  }
+  for (const KernelSet32* set : available_kernel_sets<float>().subspan(1)) {
+    SCOPED_TRACE(set->name);
+    expect_single_kernels_match(*set, scalar_kernel_set32(), 1e-5);
+    expect_gate_lists_match_one_sweep_per_gate(*set, scalar_kernel_set32(), 1e-5);
+  }
+}
 
 TEST(KernelSet, ChoosingByName) {
   const std::string_view best = active_kernel_set().name;
