@@ -423,17 +423,17 @@ void check_angles(std::span<const double> angles) {
 
 }  // namespace
 
-QaoaObjective::QaoaObjective(QaoaAnsatz ansatz, std::span<const double> energies)
-    : ansatz_(std::move(ansatz)), energies_(energies) {
+QaoaObjective::QaoaObjective(QaoaAnsatz ansatz, EnergyTable energies)
+    : ansatz_(std::move(ansatz)), energies_(std::move(energies)) {
   const unsigned n = ansatz_.num_qubits;
   if (n < 1 || n > kMaxAnsatzQubits) {
     throw std::invalid_argument("num_qubits must be in [1, " + std::to_string(kMaxAnsatzQubits) +
                                 "], got " + std::to_string(n));
   }
-  if (energies.size() != (Index{1} << n)) {
+  if (energies_.size() != (Index{1} << n)) {
     throw std::invalid_argument(
         "energies must hold 2^num_qubits = " + std::to_string(Index{1} << n) + " values, got " +
-        std::to_string(energies.size()));
+        std::to_string(energies_.size()));
   }
   for (const PhaseTerm& t : ansatz_.phase_terms) {
     if (t.mask == 0 || (t.mask >> n) != 0) {
@@ -497,21 +497,19 @@ void QaoaObjective::forward(StateVector& state, std::span<const double> angles) 
 }
 
 double QaoaObjective::loss_of(const StateVector& state, const LossSettings& settings) const {
+  // Every loss reads the weights straight from the amplitudes: no probability table.
   if (settings.kind == LossKind::kExpectation) {
-    // Summed straight from the amplitudes: no probability table.
     const Index size = state.size();
     const Amp* f = state.data();
-    const double* e = energies_.data();
-    double sum = 0.0;
+    return energies_.visit([&](const auto& e) {
+      double sum = 0.0;
 #pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < static_cast<std::int64_t>(size); ++x)
-      sum += std::norm(f[x]) * e[x];
-    return sum;
+      for (std::int64_t x = 0; x < static_cast<std::int64_t>(size); ++x)
+        sum += std::norm(f[x]) * e(static_cast<Index>(x));
+      return sum;
+    });
   }
-  std::vector<unsigned> all(ansatz_.num_qubits);
-  for (unsigned q = 0; q < all.size(); ++q) all[q] = q;
-  const ProbabilityTable table = marginal_probabilities(state, all);
-  const std::span<const double> p(table.values.data(), table.values.size());
+  const Weights p(std::span<const Amp>(state.data(), state.size()));
   if (settings.kind == LossKind::kCvar) return cvar(p, energies_, settings.alpha);
   return -std::log(gibbs_sum(p, energies_, settings.temperature));
 }
@@ -571,17 +569,23 @@ AlignedBuffer<double> QaoaObjective::losses(std::span<const double> angles, std:
 // the entry that crosses alpha.
 double QaoaObjective::cotangent(const StateVector& phi, StateVector& lambda,
                                 const LossSettings& settings) const {
+  return energies_.visit([&](const auto& e) { return cotangent(phi, lambda, settings, e); });
+}
+
+template <class Energy>
+double QaoaObjective::cotangent(const StateVector& phi, StateVector& lambda,
+                                const LossSettings& settings, const Energy& e) const {
   const Index size = phi.size();
   const auto count = static_cast<std::int64_t>(size);
-  const double* e = energies_.data();
   const Amp* f = phi.data();
   Amp* l = lambda.data();
   if (settings.kind == LossKind::kExpectation) {
     double sum = 0.0;
 #pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
     for (std::int64_t x = 0; x < count; ++x) {
-      l[x] = e[x] * f[x];
-      sum += std::norm(f[x]) * e[x];
+      const double ex = e(static_cast<Index>(x));
+      l[x] = ex * f[x];
+      sum += std::norm(f[x]) * ex;
     }
     return sum;
   }
@@ -594,11 +598,11 @@ double QaoaObjective::cotangent(const StateVector& phi, StateVector& lambda,
     // waits in λ's real part between the two passes.
     double shift = INFINITY;
 #pragma omp parallel for schedule(static) reduction(min : shift) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < count; ++x) shift = std::min(shift, e[x] / t);
+    for (std::int64_t x = 0; x < count; ++x) shift = std::min(shift, e(static_cast<Index>(x)) / t);
     double z = 0.0;
 #pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(size))
     for (std::int64_t x = 0; x < count; ++x) {
-      const double w = std::exp(shift - e[x] / t);
+      const double w = std::exp(shift - e(static_cast<Index>(x)) / t);
       l[x] = {w, 0.0};
       z += std::norm(f[x]) * w;
     }
@@ -606,23 +610,26 @@ double QaoaObjective::cotangent(const StateVector& phi, StateVector& lambda,
     for (std::int64_t x = 0; x < count; ++x) l[x] = (-l[x].real() / z) * f[x];
     return shift - std::log(z);
   }
-  std::vector<unsigned> all(ansatz_.num_qubits);
-  for (unsigned q = 0; q < all.size(); ++q) all[q] = q;
-  const ProbabilityTable table = marginal_probabilities(phi, all);
-  const std::span<const double> prob(table.values.data(), table.values.size());
-  const double* pr = prob.data();
-  const CvarSplit split = cvar_split(prob, energies_, settings.alpha);
+  // CVaR: the weights are read from the amplitudes, as the selection reads them.
+  const auto weight = [f](Index x) {
+    const double re = f[x].real(), im = f[x].imag();
+    return re * re + im * im;
+  };
+  const CvarSplit split =
+      cvar_split(Weights(std::span<const Amp>(f, size)), energies_, settings.alpha);
   // Entries ahead of the boundary count whole: w = e − e[boundary]; the rest 0. Without a
   // boundary every entry counts whole (w = e), unless alpha = 0 (nothing counts).
   const bool none = settings.alpha == 0.0;
   const bool all_in = !none && !split.boundary;
   const Index b = split.boundary.value_or(0);
-  const double pb = split.boundary ? pr[b] : 0.0;
-  const double eb = split.boundary ? e[b] : 0.0;
+  const double pb = split.boundary ? weight(b) : 0.0;
+  const double eb = split.boundary ? e(b) : 0.0;
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
   for (std::int64_t x = 0; x < count; ++x) {
-    const bool ahead = pr[x] > pb || (pr[x] == pb && static_cast<Index>(x) < b);
-    const double w = all_in ? e[x] : (!none && ahead ? e[x] - eb : 0.0);
+    const Index i = static_cast<Index>(x);
+    const double pr = weight(i);
+    const bool ahead = pr > pb || (pr == pb && i < b);
+    const double w = all_in ? e(i) : (!none && ahead ? e(i) - eb : 0.0);
     l[x] = w * f[x];
   }
   return split.loss;
