@@ -9,8 +9,8 @@ JOBS          ?= $(shell nproc)
 DEV_PATH      := PYTHONPATH=$(CURDIR)/python:$(CURDIR)/$(BUILD)/python
 PY_PACKAGES   := numpy scipy sympy pybind11 scikit-build-core pytest hypothesis matplotlib threadpoolctl networkx dimod ruff qiskit pandas sphinx build
 
-.PHONY: all system venv build test test-cpp test-python demo bench bench-peers install wheel clean \
-        sanitize fuzz lint docs
+.PHONY: all system venv build test test-cpp test-python demo bench bench-peers bench-mpi install \
+        wheel clean sanitize fuzz lint docs
 
 all: build
 
@@ -58,6 +58,27 @@ bench-peers: build
 	$(PY) -m pip install -q qokit
 	bash bench/build_peer_simulator.sh $(PY)
 	$(DEV_PATH) $(PY) bench/evaluation.py
+
+# The distributed state over 1, 2 and 4 ranks of this machine, n = BENCH_MPI_QUBITS with the X
+# mixer and BENCH_MPI_XY with the XY ring mixer, p = 1, the cores shared out between the ranks (one rank per core at most; the state's memory guard refuses
+# an n that does not fit). One README table row per run.
+BENCH_MPI_QUBITS ?= 24 25 26 27 28
+BENCH_MPI_XY     ?= 24 26
+BENCH_MPI_RANKS  ?= 1 2 4
+NPROC            := $(shell nproc)
+MPI_ENV           = OMPI_ALLOW_RUN_AS_ROOT=1 OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1 \
+                    OMPI_MCA_rmaps_base_oversubscribe=1
+
+bench-mpi: build
+	@echo "| n | ranks | mixer | p | ms / eval | MiB sent / layer / rank | minimum MiB | sent / minimum | slice MiB | peak MiB | peak / slice | loss |"
+	@echo "|--:|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|"
+	@for run in $(foreach n,$(BENCH_MPI_QUBITS),$(n):x) $(foreach n,$(BENCH_MPI_XY),$(n):xy-ring); do \
+	  for r in $(BENCH_MPI_RANKS); do \
+	    OMP_NUM_THREADS=$$(( $(NPROC) / r > 0 ? $(NPROC) / r : 1 )) $(MPI_ENV) \
+	    mpirun --bind-to none -n $$r $(BUILD)/dist_evaluation_time $${run%:*} 1 2 $${run#*:} \
+	      || exit 1; \
+	  done; \
+	done
 
 install: venv
 	$(PY) -m pip install --no-build-isolation .

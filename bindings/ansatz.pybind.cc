@@ -15,6 +15,7 @@
 
 #include "corvid/circuit/circuit.h"
 #include "corvid/qaoa/adjoint.h"
+#include "energies.pybind.h"
 #include "loss_settings.h"
 
 namespace py = pybind11;
@@ -60,16 +61,17 @@ void pybind_ansatz(py::module_& m) {
   a.def(
       "loss_and_gradient",
       [](unsigned n, const InArray<std::uint64_t>& masks, const InArray<double>& coeffs,
-         const InArray<double>& energies, const InArray<double>& angles,
-         std::optional<Pairs> xy_pairs, std::optional<corvid::Circuit> initial,
-         const std::string& loss, double alpha, double temperature) {
+         const py::object& energies, const InArray<double>& angles, std::optional<Pairs> xy_pairs,
+         std::optional<corvid::Circuit> initial, const std::string& loss, double alpha,
+         double temperature) {
         const corvid::LossSettings s = settings_of(loss, alpha, temperature);
+        const EnergiesArgument e = energies_argument(energies);
         py::array_t<double> gradient(angles.size());
         double value = 0.0;
         {
           py::gil_scoped_release release;
           const corvid::QaoaObjective objective(
-              ansatz_of(n, masks, coeffs, std::move(xy_pairs), initial), span_of(energies));
+              ansatz_of(n, masks, coeffs, std::move(xy_pairs), initial), e.table);
           value = objective.loss_and_gradient(
               span_of(angles), s,
               {gradient.mutable_data(), static_cast<std::size_t>(angles.size())});
@@ -80,22 +82,23 @@ void pybind_ansatz(py::module_& m) {
       arg("xy_pairs") = py::none(), arg("initial") = py::none(), arg("loss") = "default",
       arg("alpha") = 1.0, arg("temperature") = 1.0,
       "(loss, gradient) at angles (p gammas, then p betas) by adjoint differentiation; "
-      "energies[x] scores basis state x in the loss.");
+      "energies[x] (an array or a corvid.diagonal.EnergyTable) scores basis state x in the loss.");
   a.def(
       "losses",
       [](unsigned n, const InArray<std::uint64_t>& masks, const InArray<double>& coeffs,
-         const InArray<double>& energies, const InArray<double>& angles,
-         std::optional<Pairs> xy_pairs, std::optional<corvid::Circuit> initial,
-         const std::string& loss, double alpha, double temperature) {
+         const py::object& energies, const InArray<double>& angles, std::optional<Pairs> xy_pairs,
+         std::optional<corvid::Circuit> initial, const std::string& loss, double alpha,
+         double temperature) {
         if (angles.ndim() != 2) throw std::invalid_argument("angles must be a k x 2p matrix");
         const corvid::LossSettings s = settings_of(loss, alpha, temperature);
+        const EnergiesArgument e = energies_argument(energies);
         const auto rows = static_cast<std::size_t>(angles.shape(0));
         py::array_t<double> out(static_cast<py::ssize_t>(rows));
         if (rows == 0) return out;
         {
           py::gil_scoped_release release;
           const corvid::QaoaObjective objective(
-              ansatz_of(n, masks, coeffs, std::move(xy_pairs), initial), span_of(energies));
+              ansatz_of(n, masks, coeffs, std::move(xy_pairs), initial), e.table);
           const auto values = objective.losses(span_of(angles), rows, s);
           std::copy(values.data(), values.data() + rows, out.mutable_data());
         }

@@ -3,10 +3,14 @@ terms or binary monomials, the energy expectation, CVaR and Gibbs sums of a dist
 the order of a distribution by descending weight. Bit i of a basis index is qubit i."""
 
 from ._core.diagonal import (  # noqa: F401
+    EnergyTable,
     cvar,
     descending_order,
+    descending_order_after,
     energies_from_monomials,
     energies_from_z_terms,
+    energy_table_from_monomials,
+    energy_table_from_z_terms,
     evaluate_monomials,
     evaluate_z_terms,
     expectation,

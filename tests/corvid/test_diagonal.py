@@ -27,6 +27,9 @@ def test_energies_match_numpy(n):
     mono_expected = (subset * coeffs).sum(axis=1)
     np.testing.assert_allclose(diagonal.energies_from_z_terms(n, masks, coeffs), z_expected, atol=1e-12)
     np.testing.assert_allclose(diagonal.energies_from_monomials(n, masks, coeffs), mono_expected, atol=1e-12)
+    np.testing.assert_allclose(diagonal.energy_table_from_z_terms(n, masks, coeffs), z_expected, atol=1e-12)
+    np.testing.assert_allclose(diagonal.energy_table_from_monomials(n, masks, coeffs), mono_expected,
+                               atol=1e-12)
     states = rng.integers(0, 1 << n, size=7, dtype=np.uint64)
     picked = states.astype(int)
     np.testing.assert_allclose(diagonal.evaluate_z_terms(masks, coeffs, states), z_expected[picked],
@@ -55,7 +58,13 @@ def test_losses_and_order_match_numpy(size, alpha):
     assert diagonal.expectation(p, e) == pytest.approx(p @ e, rel=1e-12)
     assert diagonal.gibbs_sum(p, e, 0.7) == pytest.approx(p @ np.exp(-e / 0.7), rel=1e-12)
     assert diagonal.cvar(p, e, alpha) == pytest.approx(reference_cvar(p, e, alpha), rel=1e-9, abs=1e-15)
-    np.testing.assert_array_equal(diagonal.descending_order(p), np.argsort(-p, kind="stable"))
+    order = np.argsort(-p, kind="stable")
+    np.testing.assert_array_equal(diagonal.descending_order(p), order)
+    piece = max(3, size // 5)
+    pieces = [diagonal.descending_order_after(p, -1, piece)]
+    while len(pieces[-1]):
+        pieces.append(diagonal.descending_order_after(p, int(pieces[-1][-1]), piece))
+    np.testing.assert_array_equal(np.concatenate(pieces), order)
 
 
 def test_results_own_their_memory():

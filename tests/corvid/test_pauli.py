@@ -31,38 +31,26 @@ def test_binary_variables_print_and_combine_exactly():
     assert all(list(p_0(n) + p_1(n)) == [("", 1.0)] for n in (0, 3, 12, 4294967295))
 
 
-def test_arithmetic_matches_dense_matrices(rng):
-    n = 3
+def test_arithmetic_in_and_out_of_place_matches_dense_matrices(rng):
+    n, eye = 3, np.eye(8)
     for _ in range(10):
         a, b = random_operator(rng, n, 5), random_operator(rng, n, 4)
         ma, mb = dense(a, n), dense(b, n)
         s = complex(*rng.normal(size=2))
-        eye = np.eye(2**n)
-        cases = [
+        for op, expected in [
             (a * b, ma @ mb), (a + b, ma + mb), (a - b, ma - mb), (-a, -ma),
             (s * a, s * ma), (a * s, s * ma), (a + s, ma + s * eye), (s + a, ma + s * eye),
             (a - s, ma - s * eye), (s - a, s * eye - ma),
             (np.float64(2.5) * a, 2.5 * ma), (np.int64(3) - a, 3 * eye - ma),
-        ]
-        for op, expected in cases:
+        ]:
             np.testing.assert_allclose(dense(op, n), expected, atol=1e-12)
-
-
-def test_in_place_operations_mutate_the_same_object(rng):
-    a = random_operator(rng, 3, 4)
-    b = random_operator(rng, 3, 3)
-    expected = dense(a, 3)
-    alias = a
-    for op, update in [
-        (lambda x: x.__iadd__(b), lambda m: m + dense(b, 3)),
-        (lambda x: x.__isub__(2), lambda m: m - 2 * np.eye(8)),
-        (lambda x: x.__imul__(b), lambda m: m @ dense(b, 3)),
-        (lambda x: x.__imul__(1j), lambda m: 1j * m),
-        (lambda x: x.__iadd__(x), lambda m: 2 * m),
-    ]:
-        assert op(a) is alias
-        expected = update(expected)
-        np.testing.assert_allclose(dense(alias, 3), expected, atol=1e-12)
+    expected, alias = dense(a, n), a  # in place: the same object changes
+    for operand, update, change in [(b, "__iadd__", lambda m: m + mb), (2, "__isub__", lambda m: m - 2 * eye),
+                                    (b, "__imul__", lambda m: m @ mb), (1j, "__imul__", lambda m: 1j * m),
+                                    (a, "__iadd__", lambda m: 2 * m)]:  # the last: a += a
+        assert getattr(a, update)(operand) is alias
+        expected = change(expected)
+        np.testing.assert_allclose(dense(alias, n), expected, atol=1e-12)
 
 
 def test_equality_copy_and_iteration_types():

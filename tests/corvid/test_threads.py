@@ -84,7 +84,7 @@ def test_threads_share_a_machine():
     assert results == {k: 1.0 for k in range(8)}
 
 
-def test_thread_count_applies_to_threads_that_did_not_set_it():
+def test_thread_count_applies_to_threads_that_did_not_set_it_and_threadpoolctl_limits_it():
     before = corvid.get_num_threads()
     seen = []
     try:
@@ -96,6 +96,9 @@ def test_thread_count_applies_to_threads_that_did_not_set_it():
     finally:
         corvid.set_num_threads(before)
     assert seen == [1, 3]
+    threadpoolctl = pytest.importorskip("threadpoolctl")  # and the limit others set is obeyed
+    with threadpoolctl.threadpool_limits(1, user_api="openmp"):
+        assert corvid.get_num_threads() == 1
 
 
 def fresh_python(*args, **env):
@@ -133,9 +136,3 @@ def test_pool_workers_use_one_thread_unless_told(tmp_path, context, env, expecte
     script = tmp_path / "pool.py"
     script.write_text(POOL.format(context=context))
     assert fresh_python(str(script), **env) == expected
-
-
-def test_threadpoolctl_limits_the_threads():
-    threadpoolctl = pytest.importorskip("threadpoolctl")
-    with threadpoolctl.threadpool_limits(1, user_api="openmp"):
-        assert corvid.get_num_threads() == 1

@@ -90,13 +90,10 @@ def test_machine_backed_and_plain_results_give_the_same_loss(seed, loss, setting
     assert [plain.energy_dict[k] for k in keys(5)] == pytest.approx(values, abs=1e-9)
 
 
-def test_sampled_energies_are_computed_only_for_observed_keys():
-    solver = with_settings(x0 * x1 + sum(x[2:9]) - x[9], shots=20, layer=1, loss_type="default")
-    solver._loss_function([0.3, 0.4])
-    assert 0 < len(solver.energy_dict) <= 20
-
-
-def test_loss_driver_splits_the_angles_and_counts():
+def test_loss_driver_splits_the_angles_and_counts_and_samples_compute_only_their_energies():
+    sampled = with_settings(x0 * x1 + sum(x[2:9]) - x[9], shots=20, layer=1, loss_type="default")
+    sampled._loss_function([0.3, 0.4])
+    assert 0 < len(sampled.energy_dict) <= 20  # of 1024 states
     solver = with_settings(ROAD, layer=2, shots=-1, loss_type="default")
     direct = solver._loss_function_default(solver.run_qaoa_circuit([0.1, 0.2], [0.3, 0.4], -1))
     assert solver._loss_function([0.1, 0.2, 0.3, 0.4]) == pytest.approx(direct, abs=1e-14)
@@ -183,3 +180,85 @@ def test_run_results_pickle_copy_convert_and_cross_processes(shots):
     for clone in (pickle.loads(pickle.dumps(solver)), copy.deepcopy(solver)):
         assert dict(clone.energy_dict) == dict(solver.energy_dict)
         assert clone.run(layer=1, initial_para=[0.1, 0.2])[0] is not None
+
+
+MAXCUT_8 = sum(-(x[i] + x[j] - 2 * x[i] * x[j]) for i, j in
+               [(0, 1), (1, 2), (2, 3), (3, 0), (4, 5), (5, 6), (6, 7), (7, 4), (0, 4), (2, 6)])
+FLOAT_OPERATOR = 0.3 * p_1(0) * p_1(1) - 1.7 * p_1(2) + 0.1 * p_1(1) * p_1(3) + 2.5
+
+
+@pytest.mark.parametrize("problem", [MAXCUT_8, FLOAT_OPERATOR, ROAD + sympy.Rational(1, 10) * x0 * x2],
+                         ids=["maxcut", "float operator", "non-dyadic polynomial"])
+@pytest.mark.parametrize("loss, option", [("default", {}), ("CVaR", {"alpha": 0.3}),
+                                          ("Gibbs", {"temperature": 0.5})])
+def test_losses_through_the_level_table_equal_those_of_the_energy_array(problem, loss, option):
+    from corvid import diagonal
+    solver = QAOA(problem)
+    table = solver.energy_dict.energies()
+    assert isinstance(table, diagonal.EnergyTable) and table.nbytes < 8 * len(table)
+    array = solver._energy_model.all_energies()  # the whole-space transform
+    np.testing.assert_allclose(np.asarray(table), array, rtol=0, atol=1e-12)
+    p = solver.run_qaoa_circuit([0.3, 0.7], [0.4, 0.2]).probabilities
+    score = {"default": lambda e: diagonal.expectation(p, e),
+             "CVaR": lambda e: diagonal.cvar(p, e, 0.3),
+             "Gibbs": lambda e: diagonal.gibbs_sum(p, e, 0.5)}[loss]
+    assert score(table) == pytest.approx(score(array), rel=0, abs=1e-12)
+    angles = np.array([[0.3, 0.7, 0.4, 0.2], [1.1, -0.2, 0.3, 0.9]])
+    settings = dict(loss=loss, alpha=option.get("alpha", 1), temperature=option.get("temperature", 1),
+                    **solver._ansatz_description())
+    np.testing.assert_allclose(corvid.ansatz.losses(energies=table, angles=angles, **settings),
+                               corvid.ansatz.losses(energies=array, angles=angles, **settings),
+                               rtol=0, atol=1e-12)
+    via_table = corvid.ansatz.loss_and_gradient(energies=table, angles=angles[1], **settings)
+    via_array = corvid.ansatz.loss_and_gradient(energies=array, angles=angles[1], **settings)
+    np.testing.assert_allclose(np.append(*via_table), np.append(*via_array), rtol=0, atol=1e-12)
+
+
+def test_an_energy_written_into_the_cache_replaces_the_tables():
+    solver = with_settings(ROAD, layer=1, shots=-1, loss_type="default")
+    before = solver._loss_function([0.1, 0.2])
+    solver.energy_dict["000"] = 100.0
+    p = solver.run_qaoa_circuit([0.1], [0.2]).probabilities
+    assert solver._loss_function([0.1, 0.2]) == pytest.approx(before + p[0] * (100.0 - (-1)), abs=1e-12)
+    assert solver.energy_dict["000"] == 100.0 and len(solver.energy_dict) == 8
+
+
+def test_large_results_select_their_order_piece_by_piece(monkeypatch):
+    from corvid_alg.QAOA.qaoa import distribution
+    solver = QAOA(MAXCUT_8)
+    result = solver.run_qaoa_circuit([0.3], [0.4])
+    sorted_once = distribution.by_descending_probability(result)
+    for name, value in [("_SORT_LIMIT", 0), ("_FIRST_PIECE", 3), ("_LARGEST_PIECE", 20)]:
+        monkeypatch.setattr(distribution, name, value)
+    selected = distribution.by_descending_probability(result)
+    assert selected._order is None and list(selected.items()) == list(sorted_once.items())
+    assert len(selected) == 256 and list(selected.order) == list(sorted_once.order)
+
+
+@pytest.mark.parametrize("call, limit", [("solver.evaluate([0.3, 0.4], loss_type='CVaR', alpha=0.5)", 1.3),
+                                         ("solver._loss_function([0.3, 0.4])", 1.8)],
+                         ids=["evaluate", "run's loss"])
+def test_an_evaluation_holds_no_energy_array_beside_the_state(call, limit):
+    # 2^22 states in double precision: the state is 64 MiB; an array of energies would add 0.5
+    # of it, the probability table of corvid.ansatz another 0.5 (the run's loss needs its table).
+    from interrupt_harness import run_python
+    code = f"""
+        import sympy
+        from corvid_alg.QAOA.qaoa import QAOA
+        n = 22
+        x = sympy.symbols(f"x0:{{n}}")
+        solver = QAOA(sum(-(x[i] + x[i - 1] - 2 * x[i] * x[i - 1]) for i in range(n)))
+        solver.layer, solver.shots, solver.loss_type, solver.alpha = 1, -1, "CVaR", 0.5
+
+        def figure(field):
+            with open("/proc/self/status") as f:
+                return next(int(line.split()[1]) for line in f if line.startswith(field + ":")) * 1024
+
+        with open("/proc/self/clear_refs", "w") as f:
+            f.write("5")  # the peak restarts here
+        before = figure("VmRSS")
+        {call}
+        print((figure("VmHWM") - before) / (16 << n))
+    """
+    out = run_python(code, timeout=120)
+    assert float(out.split()[-1]) < limit, out

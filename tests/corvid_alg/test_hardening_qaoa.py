@@ -36,19 +36,15 @@ RUN_CASES = [
     ("odd number of angles", dict(layer=2, initial_para=[.1, .2, .3]), ValueError, "initial_para has 3 angles: it needs an even number"),
     ("odd interp start", dict(INTERP, initial_para=[0.1]), ValueError, "initial_para has 1 angles"),
     *[(f"shots {v}", dict(shots=v), ValueError, f"^Invalid shots number: {v}$") for v in (0, -2)],
-    *[(f"loss type {v!r}", dict(loss_type=v), ValueError,
-       "^wrong loss types, only support default, CVaR, Gibbs$") for v in ("cvar", 5)],
-    *[(f"alpha {a!r}", dict(loss_type="CVaR", alpha=a), ValueError, ALPHA)
-      for a in (NAN, INF, 1.5, -0.1, "0.5", None)],
-    *[(f"temperature {t!r}", dict(loss_type="Gibbs", temperature=t), ValueError, TEMPERATURE)
-      for t in (NAN, -INF, 1.2, "x")],
+    *[(f"loss type {v!r}", dict(loss_type=v), ValueError, "^wrong loss types, only support default, CVaR, Gibbs$") for v in ("cvar", 5)],
+    *[(f"alpha {a!r}", dict(loss_type="CVaR", alpha=a), ValueError, ALPHA) for a in (NAN, INF, 1.5, -0.1, "0.5", None)],
+    *[(f"temperature {t!r}", dict(loss_type="Gibbs", temperature=t), ValueError, TEMPERATURE) for t in (NAN, -INF, 1.2, "x")],
     ("start angle nan", dict(initial_para=[NAN, 0.1]), ValueError, "angle must be finite"),
     ("unknown optimizer", dict(optimizer="spsa"), ValueError, "Unknown solver spsa"),
     ("optimizer a number", dict(optimizer=5), TypeError, "^optimizer must be None, 'SPSA' or"),
     ("crossed bounds", dict(gamma_bounds=[(1, 0)]), ValueError, "upper bound is less than"),
     ("crossed bounds for SPSA", dict(optimizer="SPSA", beta_bounds=(1, 0)), ValueError, "lower bound 1 is above the upper bound 0"),
-    ("SPSA with negative iterations", dict(optimizer="SPSA", optimizer_option={"maxiter": -1}),
-     ValueError, "maxiter must be >= 0"),
+    ("SPSA with negative iterations", dict(optimizer="SPSA", optimizer_option={"maxiter": -1}), ValueError, "maxiter must be >= 0"),
 ]
 
 
@@ -83,8 +79,7 @@ OTHER_CASES = [
     ("energy: operator index", lambda q: QAOA(2 * p_1(0) * p_1(1)).calculate_energy([1]), IndexError, None),
     ("p_1(-1)", lambda q: p_1(-1), ValueError, "invalid Pauli key"),
     ("p_1(2**32)", lambda q: p_1(2**32), ValueError, "too large"),
-    ("phase: qubit outside the list", lambda q: pauli_z_operator_to_circuit([({3: "Z"}, 1.0)], [0, 1]),
-     IndexError, "acts on qubit 3 but the qubit list has 2"),
+    ("phase: qubit outside the list", lambda q: pauli_z_operator_to_circuit([({3: "Z"}, 1.0)], [0, 1]), IndexError, "acts on qubit 3 but the qubit list has 2"),
     ("interpolate nothing", lambda q: parameter_interpolate([]), ValueError, None),
     *[(f"{name}: sampling", lambda q, c=c: (setattr(q, "shots", 100), c(q)), ValueError, "exact probabilities")
       for name, c in [("gradient", lambda q: q.loss_and_gradient([.1, .2])), ("evaluate", lambda q: q.evaluate([[.1, .2]]))]],

@@ -16,6 +16,7 @@ from scipy.optimize import OptimizeResult
 
 import corvid
 from corvid_alg.QAOA.qaoa import QAOA, xy_ring_mixer
+from corvid_alg.QAOA.solving import solve
 
 ROOT = Path(__file__).resolve().parents[2]
 # (qubits, p, problem form, loss options): polynomials of degree 3 and Z-term operators, with
@@ -39,13 +40,15 @@ def run_case(n, p, form, loss):
         x = sympy.symbols(f"x:{n}")
         problem = sum(round(w, 3) * sympy.Mul(*(x[q] for q in m)) for m, w in zip(masks, weights))
     qaoa = QAOA(problem, mixer_circuit=xy_ring_mixer if form == "xy" else None)
+    start = rng.uniform(0, 1, 2 * p)
     try:
-        solutions, _, value = qaoa.run(layer=p, initial_para=rng.uniform(0, 1, 2 * p),
-                                       optimizer=_stay, **loss)
+        solutions, _, value = qaoa.run(layer=p, initial_para=start, optimizer=_stay, **loss)
     except NotImplementedError as error:
         return {"error": str(error)}
+    solved = solve(problem, p, initial_para=start, optimizer=_stay, **loss)
     return {"loss": value, "solutions": dict(list(solutions.items())[:64]),
-            "count": len(solutions), "ranks": corvid.mpi.size()}
+            "count": len(solutions), "ranks": corvid.mpi.size(),
+            "solved": [solved.expected_energy, solved.optimum_probability]}
 
 
 def _mpirun(ranks, args, tmp_path):
@@ -82,6 +85,7 @@ def test_run_matches_one_process(ranks, tmp_path):
         alone = run_case(*case)
         assert spread["ranks"] == ranks and spread["count"] == alone["count"]
         assert spread["loss"] == pytest.approx(alone["loss"], abs=1e-12)
+        assert spread["solved"] == pytest.approx(alone["solved"], abs=1e-12)
         for key, probability in spread["solutions"].items():
             assert probability == pytest.approx(alone["solutions"].get(key, -1), abs=1e-12), key
 
@@ -91,14 +95,11 @@ def test_command_line_matches_one_process(tmp_path):
     spread = json.loads(_mpirun(4, args, tmp_path))  # one document: rank 0 alone prints
     alone = json.loads(subprocess.run([sys.executable, *args], capture_output=True, text=True,
                                       check=True, cwd=ROOT, timeout=300).stdout)
-    # Ties (x and its complement) may come in another order: compare the probabilities, the
-    # energies and the set of the tied-at-the-top solutions.
-    assert spread["loss"] == pytest.approx(alone["loss"], abs=1e-10)
-    for field in ("probability", "energy"):
-        assert [s[field] for s in spread["solutions"]] == pytest.approx(
-            [s[field] for s in alone["solutions"]], abs=1e-7)
-    top = {s["bits"] for s in alone["solutions"] if s["probability"] > 0.01}
-    assert {s["bits"] for s in spread["solutions"][:len(top)]} == top
+    # The optimiser's finite differences magnify rounding: the angles agree to about 1e-7.
+    assert spread["loss"] == pytest.approx(alone["loss"], abs=1e-11)
+    assert [s["bits"] for s in spread["solutions"]] == [s["bits"] for s in alone["solutions"]]
+    assert [s["probability"] for s in spread["solutions"]] == pytest.approx(
+        [s["probability"] for s in alone["solutions"]], rel=1e-6)
     assert spread["optimum"] == alone["optimum"]
 
 

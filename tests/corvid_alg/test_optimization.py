@@ -1,4 +1,3 @@
-import itertools
 
 import numpy as np
 import pytest
@@ -109,21 +108,6 @@ def test_interp_schedule_grows_layer_by_layer(calls, capsys):
         solver.layer = 3
         with pytest.raises(ValueError, match=message):
             solver._optimize_qaoa_parameter_interp([0.5] * 4, start)
-
-
-def test_small_graph_optimum_is_most_likely_with_interp_and_bounds():
-    edges = [(0, 1), (1, 2), (2, 3), (3, 0), (0, 2)]
-    xs = sympy.symbols("x0:4")  # minimising minus the cut maximises it
-
-    def cut(key):
-        return sum(key[::-1][i] != key[::-1][j] for i, j in edges)
-
-    np.random.seed(3)
-    result, angles, _ = QAOA(sum(2 * xs[i] * xs[j] - xs[i] - xs[j] for i, j in edges)).run(
-        layer=3, initial_para=[0.5, 0.5], optimize_type="interp",
-        gamma_bounds=[(0, np.pi)], beta_bounds=[(0, np.pi)])
-    assert len(angles) == 6 and np.all((angles >= 0) & (angles <= np.pi))
-    assert cut(next(iter(result))) == max(cut("".join(b)) for b in itertools.product("01", repeat=4))
 
 
 def test_sampling_run_with_spsa():

@@ -1,9 +1,7 @@
 """solve and QAOAResult, checked against brute force over a small named graph; what a QAOA
 object remembers of its run (history, best, optimiser result), Ctrl-C included."""
 
-import functools
 import itertools
-import multiprocessing
 import pickle
 
 import networkx as nx
@@ -151,14 +149,6 @@ def test_round_trips_are_exact(results, tmp_path):
     assert set(spins.assignment.values()) <= {-1, 1}
     with pytest.raises(ValueError, match="not a QAOAResult"):
         QAOAResult.from_dict({"bits": "01"})
-
-
-def test_pool_workers_return_results():
-    problems = [maxcut_problem(nx.cycle_graph(n)) for n in (4, 5)]
-    with multiprocessing.get_context("spawn").Pool(2) as pool:
-        found = pool.map(functools.partial(solve, layers=1, top_k=2), problems)
-    assert [r.num_qubits for r in found] == [4, 5]
-    assert [r.optimum_energy for r in found] == [-4, -4]
 
 
 def test_summary_html_and_dataframe(results):

@@ -5,7 +5,10 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <memory>
+#include <numeric>
 #include <queue>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -15,6 +18,7 @@
 #include "corvid/qaoa/losses.h"
 #include "corvid/qaoa/weight_key.h"
 #include "corvid/qaoa/z_energies.h"
+#include "corvid/sim/execute/diagonal_pass.h"
 #include "corvid/sim/execute/rotation_layer.h"
 #include "corvid/util/errors.h"
 #include "corvid/util/memory.h"
@@ -24,6 +28,117 @@ namespace corvid::dist {
 namespace {
 
 using Amp = std::complex<double>;
+using Index = std::uint64_t;
+
+// Inserts bit `value` at position `bit` of t.
+Index insert_bit(Index t, unsigned bit, Index value) {
+  const Index low = t & ((Index{1} << bit) - 1);
+  return ((t >> bit) << (bit + 1)) | (value << bit) | low;
+}
+
+// The per-amplitude values of a diagonal, whatever its form, to `f(i, value)` over [0, size).
+template <class F>
+void for_each_value(const DiagonalValues& d, Index begin, Index end, const F& f) {
+  const std::span<const double> levels = d.levels();
+  if (const std::uint8_t* i8 = d.index8()) {
+    for (Index i = begin; i < end; ++i) f(i, levels[i8[i]]);
+  } else if (const std::uint16_t* i16 = d.index16()) {
+    for (Index i = begin; i < end; ++i) f(i, levels[i16[i]]);
+  } else {
+    const double* v = d.dense();
+    for (Index i = begin; i < end; ++i) f(i, v[i]);
+  }
+}
+
+void check_xy_pairs(std::span<const std::pair<unsigned, unsigned>> pairs, unsigned n,
+                    unsigned local) {
+  for (const auto& [a, b] : pairs) {
+    if (a >= n || b >= n || a == b) {
+      throw std::invalid_argument("XY pair (" + std::to_string(a) + ", " + std::to_string(b) +
+                                  ") needs two distinct qubits < " + std::to_string(n));
+    }
+  }
+  if (!pairs.empty() && local < 2) {
+    throw std::invalid_argument("the XY mixer needs 2 local qubits, the slice has 1");
+  }
+}
+
+std::string diagonal_mismatch(const DiagonalValues& d, unsigned local_qubits) {
+  if (d.num_qubits() == local_qubits) return "";
+  return "the local diagonal covers " + std::to_string(d.num_qubits()) + " qubits, the slice has " +
+         std::to_string(local_qubits) + " local qubits";
+}
+
+// A counter-based generator: each node of the sampling tree gets its own stream from (seed,
+// height, index), so no draw depends on which rank makes it or on the draws before it.
+struct SplitMix {
+  using result_type = std::uint64_t;
+  std::uint64_t state;
+  static constexpr result_type min() { return 0; }
+  static constexpr result_type max() { return ~result_type{0}; }
+  result_type operator()() {
+    std::uint64_t z = (state += 0x9E3779B97F4A7C15ULL);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+    return z ^ (z >> 31);
+  }
+};
+
+SplitMix node_stream(std::uint64_t seed, unsigned height, Index index) {
+  SplitMix mix{seed ^ height};
+  SplitMix node{mix() ^ index};
+  return SplitMix{node()};
+}
+
+// Splits `shots` between the halves of a node of masses left and right.
+std::uint64_t left_shots(std::uint64_t shots, double left, double right, SplitMix rng) {
+  if (shots == 0 || !(left > 0.0)) return 0;
+  if (!(right > 0.0)) return shots;
+  std::binomial_distribution<std::uint64_t> draw(shots, std::min(1.0, left / (left + right)));
+  return draw(rng);
+}
+
+// Pairwise sums of `leaves` (2^height of them) up to the root: level h holds 2^(height-h) sums,
+// stored one level after another, leaves first.
+std::vector<double> pyramid(std::span<const double> leaves) {
+  std::vector<double> out(2 * leaves.size() - 1);
+  std::copy(leaves.begin(), leaves.end(), out.begin());
+  std::size_t in = 0, at = leaves.size();
+  for (std::size_t width = leaves.size() / 2; width > 0; width /= 2) {
+    for (std::size_t i = 0; i < width; ++i) out[at + i] = out[in + 2 * i] + out[in + 2 * i + 1];
+    in = at;
+    at += width;
+  }
+  return out;
+}
+
+// Carries `shots` at the root of a pyramid (from `pyramid`, 2^height leaves, whose leaf 0 is
+// global node `first` at height `base`) down to its leaves; out[i] = shots of leaf i.
+void split_down(const std::vector<double>& sums, unsigned height, unsigned base, Index first,
+                std::uint64_t shots, std::uint64_t seed, std::vector<std::uint64_t>& out) {
+  std::vector<std::uint64_t> level{shots}, next;
+  // Offset of each level in `sums`, from the root down.
+  std::vector<std::size_t> offset(height + 1);
+  std::size_t at = 0;
+  for (unsigned h = 0; h <= height; ++h) {
+    offset[h] = at;
+    at += std::size_t{1} << (height - h);
+  }
+  for (unsigned h = height; h > 0; --h) {
+    next.assign(level.size() * 2, 0);
+    const std::size_t child = offset[h - 1];
+    for (std::size_t i = 0; i < level.size(); ++i) {
+      if (level[i] == 0) continue;
+      const Index node = (first >> h) + i;  // global index of the node at height base + h
+      const std::uint64_t left = left_shots(level[i], sums[child + 2 * i], sums[child + 2 * i + 1],
+                                            node_stream(seed, base + h, node));
+      next[2 * i] = left;
+      next[2 * i + 1] = level[i] - left;
+    }
+    level.swap(next);
+  }
+  out = std::move(level);
+}
 
 int size_of(MPI_Comm comm) {
   int size = 0;
@@ -76,7 +191,8 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
   const std::size_t chunk = std::min(max_chunk, std::max<std::size_t>(local_size / 8, 1));
   std::string error;
   try {
-    const std::size_t per_rank = (local_size + (ranks > 1 ? chunk : 0)) * sizeof(Amp);
+    // The exchange buffer counts twice: MPI_Sendrecv_replace may stage a message of its size.
+    const std::size_t per_rank = (local_size + (ranks > 1 ? 2 * chunk : 0)) * sizeof(Amp);
     if (per_rank > SIZE_MAX / static_cast<std::size_t>(node_ranks)) {
       require_memory(SIZE_MAX, "the distributed state");
     }
@@ -130,11 +246,75 @@ void DistributedState::apply_phase(std::span<const double> local_energies, doubl
 }
 
 void DistributedState::apply_x_mixer(double beta) {
-  const Matrix2 rx = matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta));
-  std::vector<QubitMatrix> layer;
-  for (unsigned q = 0; q < local_qubits_; ++q) layer.push_back({q, rx});
-  apply_rotation_layer<double>(amps_.data(), local_qubits_, layer);
-  for (unsigned j = 0; j < num_qubits_ - local_qubits_; ++j) exchange_global(j, rx);
+  x_layer(matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta)), nullptr, nullptr);
+}
+
+bool DistributedState::transposes() const {
+  const unsigned global = num_qubits_ - local_qubits_;
+  return global >= 2 && local_qubits_ >= global;
+}
+
+void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, double* z) {
+  const unsigned local = local_qubits_;
+  const Index size = amps_.size();
+  // sum over qubits q in [from, to) of sum_x Im(conj(companion[x])·this[x ^ q]).
+  const auto products = [&](unsigned from, unsigned to) {
+    const Amp* f = amps_.data();
+    const Amp* l = companion->amps_.data();
+    for (unsigned q = from; q < to; ++q) {
+      const Index bit = Index{1} << q;
+      double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
+      for (std::int64_t i = 0; i < static_cast<std::int64_t>(size / 2); ++i) {
+        const Index x = insert_bit(static_cast<Index>(i), q, 0);
+        sum += std::imag(std::conj(l[x]) * f[x | bit]) + std::imag(std::conj(l[x | bit]) * f[x]);
+      }
+      *z += sum;
+    }
+  };
+  const auto rotate = [&](unsigned from, unsigned to) {
+    std::vector<QubitMatrix> layer;
+    for (unsigned q = from; q < to; ++q) layer.push_back({q, rx});
+    for (DistributedState* s : {this, companion}) {
+      if (s != nullptr) apply_rotation_layer<double>(s->amps_.data(), local, layer);
+    }
+  };
+  const auto transpose_both = [&] {
+    transpose();
+    if (companion != nullptr) companion->transpose();
+  };
+  // The mixer commutes with every X_q: the products may be taken anywhere inside it.
+  if (z != nullptr) products(0, local);
+  rotate(0, local);
+  if (!transposes()) {
+    for (unsigned j = 0; j < num_qubits_ - local; ++j) exchange_global(j, rx, companion, z);
+    return;
+  }
+  // The global qubits are the top local ones between two transpositions.
+  const unsigned global = num_qubits_ - local;
+  transpose_both();
+  if (z != nullptr) products(local - global, local);
+  rotate(local - global, local);
+  transpose_both();
+}
+
+void DistributedState::transpose() {
+  const unsigned global = num_qubits_ - local_qubits_;
+  const Index block = Index{1} << (local_qubits_ - global);
+  const std::size_t chunk = buffer_.size();
+  // Round s pairs rank r with r ^ s: each sends the block its partner's bits name and takes
+  // the partner's block named by its own bits, in place.
+  for (int s = 1; s < ranks_; ++s) {
+    const int partner = rank_ ^ s;
+    Amp* mine = amps_.data() + static_cast<Index>(partner) * block;
+    for (Index offset = 0; offset < block; offset += chunk) {
+      const auto count = static_cast<int>(std::min<Index>(chunk, block - offset));
+      check_mpi(MPI_Sendrecv_replace(mine + offset, 2 * count, MPI_DOUBLE, partner, 2, partner, 2,
+                                     comm_, MPI_STATUS_IGNORE),
+                "MPI_Sendrecv_replace", comm_);
+      bytes_exchanged_ += static_cast<std::uint64_t>(count) * sizeof(Amp);
+    }
+  }
 }
 
 void DistributedState::apply_one_qubit(unsigned qubit, const Matrix2& matrix) {
@@ -150,7 +330,8 @@ void DistributedState::apply_one_qubit(unsigned qubit, const Matrix2& matrix) {
   }
 }
 
-void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m) {
+void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m,
+                                       DistributedState* companion, double* z) {
   const int partner = rank_ ^ (1 << global_bit);
   // This rank holds the amplitudes with the qubit at `mine`; the partner those at 1 - mine.
   const bool mine = ((rank_ >> global_bit) & 1) != 0;
@@ -159,17 +340,447 @@ void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m) {
   const std::size_t chunk = buffer_.size();
   for (std::size_t offset = 0; offset < amps_.size(); offset += chunk) {
     const std::size_t count = std::min(chunk, amps_.size() - offset);
-    Amp* own = amps_.data() + offset;
-    check_mpi(
-        MPI_Sendrecv(own, static_cast<int>(2 * count), MPI_DOUBLE, partner, 0, buffer_.data(),
-                     static_cast<int>(2 * count), MPI_DOUBLE, partner, 0, comm_, MPI_STATUS_IGNORE),
-        "MPI_Sendrecv", comm_);
-    bytes_exchanged_ += count * sizeof(Amp);
-    const Amp* theirs = buffer_.data();
     const auto n = static_cast<std::int64_t>(count);
+    std::vector<DistributedState*> states{this};
+    if (companion != nullptr) states.push_back(companion);
+    for (DistributedState* s : states) {
+      check_mpi(MPI_Sendrecv(s->amps_.data() + offset, static_cast<int>(2 * count), MPI_DOUBLE,
+                             partner, 0, s->buffer_.data(), static_cast<int>(2 * count), MPI_DOUBLE,
+                             partner, 0, comm_, MPI_STATUS_IGNORE),
+                "MPI_Sendrecv", comm_);
+      s->bytes_exchanged_ += count * sizeof(Amp);
+    }
+    if (z != nullptr) {
+      const Amp* lambda = companion->amps_.data() + offset;
+      const Amp* theirs = buffer_.data();
+      double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(count))
+      for (std::int64_t i = 0; i < n; ++i) sum += std::imag(std::conj(lambda[i]) * theirs[i]);
+      *z += sum;
+    }
+    for (DistributedState* s : states) {
+      Amp* own = s->amps_.data() + offset;
+      const Amp* theirs = s->buffer_.data();
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(count))
-    for (std::int64_t i = 0; i < n; ++i) own[i] = cmul(keep, own[i]) + cmul(take, theirs[i]);
+      for (std::int64_t i = 0; i < n; ++i) own[i] = cmul(keep, own[i]) + cmul(take, theirs[i]);
+    }
   }
+}
+
+void DistributedState::apply_phase(const DiagonalValues& local_diagonal, double gamma) {
+  const std::string error = diagonal_mismatch(local_diagonal, local_qubits_);
+  if (!error.empty()) throw std::invalid_argument(error);
+  // The pass borrows the values: a non-owning pointer.
+  const DiagonalOp op{
+      std::shared_ptr<const DiagonalValues>(std::shared_ptr<void>(), &local_diagonal), gamma, 0.0};
+  DiagonalPass(op).apply_all(amps_.data(), local_qubits_);
+}
+
+double DistributedState::expectation(const DiagonalValues& local_diagonal) const {
+  const std::string error = diagonal_mismatch(local_diagonal, local_qubits_);
+  double sum = 0.0;
+  if (error.empty()) {
+    constexpr Index kChunk = Index{1} << 12;
+    const Index size = amps_.size();
+    const auto chunks = static_cast<std::int64_t>((size + kChunk - 1) / kChunk);
+    const Amp* amps = amps_.data();
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
+    for (std::int64_t c = 0; c < chunks; ++c) {
+      double part = 0.0;
+      const Index begin = static_cast<Index>(c) * kChunk;
+      for_each_value(local_diagonal, begin, std::min(size, begin + kChunk),
+                     [&](Index i, double v) { part += std::norm(amps[i]) * v; });
+      sum += part;
+    }
+  }
+  return sum_over_ranks(sum, error);
+}
+
+void DistributedState::swap_global_local(unsigned global_bit, unsigned local_bit) {
+  const int partner = rank_ ^ (1 << global_bit);
+  const Index away = 1 - ((static_cast<Index>(rank_) >> global_bit) & 1);
+  const Index half = amps_.size() / 2;
+  const std::size_t chunk = buffer_.size();
+  Amp* amps = amps_.data();
+  Amp* buffer = buffer_.data();
+  for (Index offset = 0; offset < half; offset += chunk) {
+    const auto count = static_cast<std::int64_t>(std::min<Index>(chunk, half - offset));
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(count))
+    for (std::int64_t i = 0; i < count; ++i) {
+      buffer[i] = amps[insert_bit(offset + static_cast<Index>(i), local_bit, away)];
+    }
+    check_mpi(MPI_Sendrecv_replace(buffer, static_cast<int>(2 * count), MPI_DOUBLE, partner, 1,
+                                   partner, 1, comm_, MPI_STATUS_IGNORE),
+              "MPI_Sendrecv_replace", comm_);
+    bytes_exchanged_ += static_cast<std::uint64_t>(count) * sizeof(Amp);
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(count))
+    for (std::int64_t i = 0; i < count; ++i) {
+      amps[insert_bit(offset + static_cast<Index>(i), local_bit, away)] = buffer[i];
+    }
+  }
+  ++swaps_;
+}
+
+void DistributedState::run_ops(std::span<const LocalOp> ops, DistributedState* companion,
+                               double* z) {
+  const unsigned n = num_qubits_, local = local_qubits_;
+  // where[q]: the position of qubit q; who[position]: the qubit there.
+  std::vector<unsigned> where(n), who(n);
+  std::iota(where.begin(), where.end(), 0u);
+  std::iota(who.begin(), who.end(), 0u);
+  const auto uses = [](const LocalOp& op, unsigned q) {
+    return op.a == q || op.b == static_cast<int>(q);
+  };
+  const auto swap_positions = [&](unsigned global, unsigned local_position) {
+    swap_global_local(global - local, local_position);
+    if (companion != nullptr) companion->swap_global_local(global - local, local_position);
+    std::swap(who[global], who[local_position]);
+    where[who[global]] = global;
+    where[who[local_position]] = local_position;
+  };
+  const auto apply_local = [&](unsigned a, int b, const LocalOp& op) {
+    for (DistributedState* s : {this, companion}) {
+      if (s == nullptr) continue;
+      if (b < 0) {
+        const QubitMatrix gate{a, op.m2};
+        apply_rotation_layer<double>(s->amps_.data(), local, std::span(&gate, 1));
+      } else if (!op.xy) {
+        apply_matrix4(s->amps_.data(), local, a, static_cast<unsigned>(b), op.m4);
+      } else {
+        Amp* amps = s->amps_.data();
+        const Index quarter = amps_.size() / 4;
+        const auto ub = static_cast<unsigned>(b);
+        const unsigned lo = std::min(a, ub), hi = std::max(a, ub);
+        const Index bit_a = Index{1} << a, bit_b = Index{1} << ub;
+        const Amp c = op.m4[5], i_sin = op.m4[6];
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(quarter))
+        for (std::int64_t t = 0; t < static_cast<std::int64_t>(quarter); ++t) {
+          const Index x = insert_bit(insert_bit(static_cast<Index>(t), lo, 0), hi, 0);
+          const Amp u = amps[x | bit_a], v = amps[x | bit_b];
+          amps[x | bit_a] = cmul(c, u) + cmul(i_sin, v);
+          amps[x | bit_b] = cmul(c, v) + cmul(i_sin, u);
+        }
+      }
+    }
+  };
+  // sum_x Im(conj(λ[x])·φ[x']) over the x whose bits a, b differ, x' = x with both flipped.
+  const auto pair_product = [&](unsigned a, unsigned b) {
+    const Amp* phi = amps_.data();
+    const Amp* lambda = companion->amps_.data();
+    const Index quarter = amps_.size() / 4;
+    const unsigned lo = std::min(a, b), hi = std::max(a, b);
+    const Index bit_a = Index{1} << a, bit_b = Index{1} << b;
+    double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(quarter))
+    for (std::int64_t t = 0; t < static_cast<std::int64_t>(quarter); ++t) {
+      const Index x = insert_bit(insert_bit(static_cast<Index>(t), lo, 0), hi, 0);
+      sum += std::imag(std::conj(lambda[x | bit_a]) * phi[x | bit_b]) +
+             std::imag(std::conj(lambda[x | bit_b]) * phi[x | bit_a]);
+    }
+    return sum;
+  };
+  for (std::size_t i = 0; i < ops.size(); ++i) {
+    const LocalOp& op = ops[i];
+    for (const int q : {static_cast<int>(op.a), op.b}) {
+      if (q < 0 || where[q] < local) continue;
+      // Evict the local qubit, not in this gate, whose next use is furthest away.
+      unsigned victim = local;
+      std::size_t victim_next = 0;
+      for (unsigned s = 0; s < local; ++s) {
+        if (uses(op, who[s])) continue;
+        std::size_t next = i + 1;
+        while (next < ops.size() && !uses(ops[next], who[s])) ++next;
+        if (victim == local || next > victim_next) {
+          victim = s;
+          victim_next = next;
+        }
+      }
+      swap_positions(where[q], victim);
+    }
+    if (z != nullptr) *z += pair_product(where[op.a], where[op.b]);
+    apply_local(where[op.a], op.b < 0 ? -1 : static_cast<int>(where[op.b]), op);
+  }
+  // Back to the plain layout: global positions first (through a local one where a global qubit
+  // sits at another global position), then the local ones by local swaps.
+  for (unsigned g = local; g < n; ++g) {
+    while (who[g] != g) {
+      if (where[g] >= local) swap_positions(where[g], 0);
+      swap_positions(g, where[g]);
+    }
+  }
+  LocalOp swap{0, 0, {}, {}};
+  swap.m4[0] = swap.m4[6] = swap.m4[9] = swap.m4[15] = 1.0;
+  for (unsigned s = 0; s < local; ++s) {
+    if (who[s] == s) continue;
+    const unsigned t = where[s];
+    apply_local(s, static_cast<int>(t), swap);
+    std::swap(who[s], who[t]);
+    where[who[s]] = s;
+    where[who[t]] = t;
+  }
+}
+
+void DistributedState::apply_gates(std::span<const Gate> gates) {
+  std::vector<LocalOp> ops;
+  for (const Gate& g : gates) {
+    for (const std::uint32_t q : g.qubits()) {
+      if (q >= num_qubits_) {
+        throw std::invalid_argument("gate " + g.to_string() +
+                                    " acts on a qubit >= " + std::to_string(num_qubits_));
+      }
+    }
+    if (g.num_qubits() > local_qubits_) {
+      throw std::invalid_argument("gate " + g.to_string() + " needs " +
+                                  std::to_string(g.num_qubits()) + " local qubits, the slice has " +
+                                  std::to_string(local_qubits_));
+    }
+    if (g.kind() == GateKind::I) continue;
+    if (g.num_qubits() == 1) {
+      ops.push_back({g.qubit(0), -1, matrix_of(g), {}});
+    } else {
+      ops.push_back({g.qubit(0), static_cast<int>(g.qubit(1)), {}, matrix4_of(g)});
+    }
+  }
+  run_ops(ops);
+}
+
+std::vector<DistributedState::LocalOp> DistributedState::xy_ops(
+    std::span<const std::pair<unsigned, unsigned>> pairs, double beta) {
+  // On the pair's index a + 2b: |01> and |10> turn into each other, |00> and |11> stay.
+  const Amp c{std::cos(beta), 0.0}, s{0.0, std::sin(beta)};
+  Matrix4 m{};
+  m[0] = m[15] = 1.0;
+  m[5] = m[10] = c;
+  m[6] = m[9] = s;
+  std::vector<LocalOp> ops;
+  for (const auto& [a, b] : pairs) ops.push_back({a, static_cast<int>(b), {}, m, true});
+  return ops;
+}
+
+void DistributedState::apply_xy_mixer(std::span<const std::pair<unsigned, unsigned>> pairs,
+                                      double beta) {
+  check_xy_pairs(pairs, num_qubits_, local_qubits_);
+  run_ops(xy_ops(pairs, beta));
+}
+
+void DistributedState::check_ansatz(const DistributedAnsatz& ansatz,
+                                    std::span<const double> angles) const {
+  if (angles.empty() || angles.size() % 2 != 0) {
+    throw std::invalid_argument("angles must hold p gammas then p betas (p >= 1), got " +
+                                std::to_string(angles.size()) + " values");
+  }
+  for (double a : angles) {
+    if (!std::isfinite(a)) throw std::invalid_argument("angles must be finite");
+  }
+  for (const DiagonalValues* d : {ansatz.phase, ansatz.energies}) {
+    if (d == nullptr) throw std::invalid_argument("the ansatz needs its phase and energies");
+    const std::string error = diagonal_mismatch(*d, local_qubits_);
+    if (!error.empty()) throw std::invalid_argument(error);
+  }
+  if (ansatz.xy_pairs) check_xy_pairs(*ansatz.xy_pairs, num_qubits_, local_qubits_);
+}
+
+void DistributedState::run_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) {
+  check_ansatz(ansatz, angles);
+  if (ansatz.initial) {
+    set_zero();
+    apply_gates(*ansatz.initial);
+  } else {
+    set_uniform();
+  }
+  const std::size_t p = angles.size() / 2;
+  for (std::size_t j = 0; j < p; ++j) {
+    apply_phase(*ansatz.phase, angles[j]);
+    if (ansatz.xy_pairs) {
+      apply_xy_mixer(*ansatz.xy_pairs, angles[p + j]);
+    } else {
+      apply_x_mixer(angles[p + j]);
+    }
+  }
+}
+
+// With U_j = exp(−i·θ_j·H_j) the 2p factors and λ = U^†·(w∘ψ) carried back beside the state φ,
+// the partial in θ_j is 2·Im⟨λ|H_j|φ⟩ where U_j acts: H = D for a phase layer, −ΣX for the X
+// mixer, −S for each XY pair. Every rank sums its slice's part; one MPI_Allreduce adds them.
+double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
+                                           std::span<const double> angles,
+                                           const LossSettings& settings,
+                                           std::span<double> gradient) {
+  check_ansatz(ansatz, angles);
+  if (gradient.size() != angles.size()) {
+    throw std::invalid_argument("gradient must have as many entries as angles");
+  }
+  if (settings.kind == LossKind::kCvar && !(settings.alpha >= 0.0 && settings.alpha <= 1.0)) {
+    throw std::invalid_argument("alpha must be a number in [0, 1], got " +
+                                format_double(settings.alpha));
+  }
+  const double t = settings.temperature;
+  if (settings.kind == LossKind::kGibbs && (!std::isfinite(t) || t == 0.0)) {
+    throw std::invalid_argument("temperature must be finite and nonzero");
+  }
+  run_ansatz(ansatz, angles);
+  DistributedState lambda(comm_, num_qubits_, std::max<std::size_t>(buffer_.size(), 1));
+  const Index size = amps_.size();
+  const auto count = static_cast<std::int64_t>(size);
+  const DiagonalValues& e = *ansatz.energies;
+  Amp* f = amps_.data();
+  Amp* l = lambda.amps_.data();
+
+  // λ = w∘φ with w = ∂loss/∂p: e for the expectation, −exp(−e/t)/Z for the Gibbs loss (both
+  // scaled by exp(shift), shift the least e/t over all ranks, so that nothing overflows).
+  double loss = 0.0;
+  if (settings.kind == LossKind::kExpectation) {
+    for_each_value(e, 0, size, [&](Index x, double v) { l[x] = v * f[x]; });
+    loss = expectation(e);
+  } else if (settings.kind == LossKind::kCvar) {
+    loss = cvar_cotangent(e, settings.alpha, lambda);
+  } else {
+    double shift = INFINITY;
+    for_each_value(e, 0, size, [&](Index, double v) { shift = std::min(shift, v / t); });
+    check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
+              comm_);
+    double z = 0.0;
+    for_each_value(e, 0, size, [&](Index x, double v) {
+      const double w = std::exp(shift - v / t);
+      l[x] = {w, 0.0};
+      z += std::norm(f[x]) * w;
+    });
+    z = sum_over_ranks(z, "");
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
+    for (std::int64_t x = 0; x < count; ++x) l[x] = (-l[x].real() / z) * f[x];
+    loss = shift - std::log(z);
+  }
+
+  const std::size_t p = angles.size() / 2;
+  std::fill(gradient.begin(), gradient.end(), 0.0);
+  for (std::size_t j = p; j-- > 0;) {
+    const double beta = angles[p + j];
+    double z = 0.0;
+    if (!ansatz.xy_pairs) {
+      x_layer(matrix_of(Gate(GateKind::RX, {Qubit(0)}, 2.0 * beta)), &lambda, &z);
+    } else {
+      std::vector<std::pair<unsigned, unsigned>> reversed(ansatz.xy_pairs->rbegin(),
+                                                          ansatz.xy_pairs->rend());
+      run_ops(xy_ops(reversed, -beta), &lambda, &z);
+    }
+    gradient[p + j] = -2.0 * z;
+    // Now just after the phase layer: its product, then undo it.
+    double d = 0.0;
+    const DiagonalValues& phase = *ansatz.phase;
+    for_each_value(phase, 0, size,
+                   [&](Index x, double v) { d += v * std::imag(std::conj(l[x]) * f[x]); });
+    gradient[j] = 2.0 * d;
+    apply_phase(phase, -angles[j]);
+    lambda.apply_phase(phase, -angles[j]);
+  }
+  check_mpi(MPI_Allreduce(MPI_IN_PLACE, gradient.data(), static_cast<int>(gradient.size()),
+                          MPI_DOUBLE, MPI_SUM, comm_),
+            "MPI_Allreduce", comm_);
+  return loss;
+}
+
+// loss = sum over the entries ahead of the boundary b (heavier, or as heavy and before it) of
+// p·(e − e[b]), plus alpha·e[b]; so w = e − e[b] ahead of b and 0 elsewhere. Without a boundary
+// (alpha above the total mass) w = e; alpha = 0 gives w = 0.
+double DistributedState::cvar_cotangent(const DiagonalValues& e, double alpha,
+                                        DistributedState& lambda) const {
+  const AlignedBuffer<double> p = local_probabilities();
+  Amp* l = lambda.amps_.data();
+  const Amp* f = amps_.data();
+  const Index size = amps_.size();
+  if (alpha == 0.0) {
+    std::fill(l, l + size, Amp{});
+    return 0.0;
+  }
+  const CvarCut cut = cvar_cut({p.data(), p.size()}, alpha);
+  // The boundary is the tie at which the running mass first reaches alpha, ties in index order.
+  std::uint64_t boundary = 0;
+  double e_boundary = 0.0;
+  if (cut.crossed) {
+    const double t = std::bit_cast<double>(cut.threshold);
+    std::uint64_t all_ties = 0;
+    check_mpi(MPI_Allreduce(&cut.ties, &all_ties, 1, MPI_UINT64_T, MPI_SUM, comm_), "MPI_Allreduce",
+              comm_);
+    while (boundary + 1 < all_ties && cut.above + static_cast<double>(boundary + 1) * t < alpha) {
+      ++boundary;
+    }
+    std::uint64_t ordinal = cut.ties_before;
+    for_each_value(e, 0, size, [&](Index x, double v) {
+      if (weight_key(p[x]) != cut.threshold) return;
+      if (ordinal++ == boundary) e_boundary = v;
+    });
+    e_boundary = sum_over_ranks(e_boundary, "");  // one rank holds it, the others add 0
+  }
+  double sum = 0.0;
+  std::uint64_t ordinal = cut.ties_before;
+  for_each_value(e, 0, size, [&](Index x, double v) {
+    const std::uint64_t key = weight_key(p[x]);
+    const bool ahead =
+        !cut.crossed || key > cut.threshold || (key == cut.threshold && ordinal++ < boundary);
+    const double w = ahead ? v - e_boundary : 0.0;
+    l[x] = w * f[x];
+    sum += w * p[x];
+  });
+  return sum_over_ranks(sum, "") + (cut.crossed ? alpha * e_boundary : 0.0);
+}
+
+std::vector<Count> DistributedState::sample(std::uint64_t shots, std::uint64_t seed) const {
+  const unsigned n = num_qubits_, local = local_qubits_;
+  const unsigned block = std::min({12u, n / 2, local});
+  const Index block_size = Index{1} << block;
+  const Index blocks = amps_.size() >> block;
+  // Each block's own pyramid gives its mass; the blocks' masses, then the ranks', sum pairwise
+  // in the same tree, so every node's mass is the same bit for bit whatever the rank count.
+  const auto block_sums = [&](Index b) {
+    std::vector<double> leaves(block_size);
+    for (Index i = 0; i < block_size; ++i) leaves[i] = std::norm(amps_[b * block_size + i]);
+    return pyramid(leaves);
+  };
+  std::vector<double> block_mass(blocks);
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(amps_.size()))
+  for (std::int64_t b = 0; b < static_cast<std::int64_t>(blocks); ++b) {
+    block_mass[b] = block_sums(static_cast<Index>(b)).back();
+  }
+  const std::vector<double> rank_pyramid = pyramid(block_mass);
+  std::vector<double> rank_mass(ranks_);
+  check_mpi(
+      MPI_Allgather(&rank_pyramid.back(), 1, MPI_DOUBLE, rank_mass.data(), 1, MPI_DOUBLE, comm_),
+      "MPI_Allgather", comm_);
+  // Every rank draws the same split between the ranks, then splits its own shots down.
+  std::vector<std::uint64_t> per_rank, per_block, per_state;
+  const unsigned rank_bits = n - local;
+  split_down(pyramid(rank_mass), rank_bits, local, 0, shots, seed, per_rank);
+  split_down(rank_pyramid, local - block, block, first_index() >> block, per_rank[rank_], seed,
+             per_block);
+  std::vector<Count> out;
+  for (Index b = 0; b < blocks; ++b) {
+    if (per_block[b] == 0) continue;
+    const Index first = first_index() + b * block_size;
+    split_down(block_sums(b), block, 0, first, per_block[b], seed, per_state);
+    for (Index i = 0; i < block_size; ++i) {
+      if (per_state[i] != 0) out.push_back({first + i, per_state[i]});
+    }
+  }
+  return out;
+}
+
+std::vector<Count> DistributedState::sample_all(std::uint64_t shots, std::uint64_t seed) const {
+  const std::vector<Count> mine = sample(shots, seed);
+  // Rank order is index order: gathering the ranks' lists one after another keeps it.
+  std::vector<std::uint64_t> flat;
+  for (const Count& c : mine) flat.insert(flat.end(), {c.index, c.shots});
+  const int length = static_cast<int>(flat.size());
+  std::vector<int> lengths(ranks_), offsets(ranks_, 0);
+  check_mpi(MPI_Allgather(&length, 1, MPI_INT, lengths.data(), 1, MPI_INT, comm_), "MPI_Allgather",
+            comm_);
+  for (int r = 1; r < ranks_; ++r) offsets[r] = offsets[r - 1] + lengths[r - 1];
+  std::vector<std::uint64_t> all(static_cast<std::size_t>(offsets.back() + lengths.back()));
+  check_mpi(MPI_Allgatherv(flat.data(), length, MPI_UINT64_T, all.data(), lengths.data(),
+                           offsets.data(), MPI_UINT64_T, comm_),
+            "MPI_Allgatherv", comm_);
+  std::vector<Count> out(all.size() / 2);
+  for (std::size_t i = 0; i < out.size(); ++i) out[i] = {all[2 * i], all[2 * i + 1]};
+  return out;
 }
 
 AlignedBuffer<double> DistributedState::local_probabilities() const {
@@ -241,49 +852,51 @@ double DistributedState::cvar(std::span<const double> p, std::span<const double>
   sum_over_ranks(0.0, error);
   if (alpha == 0.0) return 0.0;
 
+  // This rank's share of alpha: its heavier entries, then its part of the tied entries, which
+  // lower ranks (lower indices) fill first.
+  const CvarCut cut = cvar_cut(p, alpha);
+  double share = 1.0;  // the whole slice, when alpha exceeds the total mass
+  if (cut.crossed) {
+    const double t = std::bit_cast<double>(cut.threshold);
+    double heavier = 0.0;
+    for (double w : p) heavier += weight_key(w) > cut.threshold ? w : 0.0;
+    const double left = alpha - cut.above - static_cast<double>(cut.ties_before) * t;
+    share = std::min(1.0, heavier + std::clamp(left, 0.0, static_cast<double>(cut.ties) * t));
+  }
+  return sum_over_ranks(corvid::cvar(p, e, share), "");
+}
+
+DistributedState::CvarCut DistributedState::cvar_cut(std::span<const double> p,
+                                                     double alpha) const {
   // The key of the entry that crosses alpha, one byte at a time from the top; `above` is the
   // mass of all heavier keys over all ranks.
-  std::uint64_t threshold = 0;
-  double above = 0.0;
-  bool crossed = true;
-  for (int shift = 56; shift >= 0 && crossed; shift -= 8) {
+  CvarCut cut;
+  cut.crossed = true;
+  for (int shift = 56; shift >= 0 && cut.crossed; shift -= 8) {
     std::vector<double> local(256, 0.0), total(256, 0.0);
     for (double w : p) {
       const std::uint64_t key = weight_key(w);
-      if (shift < 56 && (key >> (shift + 8)) != (threshold >> (shift + 8))) continue;
+      if (shift < 56 && (key >> (shift + 8)) != (cut.threshold >> (shift + 8))) continue;
       local[(key >> shift) & 255] += w;
     }
     check_mpi(MPI_Allreduce(local.data(), total.data(), 256, MPI_DOUBLE, MPI_SUM, comm_),
               "MPI_Allreduce", comm_);
-    crossed = false;
+    cut.crossed = false;
     for (int b = 255; b >= 0; --b) {
-      if (above + total[b] >= alpha) {
-        threshold |= std::uint64_t(b) << shift;
-        crossed = true;
+      if (cut.above + total[b] >= alpha) {
+        cut.threshold |= std::uint64_t(b) << shift;
+        cut.crossed = true;
         break;
       }
-      above += total[b];
+      cut.above += total[b];
     }
   }
-  // This rank's share of alpha: its heavier entries, then its part of the tied entries, which
-  // lower ranks (lower indices) fill first.
-  double share = 1.0;  // the whole slice, when alpha exceeds the total mass
-  if (crossed) {
-    const double t = std::bit_cast<double>(threshold);
-    double heavier = 0.0;
-    std::uint64_t ties = 0, ties_before = 0;
-    for (double w : p) {
-      const std::uint64_t key = weight_key(w);
-      if (key > threshold) heavier += w;
-      ties += key == threshold;
-    }
-    check_mpi(MPI_Exscan(&ties, &ties_before, 1, MPI_UINT64_T, MPI_SUM, comm_), "MPI_Exscan",
-              comm_);
-    if (rank_ == 0) ties_before = 0;  // MPI leaves rank 0's result undefined
-    const double left = alpha - above - static_cast<double>(ties_before) * t;
-    share = std::min(1.0, heavier + std::clamp(left, 0.0, static_cast<double>(ties) * t));
-  }
-  return sum_over_ranks(corvid::cvar(p, e, share), "");
+  if (!cut.crossed) return cut;
+  for (double w : p) cut.ties += weight_key(w) == cut.threshold;
+  check_mpi(MPI_Exscan(&cut.ties, &cut.ties_before, 1, MPI_UINT64_T, MPI_SUM, comm_), "MPI_Exscan",
+            comm_);
+  if (rank_ == 0) cut.ties_before = 0;  // MPI leaves rank 0's result undefined
+  return cut;
 }
 
 std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
@@ -351,22 +964,42 @@ std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
   return out;
 }
 
+namespace {
+
+// The terms with this rank's global bits folded into the signs of their coefficients.
+std::vector<PhaseTerm> local_terms(const DistributedState& state,
+                                   std::span<const std::uint64_t> masks,
+                                   std::span<const double> coeffs) {
+  check_terms(masks, coeffs, static_cast<int>(state.num_qubits()), "qubit");
+  const unsigned local = state.local_qubits();
+  const std::uint64_t low = (std::uint64_t{1} << local) - 1;
+  const std::uint64_t rank = static_cast<std::uint64_t>(state.rank());
+  std::vector<PhaseTerm> terms(masks.size());
+  for (std::size_t t = 0; t < masks.size(); ++t) {
+    const bool flip = (std::popcount((masks[t] >> local) & rank) & 1) != 0;
+    terms[t] = {masks[t] & low, flip ? -coeffs[t] : coeffs[t]};
+  }
+  return terms;
+}
+
+}  // namespace
+
 AlignedBuffer<double> local_z_energies(const DistributedState& state,
                                        std::span<const std::uint64_t> masks,
                                        std::span<const double> coeffs) {
-  const unsigned n = state.num_qubits();
-  const unsigned local = state.local_qubits();
-  check_terms(masks, coeffs, static_cast<int>(n), "qubit");
-  const std::uint64_t low = (std::uint64_t{1} << local) - 1;
-  const std::uint64_t rank = static_cast<std::uint64_t>(state.rank());
-  std::vector<std::uint64_t> local_masks(masks.size());
-  std::vector<double> local_coeffs(coeffs.size());
-  for (std::size_t t = 0; t < masks.size(); ++t) {
-    local_masks[t] = masks[t] & low;
-    const bool flip = (std::popcount((masks[t] >> local) & rank) & 1) != 0;
-    local_coeffs[t] = flip ? -coeffs[t] : coeffs[t];
+  const std::vector<PhaseTerm> terms = local_terms(state, masks, coeffs);
+  std::vector<std::uint64_t> local_masks(terms.size());
+  std::vector<double> local_coeffs(terms.size());
+  for (std::size_t t = 0; t < terms.size(); ++t) {
+    local_masks[t] = terms[t].mask;
+    local_coeffs[t] = terms[t].coefficient;
   }
-  return energies_from_z_terms(static_cast<int>(local), local_masks, local_coeffs);
+  return energies_from_z_terms(static_cast<int>(state.local_qubits()), local_masks, local_coeffs);
+}
+
+DiagonalValues local_diagonal(const DistributedState& state, std::span<const std::uint64_t> masks,
+                              std::span<const double> coeffs) {
+  return DiagonalValues(state.local_qubits(), local_terms(state, masks, coeffs));
 }
 
 }  // namespace corvid::dist

@@ -18,11 +18,17 @@
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "corvid/circuit/gate.h"
+#include "corvid/qaoa/adjoint.h"
+#include "corvid/sim/compile/diagonal_values.h"
 #include "corvid/sim/kernels/matrix2.h"
+#include "corvid/sim/kernels/two_qubit_matrix.h"
 #include "corvid/util/aligned_buffer.h"
 
 namespace corvid::dist {
@@ -34,6 +40,26 @@ inline constexpr std::size_t kMaxExchangeChunk = std::size_t{1} << 20;
 struct Solution {
   std::uint64_t index;
   double probability;
+};
+
+/// A basis state and how many shots fell on it.
+struct Count {
+  std::uint64_t index;
+  std::uint64_t shots;
+};
+
+/// A QAOA ansatz on the distributed state, for its loss and exact gradient. Layer j applies
+/// exp(-i·gamma_j·D), then exp(+i·beta_j·sum_q X_q) or, for an XY mixer, exp(+i·beta_j·(X_aX_b +
+/// Y_aY_b)/2) pair by pair, as the single-process QaoaObjective does.
+struct DistributedAnsatz {
+  /// This rank's part of the phase diagonal D and of the loss's energies e (local_diagonal;
+  /// often the same object). Borrowed.
+  const DiagonalValues* phase = nullptr;
+  const DiagonalValues* energies = nullptr;
+  /// The XY mixer's pairs in order; without them, the X mixer.
+  std::optional<std::vector<std::pair<unsigned, unsigned>>> xy_pairs;
+  /// Gates preparing the initial state from |0…0⟩; without them, a Hadamard on every qubit.
+  std::optional<std::vector<Gate>> initial;
 };
 
 class DistributedState {
@@ -61,6 +87,9 @@ class DistributedState {
   }
   /// Amplitudes per exchange chunk.
   std::size_t chunk_size() const { return buffer_.size(); }
+  /// Qubits swapped between a global and a local position since construction (each one
+  /// exchange of half the slice).
+  std::uint64_t swaps() const { return swaps_; }
   /// Bytes this rank has sent to its partners in exchanges since construction.
   std::uint64_t bytes_exchanged() const { return bytes_exchanged_; }
 
@@ -73,13 +102,63 @@ class DistributedState {
   /// sizes are the caller's) unless it has one entry per local amplitude.
   void apply_phase(std::span<const double> local_energies, double gamma);
 
-  /// RX(-2·beta) on every qubit: local qubits in one blocked pass, each global qubit by one
-  /// pairwise exchange of the slice. Collective.
+  /// RX(-2·beta) on every qubit: local qubits in one blocked pass; with k >= 2 global qubits
+  /// and at least k local ones, a transposition that makes the global qubits local, their
+  /// pass, and the transposition back (2·(1 - 1/2^k) slices sent per rank); otherwise each
+  /// global qubit by one pairwise exchange of the slice (k slices). Collective.
   void apply_x_mixer(double beta);
 
   /// `matrix` on one qubit (< num_qubits; std::invalid_argument otherwise). Collective when the
   /// qubit is global.
   void apply_one_qubit(unsigned qubit, const Matrix2& matrix);
+
+  /// Multiplies amplitude x by exp(-i·gamma·D[x]), D this rank's part of the diagonal (see
+  /// local_diagonal): a table of phases per level, no sin/cos per amplitude. Local. Throws
+  /// std::invalid_argument (this rank only) unless D covers the local qubits.
+  void apply_phase(const DiagonalValues& local_diagonal, double gamma);
+
+  /// Gates of the SDK (one- and two-qubit kinds) in order, their qubit numbers being the state's
+  /// qubits. Gates on local qubits run the single-process kernels on the slice. A gate on a global
+  /// qubit first swaps that qubit with a local one that no pending gate needs soon (a pairwise
+  /// exchange of half the slice); the swapped layout is kept across the following gates and
+  /// restored at the end. Throws std::invalid_argument (every rank alike, before any gate runs)
+  /// for a qubit >= num_qubits, or a gate with more qubits than the local qubits. Collective.
+  void apply_gates(std::span<const Gate> gates);
+
+  /// exp(+i·beta·(X_aX_b + Y_aY_b)/2) on each pair in order: the XY mixer, ring or complete
+  /// as the pairs say. Pairs with a global qubit go through apply_gates' swaps. Throws
+  /// std::invalid_argument (every rank alike) unless each pair holds two distinct qubits
+  /// < num_qubits. Collective.
+  void apply_xy_mixer(std::span<const std::pair<unsigned, unsigned>> pairs, double beta);
+
+  /// sum_x |amplitude x|^2 · D[x] over all ranks, straight from the amplitudes (no probability
+  /// table). Collective; a D that does not cover the local qubits is an error on every rank.
+  double expectation(const DiagonalValues& local_diagonal) const;
+
+  /// Prepares the ansatz's state at `angles` (p gammas then p betas) on this state. Throws
+  /// std::invalid_argument (every rank alike) for an odd, empty or non-finite angle vector, a
+  /// missing diagonal or one that does not cover the local qubits. Collective.
+  void run_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles);
+
+  /// run_ansatz, then the loss of the final state (expectation, CVaR or Gibbs) and its 2p
+  /// partial derivatives in `gradient`, the same on every rank: one backward sweep carries
+  /// the state and the loss's cotangent back together through the same exchanges, the cotangent
+  /// in a second distributed state made here (twice the memory). The state is left at the
+  /// start of the ansatz's layers. Collective.
+  double loss_and_gradient(const DistributedAnsatz& ansatz, std::span<const double> angles,
+                           const LossSettings& settings, std::span<double> gradient);
+
+  /// `shots` samples of the whole state, as this rank's part of the counts: basis states of its
+  /// slice in ascending order, each with its count (zero counts left out). One multinomial
+  /// split over a fixed binary tree of the basis states: every node divides its shots between
+  /// its halves by a binomial draw from a generator seeded by (seed, node), so the counts are the
+  /// multinomial of the probabilities, and the same seed gives the same counts on any number of
+  /// ranks up to 2^(n - min(12, n/2)) (the tree and its sums do not depend on the split).
+  /// Collective.
+  std::vector<Count> sample(std::uint64_t shots, std::uint64_t seed) const;
+  /// sample's counts of every rank, in ascending index order, on every rank (at most
+  /// min(shots, 2^n) entries). Collective.
+  std::vector<Count> sample_all(std::uint64_t shots, std::uint64_t seed) const;
 
   /// |amplitude|^2 of the slice.
   AlignedBuffer<double> local_probabilities() const;
@@ -101,7 +180,58 @@ class DistributedState {
   std::vector<Solution> top_solutions(std::span<const double> p, std::size_t count) const;
 
  private:
-  void exchange_global(unsigned global_bit, const Matrix2& matrix);
+  /// A gate on qubit a (one-qubit: b < 0, matrix m2) or on qubits a, b (m4, a the low bit of
+  /// its index).
+  struct LocalOp {
+    unsigned a;
+    int b;
+    Matrix2 m2;
+    Matrix4 m4;
+    /// m4 only mixes |01> and |10> (an XY pair): run by a pass over those amplitudes alone.
+    bool xy = false;
+  };
+  /// `matrix` on a global qubit, on this state and on `companion` (the cotangent of the
+  /// gradient's sweep) when given; with `z`, first adds sum_x Im(conj(companion[x])·this[x ^
+  /// qubit]) over the slice to *z.
+  void exchange_global(unsigned global_bit, const Matrix2& matrix,
+                       DistributedState* companion = nullptr, double* z = nullptr);
+  /// Whether the X mixer reaches the global qubits by transpositions: k >= 2 global qubits
+  /// and at least k local ones.
+  bool transposes() const;
+  /// `rx` on every qubit: the local ones in one pass, the global ones as the top local qubits
+  /// between two transpositions (see transposes()) or by pairwise exchanges. On `companion` too
+  /// when given; with `z`, first adds sum over all qubits q and x of
+  /// Im(conj(companion[x])·this[x ^ q]) to *z.
+  void x_layer(const Matrix2& rx, DistributedState* companion, double* z);
+  /// Swaps the k global qubits with the top k local ones: an all-to-all of equal blocks in
+  /// 2^k - 1 pairwise rounds, in place, through MPI_Sendrecv_replace in chunks.
+  void transpose();
+  /// Exchanges the qubit at global position `global_bit` with the one at local position
+  /// `local_bit`: this rank sends the half of its slice whose local bit differs from its own
+  /// global bit and takes the partner's.
+  void swap_global_local(unsigned global_bit, unsigned local_bit);
+  /// Runs `ops` (qubit numbers of the state) in order, swapping global qubits in as needed; on
+  /// `companion` too when given, and with `z`, first adds each (XY) op's sum_x
+  /// Im(conj(companion[x])·(S·this)[x]) to *z.
+  void run_ops(std::span<const LocalOp> ops, DistributedState* companion = nullptr,
+               double* z = nullptr);
+  /// The XY mixer's gates exp(+i·beta·(XX + YY)/2) on `pairs`, in order.
+  static std::vector<LocalOp> xy_ops(std::span<const std::pair<unsigned, unsigned>> pairs,
+                                     double beta);
+  /// Where CVaR's alpha falls: the weight key of the entry that crosses it, the mass of all
+  /// heavier entries, the entries of that weight here and on lower ranks (not crossed when
+  /// alpha exceeds the total mass). Collective; alpha > 0.
+  struct CvarCut {
+    bool crossed = false;
+    std::uint64_t threshold = 0;
+    double above = 0.0;
+    std::uint64_t ties = 0;
+    std::uint64_t ties_before = 0;
+  };
+  CvarCut cvar_cut(std::span<const double> p, double alpha) const;
+  /// Writes CVaR's cotangent w∘φ of this state to `lambda`; returns the loss. Collective.
+  double cvar_cotangent(const DiagonalValues& e, double alpha, DistributedState& lambda) const;
+  void check_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) const;
   /// Sums one local value over the ranks; when `error` is nonempty on any rank, every rank
   /// throws std::invalid_argument (naming this rank's error where it has one).
   double sum_over_ranks(double local, const std::string& error) const;
@@ -114,6 +244,7 @@ class DistributedState {
   AlignedBuffer<std::complex<double>> amps_;
   AlignedBuffer<std::complex<double>> buffer_;
   std::uint64_t bytes_exchanged_ = 0;
+  std::uint64_t swaps_ = 0;
 };
 
 /// E[x] = sum_t coeffs[t]·(-1)^popcount(x & masks[t]) for the slice of `state`'s rank: each
@@ -123,5 +254,11 @@ class DistributedState {
 AlignedBuffer<double> local_z_energies(const DistributedState& state,
                                        std::span<const std::uint64_t> masks,
                                        std::span<const double> coeffs);
+
+/// The same diagonal in the compact form of the single-process phase layer (one 8- or 16-bit
+/// level index per amplitude when the values are few, doubles otherwise): a sixteenth of the
+/// slice's bytes for a MaxCut-like problem. Local. Throws as local_z_energies.
+DiagonalValues local_diagonal(const DistributedState& state, std::span<const std::uint64_t> masks,
+                              std::span<const double> coeffs);
 
 }  // namespace corvid::dist

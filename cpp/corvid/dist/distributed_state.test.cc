@@ -8,6 +8,7 @@
 
 #include <bit>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <random>
 
@@ -15,6 +16,7 @@
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/diagonal.h"
 #include "corvid/sim/machine/machine.h"
+#include "corvid/testing/random_circuit.h"
 #include "corvid/util/errors.h"
 
 namespace corvid::dist {
@@ -37,19 +39,13 @@ struct Problem {
 
 Problem random_problem(unsigned n, std::mt19937_64& rng) {
   std::uniform_real_distribution<double> coeff(-1.0, 1.0);
-  std::uniform_int_distribution<unsigned> qubit(0, n - 1);
   Problem p;
-  auto add = [&](std::uint64_t mask) {
+  for (unsigned t = 0; t < 3 * n + 1 + n / 2; ++t) {
+    const int weight = t == 0 ? 0 : t <= n ? 1 : t <= 3 * n ? 2 : 3;
+    std::uint64_t mask = weight == 1 ? std::uint64_t{1} << (t - 1) : 0;
+    while (std::popcount(mask) < weight) mask |= std::uint64_t{1} << rng() % n;
     p.masks.push_back(mask);
     p.coeffs.push_back(coeff(rng));
-  };
-  add(0);
-  for (unsigned q = 0; q < n; ++q) add(std::uint64_t{1} << q);
-  while (p.masks.size() < 3 * n + 1 + n / 2) {
-    std::uint64_t mask = 0;
-    const int weight = p.masks.size() < 3 * n + 1 ? 2 : 3;
-    while (std::popcount(mask) < weight) mask |= std::uint64_t{1} << qubit(rng);
-    add(mask);
   }
   return p;
 }
@@ -66,12 +62,33 @@ void append_phase(Circuit& c, std::uint64_t mask, double angle) {
   for (std::size_t k = 0; k + 1 < q.size(); ++k) c << Gate(GateKind::CNOT, {q[k], q.back()});
 }
 
+enum class Start { kZero, kUniform, kCircuit };
+enum class Mixer { kX, kXyRing, kXyComplete };
+
 struct Case {
   unsigned num_qubits;
   int layers;
-  bool uniform_start;
+  Start start;
   std::size_t max_chunk;
+  Mixer mixer = Mixer::kX;
+  bool compact_diagonal = false;  // phase and expectation from local_diagonal
 };
+
+// The XY mixers' pair orders: ring (even edges, odd edges, the closing edge) and complete.
+std::vector<std::pair<unsigned, unsigned>> xy_pairs(Mixer mixer, unsigned n) {
+  std::vector<std::pair<unsigned, unsigned>> pairs;
+  if (mixer == Mixer::kXyRing) {
+    for (unsigned first : {0u, 1u}) {
+      for (unsigned i = first; i + 1 < n; i += 2) pairs.emplace_back(i, i + 1);
+    }
+    if (n > 2) pairs.emplace_back(n - 1, 0);
+  } else if (mixer == Mixer::kXyComplete) {
+    for (unsigned i = 0; i < n; ++i) {
+      for (unsigned j = i + 1; j < n; ++j) pairs.emplace_back(i, j);
+    }
+  }
+  return pairs;
+}
 
 class DistributedQaoa : public ::testing::TestWithParam<Case> {};
 
@@ -87,23 +104,54 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   Machine machine(1);
   const auto qubits = machine.allocate_qubits(n);
   Circuit circuit;
-  if (c.uniform_start) {
+  if (c.start == Start::kUniform) {
     state.set_uniform();
     for (const Qubit& q : qubits) circuit << Gate(GateKind::H, {q});
-  } else {
-    state.set_zero();
+  } else if (c.start == Start::kCircuit) {
+    const Circuit start = reference::random_circuit(n, 4 * n, rng);
+    state.apply_gates(start.gates());
+    for (const Gate& g : start.gates()) {
+      std::vector<Qubit> on;
+      for (std::uint32_t q : g.qubits()) on.push_back(qubits[q]);
+      circuit << Gate(g.kind(), on, g.angle());
+    }
   }
   const AlignedBuffer<double> energies = local_z_energies(state, problem.masks, problem.coeffs);
+  const DiagonalValues diagonal = local_diagonal(state, problem.masks, problem.coeffs);
+  const auto pairs = xy_pairs(c.mixer, n);
+  const std::uint64_t sent_before = state.bytes_exchanged();
   for (int layer = 0; layer < c.layers; ++layer) {
     const double gamma = angle(rng);
     const double beta = angle(rng);
-    state.apply_phase(energies, gamma);
-    state.apply_x_mixer(beta);
+    if (c.compact_diagonal) {
+      state.apply_phase(diagonal, gamma);
+    } else {
+      state.apply_phase(energies, gamma);
+    }
     for (std::size_t t = 0; t < problem.masks.size(); ++t) {
       append_phase(circuit, problem.masks[t], 2.0 * gamma * problem.coeffs[t]);
     }
-    for (const Qubit& q : qubits) circuit << Gate(GateKind::RX, {q}, -2.0 * beta);
+    if (c.mixer == Mixer::kX) {
+      state.apply_x_mixer(beta);
+      for (const Qubit& q : qubits) circuit << Gate(GateKind::RX, {q}, -2.0 * beta);
+    } else {
+      state.apply_xy_mixer(pairs, beta);
+      for (const auto& [a, b] : pairs) {
+        circuit << Gate(GateKind::RXX, {qubits[a], qubits[b]}, -beta)
+                << Gate(GateKind::RYY, {qubits[a], qubits[b]}, -beta);
+      }
+    }
   }
+  // An X layer sends each global qubit's slice once, or with k >= 2 two transpositions of
+  // (1 - 1/2^k) of it; an XY ring layer at most twice the slice per global qubit (swapped in
+  // and out, once more where the ring's closing pair needs an evicted qubit back).
+  const unsigned k = n - state.local_qubits();
+  const std::uint64_t slice_bytes = 16 * (std::uint64_t{1} << state.local_qubits());
+  const std::uint64_t pairwise = k * slice_bytes * c.layers;
+  const std::uint64_t transposed = 2 * (slice_bytes - (slice_bytes >> k)) * c.layers;
+  const std::uint64_t sent = state.bytes_exchanged() - sent_before;
+  if (c.mixer == Mixer::kX) EXPECT_EQ(sent, k >= 2 && n >= 2 * k ? transposed : pairwise);
+  if (c.mixer == Mixer::kXyRing) EXPECT_LE(sent, 2 * pairwise);
   const ProbabilityTable table = machine.probabilities(circuit, qubits);
   const auto& want = table.values;
   const AlignedBuffer<double> all_e =
@@ -116,6 +164,7 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   }
 
   EXPECT_NEAR(state.expectation(p, energies), expectation(want, all_e), 1e-12);
+  EXPECT_NEAR(state.expectation(diagonal), expectation(want, all_e), 1e-12);
   for (double temperature : {0.7, 3.0}) {
     EXPECT_NEAR(state.gibbs_loss(p, energies, temperature),
                 -std::log(gibbs_sum(want, all_e, temperature)), 1e-12);
@@ -141,13 +190,68 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Problems, DistributedQaoa,
-                         // No layers: 32 equal weights, ties across the ranks.
-                         ::testing::Values(Case{5, 0, true, 1}, Case{3, 2, true, 1},
-                                           Case{6, 1, false, 1},
-                                           Case{12, 1, true, kMaxExchangeChunk},
-                                           Case{13, 4, true, 64}, Case{14, 3, false, 1000},
-                                           Case{14, 4, true, 100}));
+INSTANTIATE_TEST_SUITE_P(
+    Problems, DistributedQaoa,
+    // No layers: 32 equal weights, ties across the ranks.
+    ::testing::Values(Case{5, 0, Start::kUniform, 1}, Case{3, 2, Start::kUniform, 1},
+                      Case{6, 1, Start::kZero, 1}, Case{12, 1, Start::kUniform, kMaxExchangeChunk},
+                      Case{13, 4, Start::kUniform, 64, Mixer::kX, true},
+                      Case{14, 3, Start::kZero, 1000}, Case{14, 4, Start::kUniform, 100},
+                      Case{6, 2, Start::kCircuit, 3, Mixer::kXyRing, true},
+                      Case{7, 2, Start::kCircuit, 1, Mixer::kXyComplete},
+                      Case{12, 3, Start::kCircuit, 256, Mixer::kXyRing},
+                      Case{16, 1, Start::kCircuit, kMaxExchangeChunk, Mixer::kXyComplete, true}));
+
+struct GradientCase {
+  unsigned num_qubits;
+  int layers;
+  Mixer mixer;
+  bool circuit_start;
+  LossKind loss;
+};
+
+class DistributedGradient : public ::testing::TestWithParam<GradientCase> {};
+
+TEST_P(DistributedGradient, MatchesSingleProcessAdjoint) {
+  if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
+  const GradientCase& c = GetParam();
+  const unsigned n = c.num_qubits;
+  std::mt19937_64 rng(2000 + n);
+  const Problem problem = random_problem(n, rng);
+  DistributedState state(MPI_COMM_WORLD, n, 100);
+  QaoaAnsatz single{n, {}, std::nullopt, std::nullopt};
+  for (std::size_t t = 0; t < problem.masks.size(); ++t) {
+    if (problem.masks[t] != 0) single.phase_terms.push_back({problem.masks[t], problem.coeffs[t]});
+  }
+  const DiagonalValues diagonal = local_diagonal(state, problem.masks, problem.coeffs);
+  DistributedAnsatz ansatz{&diagonal, &diagonal, std::nullopt, std::nullopt};
+  if (c.mixer != Mixer::kX) ansatz.xy_pairs = single.xy_pairs = xy_pairs(c.mixer, n);
+  if (c.circuit_start) {
+    ansatz.initial = single.initial = reference::random_circuit(n, 3 * n, rng).gates();
+  }
+  std::uniform_real_distribution<double> angle(-1.5, 1.5);
+  std::vector<double> angles(2 * c.layers);
+  for (double& a : angles) a = angle(rng);
+  const LossSettings settings{c.loss, 0.3, 0.8};
+
+  const AlignedBuffer<double> energies =
+      energies_from_z_terms(static_cast<int>(n), problem.masks, problem.coeffs);
+  const QaoaObjective objective(single, {energies.data(), energies.size()});
+  std::vector<double> want(angles.size()), got(angles.size());
+  const double want_loss = objective.loss_and_gradient(angles, settings, want);
+  EXPECT_NEAR(state.loss_and_gradient(ansatz, angles, settings, got), want_loss, 1e-12);
+  for (std::size_t i = 0; i < angles.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << i;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ansatzes, DistributedGradient,
+    ::testing::Values(GradientCase{5, 2, Mixer::kX, false, LossKind::kExpectation},
+                      GradientCase{12, 3, Mixer::kX, true, LossKind::kGibbs},
+                      GradientCase{8, 2, Mixer::kXyRing, true, LossKind::kExpectation},
+                      GradientCase{7, 2, Mixer::kXyComplete, true, LossKind::kGibbs},
+                      GradientCase{14, 2, Mixer::kXyRing, true, LossKind::kGibbs},
+                      GradientCase{10, 2, Mixer::kX, false, LossKind::kCvar},
+                      GradientCase{9, 3, Mixer::kXyRing, true, LossKind::kCvar}));
 
 TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   const int ranks = world_size();
@@ -187,6 +291,40 @@ TEST(DistributedState, BadInputOnOneRankIsAnErrorOnEveryRank) {
   EXPECT_THROW(state.cvar(p, e, state.rank() == 0 ? 1.5 : 0.5), std::invalid_argument);
 }
 
+// Amplitudes written from one formula on any rank count are the same bits, so the counts of one
+// seed must be the same as one process's; they must also follow the probabilities.
+TEST(DistributedState, SamplesTheSameCountsOnAnyRankCount) {
+  if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
+  const unsigned n = 9;
+  const auto amplitude = [](std::uint64_t x) {
+    return std::complex<double>(1.0 + (x * 37) % 11, 0.5);
+  };
+  double norm = 0.0;
+  for (std::uint64_t x = 0; x < (1u << n); ++x) norm += std::norm(amplitude(x));
+  DistributedState world(MPI_COMM_WORLD, n), alone(MPI_COMM_SELF, n);
+  for (DistributedState* s : {&world, &alone}) {
+    auto amps = s->local_amplitudes();
+    for (std::size_t i = 0; i < amps.size(); ++i) {
+      amps[i] = amplitude(s->first_index() + i) / std::sqrt(norm);
+    }
+  }
+  const std::uint64_t shots = 200000;
+  std::vector<std::uint64_t> gathered(1u << n, 0), single(1u << n, 0);
+  for (const Count& c : world.sample_all(shots, 42)) gathered[c.index] = c.shots;
+  for (const Count& c : alone.sample(shots, 42)) single[c.index] = c.shots;
+  EXPECT_EQ(gathered, single);
+  std::uint64_t total = 0;
+  for (std::uint64_t x = 0; x < (1u << n); ++x) {
+    const double p = std::norm(amplitude(x)) / norm;
+    total += gathered[x];
+    EXPECT_NEAR(double(gathered[x]), shots * p, 6.0 * std::sqrt(shots * p) + 1.0) << x;
+  }
+  EXPECT_EQ(total, shots);
+  std::vector<std::uint64_t> other(1u << n, 0);
+  for (const Count& c : alone.sample(shots, 43)) other[c.index] = c.shots;
+  EXPECT_NE(other, single);
+}
+
 // Run only by the ctest that expects its message (disabled otherwise): rank 1's failed call
 // must end rank 0 too, which waits in a barrier that rank 1 never reaches.
 TEST(DistributedState, DISABLED_FailedCallEndsEveryRank) {
@@ -201,6 +339,17 @@ TEST(DistributedState, DISABLED_FailedCallEndsEveryRank) {
   }
   MPI_Barrier(comm);
   ADD_FAILURE() << "rank " << rank << " was not ended";
+}
+
+// Run only by the ctest that times it: rank 1 dies by SIGKILL after one exchange while rank 0
+// goes on exchanging with it; the job must end, not hang.
+TEST(DistributedState, DISABLED_KilledRankEndsTheJob) {
+  DistributedState state(MPI_COMM_WORLD, 12, 64);
+  state.set_uniform();
+  state.apply_x_mixer(0.3);
+  if (state.rank() == 1) std::raise(SIGKILL);
+  for (int i = 0; i < 1000000; ++i) state.apply_x_mixer(0.3);
+  ADD_FAILURE() << "rank " << state.rank() << " was not ended";
 }
 
 // Rank 0 prints the usual report; the other ranks print only their failures, prefixed.

@@ -365,19 +365,21 @@ class DiagonalProducts {
 // w[x] = ∂loss/∂p[x] up to a constant factor: the expectation (w = e) and the Gibbs loss
 // (w = −exp(shift − e/t), the factor 1/Z left to the caller, Z = Σ p·exp(shift − e/t) with
 // shift = min e/t so that nothing overflows). Returns the range's share of Σ p·e, or of Z.
-struct Weights {
-  const double* e;
+struct LossWeights {
+  const EnergyTable* e;
   bool gibbs;
   double shift, t;
 
   double operator()(const Amp* phi, Amp* lam, Index begin, Index count) const {
-    double sum = 0.0;
-    for (Index x = begin; x < begin + count; ++x) {
-      const double w = gibbs ? std::exp(shift - e[x] / t) : e[x];
-      lam[x] = (gibbs ? -w : w) * phi[x];
-      sum += std::norm(phi[x]) * w;
-    }
-    return sum;
+    return e->visit([&](const auto& energy) {
+      double sum = 0.0;
+      for (Index x = begin; x < begin + count; ++x) {
+        const double w = gibbs ? std::exp(shift - energy(x) / t) : energy(x);
+        lam[x] = (gibbs ? -w : w) * phi[x];
+        sum += std::norm(phi[x]) * w;
+      }
+      return sum;
+    });
   }
 };
 
@@ -387,7 +389,8 @@ struct Weights {
 // (`weights`). One running sum per thread.
 class MixerProducts final : public LayerWatcher {
  public:
-  MixerProducts(const DiagonalProducts* pending, const ProductKernels& k, const Weights* weights)
+  MixerProducts(const DiagonalProducts* pending, const ProductKernels& k,
+                const LossWeights* weights)
       : d_(pending), k_(k), weights_(weights), sums_(num_threads() + 1) {}
 
   void before_range(Amplitude* lam, Amplitude* phi, Index begin, Index count) override {
@@ -426,7 +429,7 @@ class MixerProducts final : public LayerWatcher {
 
   const DiagonalProducts* d_;
   const ProductKernels& k_;
-  const Weights* weights_;
+  const LossWeights* weights_;
   std::vector<Sums> sums_;
 };
 
@@ -443,17 +446,17 @@ void check_angles(std::span<const double> angles) {
 
 }  // namespace
 
-QaoaObjective::QaoaObjective(QaoaAnsatz ansatz, std::span<const double> energies)
-    : ansatz_(std::move(ansatz)), energies_(energies) {
+QaoaObjective::QaoaObjective(QaoaAnsatz ansatz, EnergyTable energies)
+    : ansatz_(std::move(ansatz)), energies_(std::move(energies)) {
   const unsigned n = ansatz_.num_qubits;
   if (n < 1 || n > kMaxAnsatzQubits) {
     throw std::invalid_argument("num_qubits must be in [1, " + std::to_string(kMaxAnsatzQubits) +
                                 "], got " + std::to_string(n));
   }
-  if (energies.size() != (Index{1} << n)) {
+  if (energies_.size() != (Index{1} << n)) {
     throw std::invalid_argument(
         "energies must hold 2^num_qubits = " + std::to_string(Index{1} << n) + " values, got " +
-        std::to_string(energies.size()));
+        std::to_string(energies_.size()));
   }
   for (const PhaseTerm& t : ansatz_.phase_terms) {
     if (t.mask == 0 || (t.mask >> n) != 0) {
@@ -517,21 +520,19 @@ void QaoaObjective::forward(StateVector& state, std::span<const double> angles) 
 }
 
 double QaoaObjective::loss_of(const StateVector& state, const LossSettings& settings) const {
+  // Every loss reads the weights straight from the amplitudes: no probability table.
   if (settings.kind == LossKind::kExpectation) {
-    // Summed straight from the amplitudes: no probability table.
     const Index size = state.size();
     const Amp* f = state.data();
-    const double* e = energies_.data();
-    double sum = 0.0;
+    return energies_.visit([&](const auto& e) {
+      double sum = 0.0;
 #pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < static_cast<std::int64_t>(size); ++x)
-      sum += std::norm(f[x]) * e[x];
-    return sum;
+      for (std::int64_t x = 0; x < static_cast<std::int64_t>(size); ++x)
+        sum += std::norm(f[x]) * e(static_cast<Index>(x));
+      return sum;
+    });
   }
-  std::vector<unsigned> all(ansatz_.num_qubits);
-  for (unsigned q = 0; q < all.size(); ++q) all[q] = q;
-  const ProbabilityTable table = marginal_probabilities(state, all);
-  const std::span<const double> p(table.values.data(), table.values.size());
+  const Weights p(std::span<const Amp>(state.data(), state.size()));
   if (settings.kind == LossKind::kCvar) return cvar(p, energies_, settings.alpha);
   return -std::log(gibbs_sum(p, energies_, settings.temperature));
 }
@@ -588,22 +589,21 @@ AlignedBuffer<double> QaoaObjective::losses(std::span<const double> angles, std:
 
 namespace {
 
-std::optional<Weights> weights_for(std::span<const double> energies, const LossSettings& settings) {
-  if (settings.kind == LossKind::kExpectation) return Weights{energies.data(), false, 0.0, 1.0};
+std::optional<LossWeights> weights_for(const EnergyTable& energies, const LossSettings& settings) {
+  if (settings.kind == LossKind::kExpectation) return LossWeights{&energies, false, 0.0, 1.0};
   if (settings.kind == LossKind::kCvar) return std::nullopt;
   const double t = settings.temperature;
   if (!std::isfinite(t) || t == 0.0) {
     throw std::invalid_argument("temperature must be finite and nonzero");
   }
-  const auto [low, high] = std::minmax_element(energies.begin(), energies.end());
-  return Weights{energies.data(), true, (t > 0 ? *low : *high) / t, t};
+  return LossWeights{&energies, true, (t > 0 ? energies.min() : energies.max()) / t, t};
 }
 
-// λ = w∘ψ with w[x] = ∂loss/∂p[x] in a pass of its own (see Weights: for the Gibbs loss up to
-// the factor 1/Z, and Z is returned), or for CVaR after the probability table that finds the
-// entry crossing alpha (the loss is returned).
-double cotangent(std::span<const double> energies, const StateVector& phi, StateVector& lambda,
-                 const LossSettings& settings, const Weights* weights) {
+// λ = w∘ψ with w[x] = ∂loss/∂p[x] in a pass of its own (see LossWeights: for the Gibbs loss up
+// to the factor 1/Z, and Z is returned), or for CVaR, whose weights are read from the
+// amplitudes as the selection reads them (the loss is returned).
+double cotangent(const EnergyTable& energies, const StateVector& phi, StateVector& lambda,
+                 const LossSettings& settings, const LossWeights* weights) {
   const Index size = phi.size();
   const auto count = static_cast<std::int64_t>(size);
   const Amp* f = phi.data();
@@ -617,27 +617,30 @@ double cotangent(std::span<const double> energies, const StateVector& phi, State
       sum += (*weights)(f, l, static_cast<Index>(c) * chunk, chunk);
     return sum;
   }
-  const double* e = energies.data();
-  std::vector<unsigned> all(phi.num_qubits());
-  for (unsigned q = 0; q < all.size(); ++q) all[q] = q;
-  const ProbabilityTable table = marginal_probabilities(phi, all);
-  const std::span<const double> prob(table.values.data(), table.values.size());
-  const double* pr = prob.data();
-  const CvarSplit split = cvar_split(prob, energies, settings.alpha);
-  // Entries ahead of the boundary count whole: w = e − e[boundary]; the rest 0. Without a
-  // boundary every entry counts whole (w = e), unless alpha = 0 (nothing counts).
-  const bool none = settings.alpha == 0.0;
-  const bool all_in = !none && !split.boundary;
-  const Index b = split.boundary.value_or(0);
-  const double pb = split.boundary ? pr[b] : 0.0;
-  const double eb = split.boundary ? e[b] : 0.0;
+  const auto weight = [f](Index x) {
+    const double re = f[x].real(), im = f[x].imag();
+    return re * re + im * im;
+  };
+  const CvarSplit split =
+      cvar_split(Weights(std::span<const Amp>(f, size)), energies, settings.alpha);
+  return energies.visit([&](const auto& e) {
+    // Entries ahead of the boundary count whole: w = e − e[boundary]; the rest 0. Without a
+    // boundary every entry counts whole (w = e), unless alpha = 0 (nothing counts).
+    const bool none = settings.alpha == 0.0;
+    const bool all_in = !none && !split.boundary;
+    const Index b = split.boundary.value_or(0);
+    const double pb = split.boundary ? weight(b) : 0.0;
+    const double eb = split.boundary ? e(b) : 0.0;
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
-  for (std::int64_t x = 0; x < count; ++x) {
-    const bool ahead = pr[x] > pb || (pr[x] == pb && static_cast<Index>(x) < b);
-    const double w = all_in ? e[x] : (!none && ahead ? e[x] - eb : 0.0);
-    l[x] = w * f[x];
-  }
-  return split.loss;
+    for (std::int64_t x = 0; x < count; ++x) {
+      const Index i = static_cast<Index>(x);
+      const double pr = weight(i);
+      const bool ahead = pr > pb || (pr == pb && i < b);
+      const double w = all_in ? e(i) : (!none && ahead ? e(i) - eb : 0.0);
+      l[x] = w * f[x];
+    }
+    return split.loss;
+  });
 }
 
 }  // namespace
@@ -656,7 +659,7 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
   forward(phi, angles);
   StateVector lambda = StateVector::uninitialized(n);
   // The expectation and Gibbs weights ride in the first backward pass of the X mixer.
-  const std::optional<Weights> w = weights_for(energies_, settings);
+  const std::optional<LossWeights> w = weights_for(energies_, settings);
   const bool fused = w && !ansatz_.xy_pairs;
   double figure = fused ? 0.0 : cotangent(energies_, phi, lambda, settings, w ? &*w : nullptr);
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "corvid/circuit/gate.h"
+#include "corvid/qaoa/energy_table.h"
 #include "corvid/sim/compile/compiler.h"
 #include "corvid/sim/compile/phase_polynomial.h"
 #include "corvid/sim/machine/state_vector.h"
@@ -47,8 +48,10 @@ class QaoaObjective {
  public:
   /// Checks `ansatz` (num_qubits in [1, 40], masks and qubits in range, pairs of distinct
   /// qubits; else std::invalid_argument) and compiles its diagonal and initial state. `energies`
-  /// holds e[x] for all 2^n basis states and is borrowed for the object's lifetime.
-  QaoaObjective(QaoaAnsatz ansatz, std::span<const double> energies);
+  /// gives e[x] for all 2^n basis states; what it reads is borrowed for the object's lifetime.
+  QaoaObjective(QaoaAnsatz ansatz, EnergyTable energies);
+  QaoaObjective(QaoaAnsatz ansatz, std::span<const double> energies)
+      : QaoaObjective(std::move(ansatz), EnergyTable(energies)) {}
 
   /// The loss at `angles` (2p finite values, p >= 1; else std::invalid_argument). O(p·2^n).
   double loss(std::span<const double> angles, const LossSettings& settings) const;
@@ -69,7 +72,7 @@ class QaoaObjective {
   double loss_of(const StateVector& state, const LossSettings& settings) const;
 
   QaoaAnsatz ansatz_;
-  std::span<const double> energies_;
+  EnergyTable energies_;
   DiagonalOp phase_;  ///< D itself: exp(−i·γ·D) is phase_ scaled by γ
   std::optional<CompiledProgram> initial_;
 };

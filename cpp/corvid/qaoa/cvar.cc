@@ -30,28 +30,49 @@ struct Bucket {
   std::size_t count = 0;
 };
 
-/// The entries still in the running, in ascending index order: all of them or a list.
+/// The entries still in the running, in ascending index order: all of them or a list (of
+/// 32-bit indices below 2^32 entries: half the memory where most entries share a bucket).
 class Candidates {
  public:
-  explicit Candidates(std::size_t n) : size_(n) {}
+  explicit Candidates(std::size_t n) : size_(n), wide_(n > UINT32_MAX) {}
   std::size_t size() const { return size_; }
-  std::size_t operator[](std::size_t j) const { return all_ ? j : list_[j]; }
-  void replace(AlignedBuffer<std::size_t>&& list) {
-    size_ = list.size();
-    list_ = std::move(list);
-    all_ = false;
+  std::size_t operator[](std::size_t j) const {
+    return all_ ? j : wide_ ? list64_[j] : std::size_t{list32_[j]};
+  }
+  /// An empty list of `kept` entries (as wide as this one), to fill with set().
+  Candidates list(std::size_t kept) const {
+    Candidates c(kept);
+    c.wide_ = wide_;
+    c.all_ = false;
+    if (wide_) {
+      c.list64_ = AlignedBuffer<std::uint64_t>(kept, "CVaR candidates");
+    } else {
+      c.list32_ = AlignedBuffer<std::uint32_t>(kept, "CVaR candidates");
+    }
+    return c;
+  }
+  void set(std::size_t j, std::size_t i) {
+    if (wide_) {
+      list64_[j] = i;
+    } else {
+      list32_[j] = static_cast<std::uint32_t>(i);
+    }
   }
 
  private:
   std::size_t size_;
+  bool wide_;
   bool all_ = true;
-  AlignedBuffer<std::size_t> list_;
+  AlignedBuffer<std::uint32_t> list32_;
+  AlignedBuffer<std::uint64_t> list64_;
 };
 
+/// W and E read a weight and an energy by index (see Weights::visit, EnergyTable::visit).
+template <class W, class E>
 class Selection {
  public:
-  Selection(std::span<const double> p, std::span<const double> e, double alpha)
-      : p_(p), e_(e), alpha_(alpha), candidates_(p.size()) {}
+  Selection(const Weights& weights, W p, E e, double alpha)
+      : weights_(weights), p_(p), e_(e), alpha_(alpha), candidates_(weights.size()) {}
 
   double run() {
     for (const Digit& digit : kDigits) {
@@ -68,7 +89,7 @@ class Selection {
 
  private:
   std::size_t bucket_of(std::size_t i, const Digit& d) const {
-    return (weight_key(p_[i]) >> d.shift) & ((std::size_t{1} << d.bits) - 1);
+    return (weight_key(p_(i)) >> d.shift) & ((std::size_t{1} << d.bits) - 1);
   }
 
   /// Per-chunk histograms of the candidates by this digit; the first level also validates p.
@@ -84,15 +105,15 @@ class Selection {
       Bucket* h = &hist_[static_cast<std::size_t>(c) * buckets];
       for (std::size_t j = chunk_begin(n, chunks_, c); j < chunk_begin(n, chunks_, c + 1); ++j) {
         const std::size_t i = candidates_[j];
-        const double w = p_[i];
+        const double w = p_(i);
         if (first) invalid += !is_valid_weight(w);
         Bucket& bucket = h[bucket_of(i, d)];
         bucket.mass += w;
-        bucket.weighted += w * e_[i];
+        bucket.weighted += w * e_(i);
         ++bucket.count;
       }
     }
-    if (invalid != 0) check_weights(p_, "p");
+    if (invalid != 0) weights_.check(true);
   }
 
   /// Scans buckets from the heaviest weights down, taking whole buckets while the mass stays
@@ -128,32 +149,33 @@ class Selection {
     const std::size_t n = candidates_.size();
     std::vector<std::size_t> offset(chunks_ + 1, 0);
     for (int c = 0; c < chunks_; ++c) offset[c + 1] = offset[c] + hist_[c * buckets + b].count;
-    AlignedBuffer<std::size_t> list(kept, "CVaR candidates");
+    Candidates list = candidates_.list(kept);
 #pragma omp parallel for schedule(static, 1) num_threads(chunks_)
     for (int c = 0; c < chunks_; ++c) {
       std::size_t out = offset[c];
       for (std::size_t j = chunk_begin(n, chunks_, c); j < chunk_begin(n, chunks_, c + 1); ++j) {
         const std::size_t i = candidates_[j];
-        if (bucket_of(i, d) == b) list[out++] = i;
+        if (bucket_of(i, d) == b) list.set(out++, i);
       }
     }
-    candidates_.replace(std::move(list));
+    candidates_ = std::move(list);
   }
 
   /// Every remaining candidate has the threshold weight: take them in index order.
   double walk_ties() {
     for (std::size_t j = 0; j < candidates_.size() && cdf_ < alpha_; ++j) {
       const std::size_t i = candidates_[j];
-      const double w = p_[i];
+      const double w = p_(i);
       if (cdf_ + w >= alpha_) boundary_ = i;
-      loss_ += (cdf_ + w < alpha_ ? w : alpha_ - cdf_) * e_[i];
+      loss_ += (cdf_ + w < alpha_ ? w : alpha_ - cdf_) * e_(i);
       cdf_ += w;
     }
     return loss_;
   }
 
-  std::span<const double> p_;
-  std::span<const double> e_;
+  const Weights& weights_;
+  W p_;
+  E e_;
   double alpha_;
   Candidates candidates_;
   double cdf_ = 0.0;   // mass already taken: everything above the threshold so far
@@ -166,22 +188,30 @@ class Selection {
 
 }  // namespace
 
-CvarSplit cvar_split(std::span<const double> p, std::span<const double> e, double alpha) {
+CvarSplit cvar_split(const Weights& p, const EnergyTable& e, double alpha) {
   check_same_length(p.size(), "p", e.size(), "e");
   if (!(alpha >= 0.0 && alpha <= 1.0)) {
     throw std::invalid_argument("alpha must be a number in [0, 1], got " + format_double(alpha));
   }
   if (alpha == 0.0) {
-    check_weights(p, "p");
+    p.check(true);
     return {0.0, std::nullopt};
   }
-  Selection selection(p, e, alpha);
-  const double loss = selection.run();
-  return {loss, selection.boundary()};
+  return p.visit([&](const auto& w) {
+    return e.visit([&](const auto& en) {
+      Selection selection(p, w, en, alpha);
+      const double loss = selection.run();
+      return CvarSplit{loss, selection.boundary()};
+    });
+  });
+}
+
+double cvar(const Weights& p, const EnergyTable& e, double alpha) {
+  return cvar_split(p, e, alpha).loss;
 }
 
 double cvar(std::span<const double> p, std::span<const double> e, double alpha) {
-  return cvar_split(p, e, alpha).loss;
+  return cvar(Weights(p), EnergyTable(e), alpha);
 }
 
 }  // namespace corvid

@@ -234,4 +234,82 @@ AlignedBuffer<std::uint32_t> descending_order(std::span<const double> p) {
   return order;
 }
 
+namespace {
+
+struct Ranked {
+  std::uint64_t key;  // weight_key of the weight
+  std::uint64_t index;
+};
+
+// Ahead in the order: heavier, or as heavy and of lower index.
+inline bool ahead(const Ranked& a, const Ranked& b) {
+  return a.key > b.key || (a.key == b.key && a.index < b.index);
+}
+
+// The best `count` entries offered, in a buffer of twice that: when it fills, the worse half
+// goes and the worst kept entry becomes the bar a new entry must pass.
+class TopEntries {
+ public:
+  explicit TopEntries(std::size_t count) : count_(count) { kept_.reserve(2 * count); }
+
+  void offer(const Ranked& r) {
+    if (full_ && !ahead(r, bar_)) return;
+    kept_.push_back(r);
+    if (kept_.size() == 2 * count_) shrink();
+  }
+
+  std::vector<Ranked>& entries() { return kept_; }
+
+ private:
+  void shrink() {
+    std::nth_element(kept_.begin(), kept_.begin() + static_cast<std::ptrdiff_t>(count_ - 1),
+                     kept_.end(), ahead);
+    bar_ = kept_[count_ - 1];
+    kept_.resize(count_);
+    full_ = true;
+  }
+
+  std::size_t count_;
+  std::vector<Ranked> kept_;
+  Ranked bar_{};
+  bool full_ = false;
+};
+
+}  // namespace
+
+AlignedBuffer<std::uint64_t> descending_order_after(std::span<const double> p,
+                                                    std::optional<std::uint64_t> after,
+                                                    std::size_t count) {
+  const std::size_t n = p.size();
+  if (after && *after >= n) {
+    throw std::invalid_argument("after = " + std::to_string(*after) + " is not an index of the " +
+                                std::to_string(n) + " weights");
+  }
+  const Ranked cursor = after ? Ranked{weight_key(p[*after]), *after} : Ranked{};
+  count = std::min(count, n);
+  std::vector<Ranked> all;
+  if (count > 0) {
+    const int chunks = chunk_count(n);
+    std::vector<std::vector<Ranked>> found(chunks);
+    std::size_t invalid = 0;
+#pragma omp parallel for schedule(static, 1) num_threads(chunks) reduction(+ : invalid)
+    for (int c = 0; c < chunks; ++c) {
+      TopEntries top(count);
+      for (std::size_t i = chunk_begin(n, chunks, c); i < chunk_begin(n, chunks, c + 1); ++i) {
+        invalid += !is_valid_weight(p[i]);
+        const Ranked r{weight_key(p[i]), i};
+        if (!after || ahead(cursor, r)) top.offer(r);
+      }
+      found[c] = std::move(top.entries());
+    }
+    if (invalid != 0) check_weights(p, "p");
+    for (auto& part : found) all.insert(all.end(), part.begin(), part.end());
+  }
+  const std::size_t kept = std::min(count, all.size());
+  std::partial_sort(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(kept), all.end(), ahead);
+  AlignedBuffer<std::uint64_t> out(kept, "order");
+  for (std::size_t j = 0; j < kept; ++j) out[j] = all[j].index;
+  return out;
+}
+
 }  // namespace corvid

@@ -10,10 +10,10 @@
 namespace corvid {
 namespace {
 
-// Size of the team that a kernel-style region forked by the calling thread gets.
-int team_size() {
+// Size of the team that a kernel-style region over n items forked by the calling thread gets.
+int team_size(std::size_t n = kParallelThreshold) {
   int size = 0;
-#pragma omp parallel if (parallel_worthwhile(kParallelThreshold))
+#pragma omp parallel if (parallel_worthwhile(n))
   {
 #pragma omp single
     size = omp_get_num_threads();
@@ -37,6 +37,7 @@ TEST_F(ThreadCount, AppliesToEveryThreadOfTheProcess) {
   for (int n : {1, 2, 3}) {
     set_num_threads(n);
     EXPECT_EQ(team_size(), n);
+    EXPECT_EQ(team_size(kParallelThreshold - 1), 1);  // small loops stay on the calling thread
     // OpenMP alone would leave a thread that did not make the call at its default count.
     int seen = 0, team = 0;
     std::thread other([&] {
@@ -47,14 +48,6 @@ TEST_F(ThreadCount, AppliesToEveryThreadOfTheProcess) {
     EXPECT_EQ(seen, n);
     EXPECT_EQ(team, n);
   }
-}
-
-TEST_F(ThreadCount, SmallLoopsStayOnTheCallingThread) {
-  set_num_threads(2);
-  int size = 0;
-#pragma omp parallel if (parallel_worthwhile(kParallelThreshold - 1))
-  size = omp_get_num_threads();
-  EXPECT_EQ(size, 1);
 }
 
 TEST_F(ThreadCount, RunsInProgressShareTheThreads) {

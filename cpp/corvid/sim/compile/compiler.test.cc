@@ -1,11 +1,12 @@
-// Compiled execution (fused diagonals, blocked layers, every kernel set, 1 and 2 threads)
-// against the plain gate-by-gate path.
+// Compiled execution (fused diagonals, blocked layers, every kernel set, 1 and 2 threads, single
+// precision) against the plain gate-by-gate path.
 #include "corvid/sim/compile/compiler.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <numbers>
+#include <numeric>
 #include <random>
 
 #include "corvid/circuit/circuit.h"
@@ -75,6 +76,8 @@ void expect_near(const StateVector& got, const Want& want, const std::string& wh
   }
 }
 
+// The compiled program on every kernel set at 1 and 2 threads against the plain path; in single
+// precision to float rounding, its probabilities also written over the state in place.
 void expect_compiled_matches_plain(const Circuit& c, unsigned n, const std::string& what) {
   StateVector plain(n);
   execute(plain, c.gates());
@@ -88,6 +91,20 @@ void expect_compiled_matches_plain(const Circuit& c, unsigned n, const std::stri
           fused, plain,
           what + ", " + std::string(kernels->name) + ", " + std::to_string(threads) + " threads");
     }
+  }
+  std::vector<unsigned> all(n);
+  std::iota(all.begin(), all.end(), 0u);
+  for (const KernelSet32* kernels : available_kernel_sets<float>()) {
+    StateVector32 single = StateVector32::uninitialized(n);
+    execute<float>(single, program, /*from_zero=*/true, nullptr, *kernels);
+    for (std::uint64_t i = 0; i < plain.size(); ++i) {
+      ASSERT_NEAR(std::abs(Amplitude(single[i]) - plain[i]), 0.0, 2e-5)
+          << what << ", " << kernels->name << ", amplitude " << i;
+    }
+    const ProbabilityTable copied = marginal_probabilities(single, all);
+    const ProbabilityTable in_place = probabilities_in_place(std::move(single));
+    for (std::uint64_t i = 0; i < plain.size(); ++i)
+      ASSERT_EQ(in_place.values[i], copied.values[i]);
   }
 }
 
@@ -122,34 +139,6 @@ TEST_P(CompiledRandom, MatchesPlainPath) {
 // 1 and 2 qubits reach the degenerate tile sizes; 16 and 17 cross the parallel threshold and
 // the first tile boundary, so layers take their high-qubit pass.
 INSTANTIATE_TEST_SUITE_P(Qubits, CompiledRandom, ::testing::Values(1u, 2u, 5u, 9u, 16u, 17u));
-
-// Single precision follows the double-precision plain path to float rounding, including plain
-// one- and two-qubit gates (which take the layer and 4×4 kernels there) and the in-place table.
-TEST(Compiler, SinglePrecisionFollowsDoubleToFloatRounding) {
-  std::mt19937_64 rng(77);
-  for (unsigned n : {3u, 16u}) {
-    const Circuit c = fusion_circuit(n, 30, rng);
-    StateVector plain(n);
-    execute(plain, c.gates());
-    const CompiledProgram program = compile(c.gates(), n);
-    for (const KernelSet32* kernels : available_kernel_sets<float>()) {
-      StateVector32 single = StateVector32::uninitialized(n);
-      execute<float>(single, program, true, nullptr, *kernels);
-      for (std::uint64_t i = 0; i < plain.size(); ++i) {
-        ASSERT_NEAR(std::abs(Amplitude(single[i]) - plain[i]), 0.0, 2e-5) << "n " << n << ", " << i;
-      }
-      std::vector<unsigned> all(n);
-      for (unsigned q = 0; q < n; ++q) all[q] = q;
-      const ProbabilityTable copied = marginal_probabilities(single, all);
-      const ProbabilityTable in_place = probabilities_in_place(std::move(single));
-      EXPECT_EQ(single.size(), 0u);
-      for (std::uint64_t i = 0; i < plain.size(); ++i) {
-        ASSERT_EQ(in_place.values[i], copied.values[i]);
-        ASSERT_NEAR(in_place.values[i], std::norm(plain[i]), 2e-5);
-      }
-    }
-  }
-}
 
 // The program's operations by kind: d(iagonal), l(ayer), g(ate).
 std::string shape(const CompiledProgram& p) {

@@ -18,17 +18,31 @@ struct Entry {
   std::shared_ptr<const DiagonalValues> values;
 };
 
+// An entry the store does not keep (over the limit, or evicted) but a caller may still hold,
+// e.g. as the energies of its cost function: while it lives, a lookup finds it rather than
+// computing a second copy beside it.
+struct Held {
+  unsigned num_qubits;
+  std::uint64_t hash;
+  std::vector<PhaseTerm> terms;
+  std::weak_ptr<const DiagonalValues> values;
+};
+
 struct Store {
   std::mutex mutex;
   std::list<Entry> entries;  // most recently used first
+  std::list<Held> held;
   std::size_t bytes = 0;
   std::size_t limit = std::size_t{2} << 30;
   std::size_t hits = 0;
   std::size_t misses = 0;
 
+  void hold(const Entry& e) { held.push_back({e.num_qubits, e.hash, e.terms, e.values}); }
+
   void evict_to(std::size_t target) {
     while (bytes > target && !entries.empty()) {
       bytes -= entries.back().values->bytes();
+      hold(entries.back());
       entries.pop_back();
     }
   }
@@ -57,7 +71,8 @@ std::uint64_t hash_of(unsigned n, std::span<const PhaseTerm> terms) {
 }
 
 // Exact: equal masks and bit-for-bit equal coefficients.
-bool same_key(const Entry& e, unsigned n, std::uint64_t hash, std::span<const PhaseTerm> terms) {
+template <class E>
+bool same_key(const E& e, unsigned n, std::uint64_t hash, std::span<const PhaseTerm> terms) {
   if (e.hash != hash || e.num_qubits != n || e.terms.size() != terms.size()) return false;
   for (std::size_t t = 0; t < terms.size(); ++t) {
     if (e.terms[t].mask != terms[t].mask ||
@@ -88,6 +103,14 @@ std::shared_ptr<const DiagonalValues> find_locked(Store& s, unsigned n, std::uin
     ++s.hits;
     return it->values;
   }
+  std::erase_if(s.held, [](const Held& h) { return h.values.expired(); });
+  for (const Held& h : s.held) {
+    if (!same_key(h, n, hash, terms)) continue;
+    if (auto values = h.values.lock()) {
+      ++s.hits;
+      return values;
+    }
+  }
   return nullptr;
 }
 
@@ -112,10 +135,13 @@ std::shared_ptr<const DiagonalValues> cached_diagonal(std::span<const PhaseTerm>
   // the same key both compute; the second insert is a harmless duplicate that ages out.
   auto values = compute(num_qubits, terms);
   std::lock_guard lock(s.mutex);
+  Entry entry{num_qubits, hash, {terms.begin(), terms.end()}, values};
   if (values->bytes() <= s.limit) {
-    s.entries.push_front({num_qubits, hash, {terms.begin(), terms.end()}, values});
+    s.entries.push_front(std::move(entry));
     s.bytes += values->bytes();
     s.evict_to(s.limit);
+  } else {
+    s.hold(entry);
   }
   return values;
 }
@@ -139,6 +165,7 @@ void set_diagonal_cache_limit(std::size_t bytes) {
 void clear_diagonal_cache() {
   std::lock_guard lock(store().mutex);
   store().evict_to(0);
+  store().held.clear();
 }
 
 std::size_t diagonal_cache_hits() {

@@ -6,7 +6,9 @@
 /// their coefficients. A phase layer carries its common angle apart from its coefficients (see
 /// PhasePolynomial::scale), so a new γ of the same cost function finds the same entry without
 /// any scale being recovered from the angles. The store evicts least recently used entries
-/// beyond its byte limit (default 2 GiB) and is safe to use from several threads.
+/// beyond its byte limit (default 2 GiB) and is safe to use from several threads. An entry it
+/// does not keep (evicted, or alone over the limit) is still found while a caller holds it, so
+/// that a diagonal held as a cost function's energies is never computed a second time beside it.
 
 #include <cstddef>
 #include <memory>

@@ -92,18 +92,21 @@ TEST(DiagonalCache, EqualTermsShareOneEntryAnyOtherKeyDoesNot) {
   EXPECT_EQ(diagonal_cache_bytes(), a->bytes() + c->bytes() + d->bytes() + e->bytes());
 }
 
-TEST(DiagonalCache, LimitEvictsLeastRecentlyUsedAndHeldEntriesSurvive) {
+TEST(DiagonalCache, LimitEvictsLeastRecentlyUsedAndHeldEntriesAreFound) {
   clear_diagonal_cache();
   const std::size_t limit = diagonal_cache_limit();
-  const auto a = cached_diagonal(terms_times(1.0), 12);
+  auto a = cached_diagonal(terms_times(1.0), 12);
   set_diagonal_cache_limit(a->bytes() + 100);
   const std::vector<PhaseTerm> one = {{0b1, 1.0}};
   const auto b = cached_diagonal(one, 12);  // evicts a
   EXPECT_EQ(diagonal_cache_bytes(), b->bytes());
   const std::size_t misses = diagonal_cache_misses();
-  EXPECT_NE(cached_diagonal(terms_times(1.0), 12), a);  // recomputed
+  EXPECT_EQ(cached_diagonal(terms_times(1.0), 12), a);  // evicted but held: no second copy
+  EXPECT_EQ(diagonal_cache_misses(), misses);
+  a.reset();
+  EXPECT_NEAR(cached_diagonal(terms_times(1.0), 12)->at(4095), direct(terms_times(1.0), 4095),
+              1e-15);  // released: recomputed
   EXPECT_EQ(diagonal_cache_misses(), misses + 1);
-  EXPECT_NEAR(a->at(4095), direct(terms_times(1.0), 4095), 1e-15);  // still held
   set_diagonal_cache_limit(limit);
   clear_diagonal_cache();
   EXPECT_EQ(diagonal_cache_bytes(), 0u);

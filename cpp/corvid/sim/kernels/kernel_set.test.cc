@@ -64,9 +64,7 @@ void expect_gate_lists_match_one_sweep_per_gate(const BasicKernelSet<Real>& set,
     }
     std::shuffle(gates.begin(), gates.end(), rng);
     AlignedBuffer<V> want(std::size_t{1} << kBits), got(want.size()), rows_got(want.size());
-    for (V& a : want) a = {x(rng), x(rng)};
-    std::copy(want.begin(), want.end(), got.begin());
-    std::copy(want.begin(), want.end(), rows_got.begin());
+    for (std::size_t i = 0; i < want.size(); ++i) want[i] = got[i] = rows_got[i] = {x(rng), x(rng)};
     std::vector<V> rows_want(want.begin(), want.end());
     for (const QubitMatrix& g : gates) reference.matrix_tile(want.data(), kBits, g.qubit, g.matrix);
     set.matrices_tile(got.data(), kBits, gates);

@@ -6,6 +6,12 @@ import json
 # The ratio as solve() defines it, from the same energy table.
 from ..solving import _ratio
 
+# Probabilities this close (relative) are one value reached with other rounding (a cut and
+# its complement, symmetric states): they are listed by bit string, so that the list does not
+# depend on how the state was computed (kernels, threads, one process or several MPI ranks).
+_TIE = 1e-10
+_MAX_TIED = 1 << 12  # states looked at beyond the list for its ties
+
 
 def build(problem, qaoa, options, solutions, angles, loss, seconds):
     """The run's result as plain data.
@@ -15,8 +21,8 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
     """
     layers = qaoa.layer
     angles = [float(a) for a in angles]
-    top = [_solution(problem, qaoa, key, float(solutions[key]))
-           for key in itertools.islice(iter(solutions), options.top)]
+    top = [_solution(problem, qaoa, key, probability)
+           for key, probability in _listed(solutions, options.top)]
     best = min(top, key=lambda s: (s["energy"], -s["probability"]))
     optimum = ratio = None
     span = qaoa._energy_range()
@@ -54,6 +60,23 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
         "approximation_ratio": ratio,
         "loss_history": qaoa.losses,
     }
+
+
+def _listed(solutions, count):
+    """The `count` most probable (key, probability), near-ties in ascending bit string order."""
+    entries = ((key, float(p)) for key, p in solutions.items())
+    chosen = list(itertools.islice(entries, count))
+    if chosen:
+        floor = chosen[-1][1] * (1 - _TIE)
+        chosen += itertools.islice(itertools.takewhile(lambda e: e[1] >= floor, entries),
+                                   _MAX_TIED)
+    groups = []
+    for entry in chosen:
+        if groups and entry[1] >= groups[-1][0][1] * (1 - _TIE):
+            groups[-1].append(entry)
+        else:
+            groups.append([entry])
+    return [entry for group in groups for entry in sorted(group)][:count]
 
 
 def _solution(problem, qaoa, key, probability):

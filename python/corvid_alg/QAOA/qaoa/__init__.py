@@ -191,12 +191,13 @@ class QAOA:
                 and "calculate_energy" not in self.__dict__)
 
     def _energies(self, measure_result):
-        """The energies of an exact result as one array (basis order), or None: the losses then
-        walk the keys, and the per-key energies of a sampled result are fetched in one call."""
+        """The energies of an exact result for the C++ losses (a level table or an array, basis
+        order), or None: the losses then walk the keys, and the per-key energies of a sampled
+        result are fetched in one call."""
         if not self._own_energies():
             return None
         if self.energy_dict.covers_whole_space(measure_result):
-            return self.energy_dict.all_energies()
+            return self.energy_dict.energies()
         self.energy_dict.prefetch(measure_result)
         return None
 
@@ -353,7 +354,7 @@ class QAOA:
             return distributed.evaluation(self, -1).energy_range()
         if self.problem_dimension > MAX_TABLE_QUBITS:
             return None
-        energies = self.energy_dict.all_energies()
+        energies = self.energy_dict.energies()  # a level table: its levels' range
         return float(energies.min()), float(energies.max())
 
     def _non_finite_message(self, loss, result):
@@ -362,8 +363,9 @@ class QAOA:
         else:
             energies = self._energies(result)
             if energies is None:
-                energies = [self.energy_dict[key] for key in result if key in self.energy_dict]
-            low, high = (float(np.min(energies)), float(np.max(energies))) if len(energies) else (0, 0)
+                energies = np.array([self.energy_dict[key] for key in result
+                                     if key in self.energy_dict])
+            low, high = (float(energies.min()), float(energies.max())) if len(energies) else (0, 0)
         scale = f"energies from {low:g} to {high:g}"
         if self.loss_type == "Gibbs":
             scale += f" at temperature {self.temperature:g}: exp(-E/T) over- or underflows"
@@ -434,7 +436,7 @@ class QAOA:
             return gradient.central_differences(lambda x: self._loss_with(x, settings), paras,
                                                 corvid.default_precision())
         loss, grad = corvid.ansatz.loss_and_gradient(
-            energies=self.energy_dict.all_energies(), angles=paras, loss=settings[0],
+            energies=self.energy_dict.energies(), angles=paras, loss=settings[0],
             alpha=settings[1], temperature=settings[2], **description)
         self.iter += 1
         self.circuit_iter += 1
@@ -461,7 +463,7 @@ class QAOA:
         if description is None or distributed.active():
             return np.array([float(self._loss_with(row, settings)) for row in matrix])
         values = corvid.ansatz.losses(
-            energies=self.energy_dict.all_energies(), angles=matrix, loss=settings[0],
+            energies=self.energy_dict.energies(), angles=matrix, loss=settings[0],
             alpha=settings[1], temperature=settings[2], **description)
         self.iter += len(matrix)
         self.circuit_iter += len(matrix)
@@ -652,13 +654,14 @@ class QAOA:
                 self.optimizer_result = stopped_result(self.best, len(self.history), error)
                 raise
             p = self.layer
+            # The loss first: its circuit's state and table are gone before the result's run,
+            # so the two never share memory.
+            loss_result = self._loss_function(para_result)
+            self._record(para_result, loss_result)
             if distributed.active():
-                loss_result = self._loss_function(para_result)
                 qaoa_result = distributed.solutions(self._distributed, self.problem_dimension)
             else:
                 qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
-                loss_result = self._loss_function(para_result)
-            self._record(para_result, loss_result)
         finally:
             self._in_run = False
         return by_descending_probability(qaoa_result), para_result, loss_result

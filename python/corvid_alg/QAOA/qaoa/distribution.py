@@ -5,6 +5,12 @@ from itertools import islice
 
 from corvid import diagonal
 
+# Up to this many states the whole order is sorted at once; beyond, it is selected a piece at
+# a time as it is read (pieces growing from _FIRST_PIECE to _LARGEST_PIECE indices).
+_SORT_LIMIT = 1 << 22
+_FIRST_PIECE = 1 << 10
+_LARGEST_PIECE = 1 << 20
+
 
 def by_descending_probability(result):
     """An exact machine result as a :class:`SortedDistribution`, any other mapping as a dict in
@@ -20,14 +26,34 @@ class SortedDistribution(Mapping):
 
     It holds only the probability array (bit i of an index = qubit i) and the order, one stable
     sort in C++; keys and values are made as they are read, so a 24-qubit result costs no 2^n
-    Python objects. It pickles and copies as plain data. ``next(iter(d))`` is the most likely
-    bit string; ``dict(d)`` copies it in order.
+    Python objects. Above 2^22 states not even the order is held: iteration selects the next
+    piece of it in C++ as it goes (a pass over the probabilities per piece, pieces growing to
+    2^20 entries), so reading the top solutions costs no 2^n buffer. It pickles and copies as
+    plain data. ``next(iter(d))`` is the most likely bit string; ``dict(d)`` copies it in order.
     """
 
     def __init__(self, probabilities, num_qubits):
         self._probabilities = probabilities
         self._width = num_qubits
-        self._order = diagonal.descending_order(probabilities)
+        if len(probabilities) <= _SORT_LIMIT:
+            self._order = diagonal.descending_order(probabilities)
+            self._head = None
+        else:  # also checks the probabilities, as the sort does
+            self._order = None
+            self._head = diagonal.descending_order_after(probabilities, -1, _FIRST_PIECE)
+
+    def _indices(self):
+        """Basis indices in the order of iteration."""
+        if self._order is not None:
+            yield from self._order
+            return
+        piece, size = self._head, _FIRST_PIECE
+        while len(piece):
+            yield from piece
+            if len(piece) < size:
+                return
+            size = min(4 * size, _LARGEST_PIECE)
+            piece = diagonal.descending_order_after(self._probabilities, int(piece[-1]), size)
 
     def _key(self, index):
         return format(int(index), f"0{self._width}b") if self._width else ""
@@ -47,10 +73,10 @@ class SortedDistribution(Mapping):
         return self._index(key) is not None
 
     def __len__(self):
-        return len(self._order)
+        return len(self._probabilities)
 
     def __iter__(self):
-        for index in self._order:
+        for index in self._indices():
             yield self._key(index)
 
     def items(self):
@@ -67,7 +93,10 @@ class SortedDistribution(Mapping):
 
     @property
     def order(self):
-        """Basis indices by descending probability, ties in ascending order."""
+        """Basis indices by descending probability, ties in ascending order (above 2^22 states
+        sorted when first asked for: 4 bytes per state, and 16 more while it sorts)."""
+        if self._order is None:
+            self._order = diagonal.descending_order(self._probabilities)
         return self._order
 
     def __repr__(self):
@@ -82,5 +111,5 @@ class _Items(ItemsView):
     def __iter__(self):
         distribution = self._mapping
         probabilities = distribution.probabilities
-        for index in distribution.order:
+        for index in distribution._indices():
             yield distribution._key(index), float(probabilities[index])

@@ -51,6 +51,7 @@ class EnergyModel:
         self.coeffs = np.zeros(0)
         self.integer_terms = None
         self.whole_space = False
+        self.exact_levels = True
         if kind == "symbolic":
             variables = binary_variables(problem)
             terms = monomials(problem, variables) if variables else []
@@ -67,6 +68,9 @@ class EnergyModel:
             # is a variable; otherwise energies go one by one, and fail as calculate_energy does.
             self.whole_space = (self.num_variables == num_bits < _MAX_MASK_BITS
                                 and exact_in_float)
+            # The level table goes through the Z terms, whose coefficients are c / 2^degree.
+            self.exact_levels = self.integer_terms is None or sum(
+                abs(c) << len(f) for f, c in self.integer_terms) < _EXACT_FLOAT_LIMIT
             if self.whole_space:
                 self.masks = np.array(
                     [_mask(i for i, e in enumerate(ex) if e) for ex, _ in terms], dtype=np.uint64)
@@ -124,25 +128,51 @@ class EnergyModel:
             return diagonal.energies_from_monomials(self.num_bits, self.masks, self.coeffs)
         return diagonal.energies_from_z_terms(self.num_bits, self.masks, self.coeffs)
 
+    def energy_table(self):
+        """The same energies as a ``diagonal.EnergyTable``: read through the level index of
+        the cost diagonal, shared with the phase layer, so one or two bytes per basis state
+        where the energies are few. None where the table could round an integer problem."""
+        if not self.exact_levels:
+            return None
+        if self.kind == "symbolic":
+            return diagonal.energy_table_from_monomials(self.num_bits, self.masks, self.coeffs)
+        return diagonal.energy_table_from_z_terms(self.num_bits, self.masks, self.coeffs)
+
 
 class EnergyCache(MutableMapping):
     """Result key -> energy of that solution: the object's ``energy_dict``.
 
     Filled by the losses as solutions are met. Exact runs attach the energies of all 2^n states
-    at once (one C++ transform), after which every n-bit key is present; keys met one by one
-    (sampling, or a ``calculate_energy`` of the caller's) are kept in a dict. An energy written
-    into it is what later losses use; ``clear()`` empties it. Compares equal to the plain dict
-    of the same entries; pickles and copies as plain data.
+    at once (``energies``: a level table shared with the phase layer, or an array), after which
+    every n-bit key is present; keys met one by one (sampling, or a ``calculate_energy`` of the
+    caller's) are kept in a dict. An energy written into it is what later losses use (writing
+    one of the 2^n turns the table into an array); ``clear()`` empties it. Compares equal to
+    the plain dict of the same entries; pickles and copies as plain data.
     """
 
     def __init__(self, model):
         self._model = model
         self._computed = {}
-        self._all = None
+        self._written = set()
+        self._all = None    # every energy as an array, when entries were written into it
+        self._table = None  # or as a level table
+        self._rebuild = False  # a copy whose original had the table makes it on first use
+
+    def __getstate__(self):
+        state = self.__dict__.copy()
+        state["_table"] = None
+        state["_rebuild"] = self._table is not None or self._rebuild
+        return state
+
+    def _whole(self):
+        if self._rebuild:
+            self._rebuild = False
+            self.energies()
+        return self._all if self._all is not None else self._table
 
     def _index(self, key):
         n = self._model.num_bits
-        if self._all is None or not isinstance(key, str) or len(key) != n or key.strip("01"):
+        if self._whole() is None or not isinstance(key, str) or len(key) != n or key.strip("01"):
             return None
         return int(key, 2) if n else 0
 
@@ -155,37 +185,44 @@ class EnergyCache(MutableMapping):
         index = self._index(key)
         if index is None:
             raise KeyError(key)
-        return float(self._all[index])
+        return float(self._whole()[index])
 
     def __setitem__(self, key, energy):
         self._computed[key] = energy
+        self._written.add(key)
         index = self._index(key)
         if index is not None:
-            self._all[index] = energy
+            self._dense()[index] = energy
 
     def __delitem__(self, key):
         if key not in self:
             raise KeyError(key)
         self._computed.pop(key, None)
+        self._written.discard(key)
         if self._index(key) is not None:
-            # The array cannot lose one state: forget it, the next exact run recomputes it.
-            self._all = None
+            # The table cannot lose one state: forget it, the next exact run recomputes it.
+            self._all = self._table = None
+            self._rebuild = False
 
     def clear(self):
         self._computed.clear()
-        self._all = None
+        self._written.clear()
+        self._all = self._table = None
+        self._rebuild = False
 
     def __len__(self):
-        if self._all is None:
+        whole = self._whole()
+        if whole is None:
             return len(self._computed)
         extra = sum(1 for key in self._computed if self._index(key) is None)
-        return len(self._all) + extra
+        return len(whole) + extra
 
     def __iter__(self):
         yield from self._computed
-        if self._all is not None:
+        whole = self._whole()
+        if whole is not None:
             width = self._model.num_bits
-            for index in range(len(self._all)):
+            for index in range(len(whole)):
                 key = format(index, f"0{width}b") if width else ""
                 if key not in self._computed:
                     yield key
@@ -195,17 +232,32 @@ class EnergyCache(MutableMapping):
         more = f", ... ({len(self)} entries)" if len(self) > 4 else ""
         return f"EnergyCache({{{shown}{more}}})"
 
-    def all_energies(self):
-        """The energy of every basis state (a read-only view), computed on first use; energies
-        written into the cache replace the computed ones."""
+    def _dense(self):
+        """The energies as a writable array, made from the table when there is none yet."""
         if self._all is None:
-            energies = self._model.all_energies()
+            self._all = np.asarray(self._table)
+            self._table = None
+        return self._all
+
+    def energies(self):
+        """The energy of every basis state, computed on first use, as the C++ losses take it: a
+        ``diagonal.EnergyTable`` (no 2^n array of doubles), or an array once energies have been
+        written into the cache (they replace the computed ones) or where the table could round
+        an integer problem."""
+        if self._whole() is None:
+            self._table = self._model.energy_table()
+            if self._table is None:
+                self._all = self._model.all_energies()
             n = self._model.num_bits
-            for key, energy in self._computed.items():
+            for key in self._written:
                 if isinstance(key, str) and len(key) == n and not key.strip("01"):
-                    energies[int(key, 2) if n else 0] = energy
-            self._all = energies
-        view = self._all.view()
+                    self._dense()[int(key, 2) if n else 0] = self._computed[key]
+        return self._whole()
+
+    def all_energies(self):
+        """The energy of every basis state as a read-only array (made afresh from the table
+        when there is no array: O(2^n) time and memory)."""
+        view = np.asarray(self.energies()).view()
         view.setflags(write=False)
         return view
 

@@ -1,9 +1,9 @@
 """The three losses over one result (key -> weight).
 
-`energies` is the energy of every basis state as one array when the result is an exact machine
-result (it then has ``probabilities``) and the class's own energies apply: the loss is then
-computed in C++. Otherwise it is None and the entries are walked, `energy_of(key)` giving each
-energy. Both give the same value up to rounding.
+`energies` is the energy of every basis state (a ``corvid.diagonal.EnergyTable`` or an array)
+when the result is an exact machine result (it then has ``probabilities``) and the class's own
+energies apply: the loss is then computed in C++. Otherwise it is None and the entries are
+walked, `energy_of(key)` giving each energy. Both give the same value up to rounding.
 """
 
 import numbers

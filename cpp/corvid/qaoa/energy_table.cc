@@ -1,0 +1,126 @@
+#include "corvid/qaoa/energy_table.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <string>
+#include <unordered_map>
+
+#include "corvid/qaoa/checks.h"
+#include "corvid/sim/compile/diagonal_cache.h"
+#include "corvid/util/parallel.h"
+
+namespace corvid {
+
+EnergyTable::EnergyTable(std::span<const double> energies)
+    : size_(energies.size()), array_(energies.data()) {}
+
+EnergyTable::EnergyTable(std::shared_ptr<const DiagonalValues> values, double offset,
+                         unsigned num_qubits)
+    : size_(std::uint64_t{1} << num_qubits), offset_(offset), values_(std::move(values)) {
+  if (values_ == nullptr) return;
+  for (double level : values_->levels()) table_.push_back(level + offset);
+  index8_ = values_->index8();
+  index16_ = values_->index16();
+  shifted_ = values_->dense();
+}
+
+double EnergyTable::min() const {
+  if (size_ == 0) return 0.0;
+  if (!table_.empty()) return *std::min_element(table_.begin(), table_.end());
+  return visit([this](const auto& e) {
+    double low = INFINITY;
+    const auto n = static_cast<std::int64_t>(size_);
+#pragma omp parallel for schedule(static) reduction(min : low) if (parallel_worthwhile(size_))
+    for (std::int64_t x = 0; x < n; ++x) low = std::min(low, e(x));
+    return low;
+  });
+}
+
+double EnergyTable::max() const {
+  if (size_ == 0) return 0.0;
+  if (!table_.empty()) return *std::max_element(table_.begin(), table_.end());
+  return visit([this](const auto& e) {
+    double high = -INFINITY;
+    const auto n = static_cast<std::int64_t>(size_);
+#pragma omp parallel for schedule(static) reduction(max : high) if (parallel_worthwhile(size_))
+    for (std::int64_t x = 0; x < n; ++x) high = std::max(high, e(x));
+    return high;
+  });
+}
+
+void EnergyTable::expand(double* out) const {
+  visit([this, out](const auto& e) {
+    const auto n = static_cast<std::int64_t>(size_);
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(size_))
+    for (std::int64_t x = 0; x < n; ++x) out[x] = e(x);
+  });
+}
+
+AlignedBuffer<double> EnergyTable::to_array() const {
+  AlignedBuffer<double> out(size_,
+                            "energies of " + std::to_string(std::countr_zero(size_)) + " qubits");
+  expand(out.data());
+  return out;
+}
+
+std::size_t EnergyTable::bytes() const noexcept {
+  if (values_ != nullptr) return values_->bytes();
+  return array_ != nullptr ? size_ * sizeof(double) : 0;
+}
+
+namespace {
+
+// Z terms (mask != 0) merged, and the constant apart.
+EnergyTable table_of(int num_qubits, std::vector<PhaseTerm> terms, double constant) {
+  terms = merge_terms(std::move(terms));
+  const auto n = static_cast<unsigned>(num_qubits);
+  if (terms.empty()) return EnergyTable(nullptr, constant, n);
+  return EnergyTable(cached_diagonal(terms, n), constant, n);
+}
+
+}  // namespace
+
+EnergyTable energy_table_from_z_terms(int num_qubits, std::span<const std::uint64_t> masks,
+                                      std::span<const double> coeffs) {
+  check_num_bits(num_qubits, "num_qubits");
+  check_terms(masks, coeffs, num_qubits, "qubit");
+  double constant = 0.0;
+  std::vector<PhaseTerm> terms;
+  for (std::size_t t = 0; t < masks.size(); ++t) {
+    if (masks[t] == 0) {
+      constant += coeffs[t];
+    } else {
+      terms.push_back({masks[t], coeffs[t]});
+    }
+  }
+  return table_of(num_qubits, std::move(terms), constant);
+}
+
+EnergyTable energy_table_from_monomials(int num_vars, std::span<const std::uint64_t> masks,
+                                        std::span<const double> coeffs) {
+  check_num_bits(num_vars, "num_vars");
+  check_terms(masks, coeffs, num_vars, "variable");
+  // c * prod_{i in T} x_i = c * 2^-|T| * sum_{S subset of T} (-1)^|S| Z_S; the scalings by
+  // powers of two are exact.
+  std::unordered_map<std::uint64_t, double> z;
+  for (std::size_t t = 0; t < masks.size(); ++t) {
+    const double share = std::ldexp(coeffs[t], -std::popcount(masks[t]));
+    for (std::uint64_t s = masks[t];; s = (s - 1) & masks[t]) {
+      z[s] += (std::popcount(s) & 1) ? -share : share;
+      if (s == 0) break;
+    }
+  }
+  double constant = 0.0;
+  std::vector<PhaseTerm> terms;
+  for (const auto& [mask, c] : z) {
+    if (mask == 0) {
+      constant = c;
+    } else if (c != 0.0) {
+      terms.push_back({mask, c});
+    }
+  }
+  return table_of(num_vars, std::move(terms), constant);
+}
+
+}  // namespace corvid
