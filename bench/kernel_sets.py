@@ -1,13 +1,13 @@
 """Kernel sets compared on one objective evaluation (`QAOA._loss_function`), interleaved.
 
-MaxCut of seeded random 3-regular graphs, exact probabilities, as in evaluation.py. Every round
-times each named set in turn in the same process (`corvid.set_kernel_set`), so the sets share the
-binary, the state and the machine's load; a set's time is its best round, the fairest reading on
-a shared machine. Per row: ms per evaluation and the machine's phase+mixer passes (the part the
+MaxCut of seeded random 3-regular graphs, exact probabilities, as in evaluation.py. The named sets
+take turns, one evaluation each, in the same process (`corvid.set_kernel_set`), so they share the
+binary, the state and the machine's load; a set's time is its best evaluation, the fairest
+reading on a shared machine. Per row: ms per evaluation and the machine's phase+mixer passes (the part the
 sets differ in) for each set, and each set's ratio to the first (below 1: faster).
 
 Run: PYTHONPATH=python:build/dev/python python bench/kernel_sets.py [--sizes 16 18 20]
-     [--layers 1 4] [--precision double single] [--sets avx2 avx512] [--rounds 7]
+     [--layers 1 4] [--precision double single] [--sets avx2 avx512] [--rounds 30]
 """
 
 import argparse
@@ -20,7 +20,7 @@ sys.path.insert(0, __file__.rsplit("/", 1)[0])
 from common import machine_line, maxcut_polynomial, random_regular_graph  # noqa: E402
 
 
-def best_times(n, p, precision, sets, rounds, calls):
+def best_times(n, p, precision, sets, rounds):
     """{set: (seconds per evaluation, seconds of phase+mixer passes)}, best round of each."""
     import corvid
     from corvid_alg.QAOA.qaoa import QAOA
@@ -31,17 +31,16 @@ def best_times(n, p, precision, sets, rounds, calls):
     paras = np.random.default_rng(p).uniform(0, np.pi, 2 * p)
     best = {s: (float("inf"), float("inf")) for s in sets}
     values = {}
+    solver._loss_function(paras)  # the first call also computes the energies and the diagonal
     for _ in range(rounds):
         for s in sets:
             corvid.set_kernel_set(s)
-            solver._loss_function(paras)  # warm: the first call also fills the caches
-            for _ in range(calls):
-                start = time.perf_counter()
-                values[s] = float(solver._loss_function(paras))
-                seconds = time.perf_counter() - start
-                t = corvid.last_run_timings()
-                passes = t["diagonal"] + t["layer"] + t["gates"]
-                best[s] = (min(best[s][0], seconds), min(best[s][1], passes))
+            start = time.perf_counter()
+            values[s] = float(solver._loss_function(paras))
+            seconds = time.perf_counter() - start
+            t = corvid.last_run_timings()
+            passes = t["diagonal"] + t["layer"] + t["gates"]
+            best[s] = (min(best[s][0], seconds), min(best[s][1], passes))
     spread = max(values.values()) - min(values.values())
     if spread > (1e-9 if precision == "double" else 1e-3) * max(1.0, abs(values[sets[0]])):
         sys.exit(f"kernel sets disagree at n={n}, p={p}: {values}")
@@ -57,12 +56,11 @@ def main():
     parser.add_argument("--precision", nargs="+", default=["double", "single"])
     parser.add_argument("--sets", nargs="+", default=[s for s in corvid.kernel_sets()
                                                       if s != "scalar"])
-    parser.add_argument("--rounds", type=int, default=7)
-    parser.add_argument("--calls", type=int, default=3, help="evaluations per set and round")
+    parser.add_argument("--rounds", type=int, default=30, help="evaluations per set")
     args = parser.parse_args()
     base, others = args.sets[0], args.sets[1:]
-    print(f"# _loss_function per kernel set, best of {args.rounds} interleaved rounds of "
-          f"{args.calls}; {machine_line()}, {corvid.get_num_threads()} threads")
+    print(f"# _loss_function per kernel set, best of {args.rounds} evaluations each, the sets "
+          f"taking turns; {machine_line()}, {corvid.get_num_threads()} threads")
     head = "| precision |  n | p | " + " | ".join(f"{s} ms | {s} passes ms" for s in args.sets)
     head += "".join(f" | {s} / {base} | passes {s} / {base}" for s in others) + " |"
     print(head)
@@ -70,7 +68,7 @@ def main():
     for precision in args.precision:
         for n in args.sizes:
             for p in args.layers:
-                best = best_times(n, p, precision, args.sets, args.rounds, args.calls)
+                best = best_times(n, p, precision, args.sets, args.rounds)
                 cells = [f"{best[s][0] * 1e3:.2f} | {best[s][1] * 1e3:.2f}" for s in args.sets]
                 ratios = [f"{best[s][0] / best[base][0]:.2f} | {best[s][1] / best[base][1]:.2f}"
                           for s in others]
