@@ -47,20 +47,25 @@ def load_peer():
     return name, choose_simulator(name)
 
 
+def peer_objective(simulator, energies, p):
+    """The peer's energy expectation as a function of our 2p angles (conventions above)."""
+    sim = simulator(len(energies).bit_length() - 1, costs=np.asarray(energies, dtype=float))
+
+    def energy(paras):
+        return float(sim.get_expectation(sim.simulate_qaoa(2 * paras[:p], -paras[p:])))
+
+    return energy
+
+
 def peer_seconds(simulator, energies, paras, p, repeats):
     """The peer's time per evaluation and its energy; one timed call when a call takes >5 s."""
-    sim = simulator(len(energies).bit_length() - 1, costs=np.asarray(energies, dtype=float))
-    gammas, betas = 2 * paras[:p], -paras[p:]
-
-    def evaluate():
-        return sim.get_expectation(sim.simulate_qaoa(gammas, betas))
-
+    energy = peer_objective(simulator, energies, p)
     start = time.perf_counter()
-    value = evaluate()
+    value = energy(paras)
     seconds = time.perf_counter() - start
     if seconds < 5:
-        seconds = median_seconds(evaluate, repeats, warmup=0)
-    return seconds, float(value)
+        seconds = median_seconds(lambda: energy(paras), repeats, warmup=0)
+    return seconds, value
 
 
 def measure_row(n, p, repeats, precision, plain):

@@ -15,6 +15,7 @@
 
 #include "corvid/circuit/circuit.h"
 #include "corvid/qaoa/adjoint.h"
+#include "loss_settings.h"
 
 namespace py = pybind11;
 
@@ -28,18 +29,6 @@ using Pairs = std::vector<std::pair<unsigned, unsigned>>;
 template <class T>
 std::span<const T> span_of(const InArray<T>& a) {
   return {a.data(), static_cast<std::size_t>(a.size())};
-}
-
-corvid::LossSettings settings_of(const std::string& loss, double alpha, double temperature) {
-  corvid::LossSettings s{corvid::LossKind::kExpectation, alpha, temperature};
-  if (loss == "CVaR") {
-    s.kind = corvid::LossKind::kCvar;
-  } else if (loss == "Gibbs") {
-    s.kind = corvid::LossKind::kGibbs;
-  } else if (loss != "default") {
-    throw std::invalid_argument("loss must be 'default', 'CVaR' or 'Gibbs', got '" + loss + "'");
-  }
-  return s;
 }
 
 corvid::QaoaAnsatz ansatz_of(unsigned n, const InArray<std::uint64_t>& masks,

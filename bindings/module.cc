@@ -6,6 +6,7 @@
 #include "corvid/util/errors.h"
 #include "corvid/util/interrupt.h"
 #include "corvid/util/parallel.h"
+#include "error_translation.h"
 #include "pauli.pybind.h"
 #include "problems.pybind.h"
 #include "qaoa.pybind.h"
@@ -17,18 +18,7 @@ namespace py = pybind11;
 PYBIND11_MODULE(_core, m) {
   m.doc() = "corvid core: Pauli algebra, circuits and the state-vector machine (C++).";
 
-  py::register_exception_translator([](std::exception_ptr p) {
-    try {
-      if (p) std::rethrow_exception(p);
-    } catch (const corvid::OutOfMemory& e) {
-      PyErr_SetString(PyExc_MemoryError, e.what());
-    } catch (const corvid::Interrupted&) {
-      PyErr_SetNone(PyExc_KeyboardInterrupt);
-    } catch (const std::bad_alloc&) {
-      // Allocations with a known purpose say so through corvid::naming_allocation.
-      PyErr_SetString(PyExc_MemoryError, "out of memory: a C++ allocation failed");
-    }
-  });
+  corvid_py::register_error_translation();
 
   // Long C++ loops poll this hook (corvid/util/interrupt.h), so Ctrl-C stops a simulation that
   // runs without the GIL. A signal handler that raised is reported as KeyboardInterrupt.

@@ -104,6 +104,23 @@ def sdk_circuit(gates, q):
     return c
 
 
+def run_on_machine(circuit, n, listed=None, **options):
+    """(machine, probability map) of a fresh n-qubit CPUQVM made with options, after a program, a
+    circuit, gate triples, a list of circuits or a function of the qubits giving one of these;
+    listed: qubit indices in key order (all by default)."""
+    import corvid
+
+    qvm = corvid.CPUQVM(**options)
+    q = qvm.qAlloc_many(n)
+    circuit = circuit(q) if callable(circuit) else circuit
+    if isinstance(circuit, list) and all(isinstance(g, tuple) for g in circuit):
+        circuit = sdk_circuit(circuit, q)
+    prog = circuit if isinstance(circuit, corvid.QProg) else corvid.QProg()
+    for part in circuit if isinstance(circuit, list) else [circuit] if prog is not circuit else []:
+        prog << part
+    return qvm, qvm.prob_run_dict(prog, q if listed is None else [q[i] for i in listed], -1)
+
+
 def polynomial_values(expr, variables):
     """f(x) for every basis index (bit i = variable i), by sympy substitution."""
     n = len(variables)

@@ -24,6 +24,6 @@ from ._core import (  # noqa: E402,F401
     kernel_sets, last_run_timings, set_default_precision, set_diagonal_cache_limit,
     set_fusion_enabled, set_kernel_set,
 )
-from . import ansatz, diagonal  # noqa: E402,F401
+from . import ansatz, diagonal, mpi  # noqa: E402,F401
 
 _threads.share_cores_with_siblings(set_num_threads)

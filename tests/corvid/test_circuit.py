@@ -32,14 +32,13 @@ def test_one_qubit_gate_on_a_list_gives_a_circuit_in_list_order(name):
     assert make(name, ([],)) == QCircuit()
 
 
-def test_hadamard_circuit_and_handles_equal_plain_ints():
-    qvm = corvid.CPUQVM()
-    q = qvm.qAlloc_many(3)
-    assert hadamard_circuit(q) == (QCircuit() << H(0) << H(1) << H(2))
-    assert hadamard_circuit(q) == H(q)
+def test_handles_and_numpy_integers_are_qubits_like_plain_ints():
+    q = corvid.CPUQVM().qAlloc_many(3)
+    assert hadamard_circuit(q) == (QCircuit() << H(0) << H(1) << H(2)) == H(q)
     assert RX(q, 0.3) == (QCircuit() << RX(0, 0.3) << RX(1, 0.3) << RX(2, 0.3))
-    assert [x.addr for x in q] == [0, 1, 2]
-    assert q[1] == q[1] and q[1] != q[2]
+    assert RX(q, 0.3) == RX(np.arange(3), np.float64(0.3))
+    assert [x.addr for x in q] == [0, 1, 2] and q[1] == q[1] and q[1] != q[2]
+    assert H(np.int64(2)) == H(2) and CNOT(np.int32(1), 0).qubits == (1, 0)
 
 
 def test_append_chains_inlines_and_returns_the_same_circuit():
@@ -58,14 +57,10 @@ def test_append_chains_inlines_and_returns_the_same_circuit():
     assert len(c) == 8 and c[4] == RZ(2, -3.0)
 
 
-def test_printed_form():
+def test_printed_form_and_equality_of_gates_and_angles():
     c = QCircuit() << RZ(2, -3.0) << CNOT(0, 1) << H(0) << corvid.RXX(0, 1, 0.2)
     assert str(c) == "RZ q[2], (-3.000000)\nCNOT q[0], q[1]\nH q[0]\nRXX q[0], q[1], (0.200000)"
-    assert str(QCircuit()) == ""
-    assert str(corvid.P(1, 0.5)) == "P q[1], (0.500000)"
-
-
-def test_equality_compares_gates_and_angles():
+    assert str(QCircuit()) == "" and str(corvid.P(1, 0.5)) == "P q[1], (0.500000)"
     a = QCircuit() << RZ(0, 0.5) << CNOT(0, 1)
     assert a == (QCircuit() << RZ(0, 0.5) << CNOT(0, 1))
     assert a != (QCircuit() << RZ(0, 0.5000001) << CNOT(0, 1))
@@ -88,9 +83,3 @@ def test_program_takes_gates_circuits_and_terminal_measurements():
         prog << c
     assert len(prog) == 6  # the refused appends changed nothing
     assert QProg(c).circuit == c
-
-
-def test_numpy_integers_and_arrays_are_accepted_as_qubits():
-    assert corvid.H(np.int64(2)) == corvid.H(2)
-    assert RX(np.arange(3), np.float64(0.5)) == RX([0, 1, 2], 0.5)
-    assert CNOT(np.int32(1), 0).qubits == (1, 0)

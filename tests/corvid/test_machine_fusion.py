@@ -1,9 +1,11 @@
+import itertools
+
 import numpy as np
 import pytest
 
 import corvid
-from corvid import CPUQVM, QProg
-from reference import marginal, sdk_circuit, simulate
+from corvid import CPUQVM
+from reference import marginal, run_on_machine, simulate
 
 
 def qaoa_gates(edges, n, gammas, betas, scaled=False):
@@ -24,10 +26,8 @@ def run(gates, n, fused=True, kernels=None):
     corvid.set_fusion_enabled(fused)
     corvid.set_kernel_set(kernels or previous_kernels)
     try:
-        qvm = CPUQVM()
-        q = qvm.qAlloc_many(n)
-        probs = qvm.prob_run_dict(QProg() << sdk_circuit(gates, q), q).probabilities.copy()
-        return qvm.state_vector(), probs, qvm.last_run_timings()
+        qvm, probs = run_on_machine(gates, n)
+        return qvm.state_vector(), probs.probabilities.copy(), qvm.last_run_timings()
     finally:
         corvid.set_fusion_enabled(previous)
         corvid.set_kernel_set(previous_kernels)
@@ -42,39 +42,25 @@ def random_edges(rng, n, count, integer):
     return edges
 
 
-@pytest.mark.parametrize("n, integer", [(3, True), (6, True), (6, False), (9, False)])
-def test_qaoa_matches_dense_reference_and_plain_path(rng, n, integer):
-    edges = random_edges(rng, n, n, integer)
-    gammas, betas = rng.uniform(-np.pi, np.pi, 2), rng.uniform(-np.pi, np.pi, 2)
-    gates = qaoa_gates(edges, n, gammas, betas)
-    want = simulate(gates, n)
-    plain, _, _ = run(gates, n, fused=False)
-    np.testing.assert_allclose(plain, want, rtol=0, atol=1e-12)
-    for kernels in corvid.kernel_sets():
-        state, probs, _ = run(gates, n, kernels=kernels)
-        np.testing.assert_allclose(state, want, rtol=0, atol=1e-12)
-        np.testing.assert_allclose(probs, np.abs(want) ** 2, rtol=0, atol=1e-12)
-
-
-def test_large_qaoa_fused_equals_plain_and_threads_agree(rng):
+@pytest.mark.parametrize("n, integer", [(3, True), (6, True), (6, False), (9, False), (17, True)])
+def test_qaoa_fused_matches_the_plain_path_for_every_kernel_set_and_thread_count(rng, n, integer):
     # 17 qubits: above the parallel threshold and past the first tile, so the mixer takes its
-    # high-qubit pass; the graph mixes integer weights and one irrational weight.
-    n = 17
-    edges = random_edges(rng, n, 25, integer=True)
+    # high-qubit pass. Every graph has one irrational weight.
+    edges = random_edges(rng, n, n if n < 10 else 25, integer)
     edges[(0, n - 1)] = np.sqrt(2)
-    gates = qaoa_gates(edges, n, [0.41, -1.3], [0.7, 0.2])
-    plain, plain_probs, _ = run(gates, n, fused=False)
+    gates = qaoa_gates(edges, n, rng.uniform(-np.pi, np.pi, 2), rng.uniform(-np.pi, np.pi, 2))
+    plain, _, _ = run(gates, n, fused=False)
+    if n < 10:
+        np.testing.assert_allclose(plain, simulate(gates, n), rtol=0, atol=1e-12)
     threads = corvid.get_num_threads()
     try:
-        results = []
-        for t in (1, 2):
+        for kernels, t in itertools.product(corvid.kernel_sets(), (1, 2)):
             corvid.set_num_threads(t)
-            results.append(run(gates, n))
+            state, probs, _ = run(gates, n, kernels=kernels)
+            np.testing.assert_allclose(state, plain, rtol=0, atol=1e-12)
+            np.testing.assert_allclose(probs, np.abs(plain) ** 2, rtol=0, atol=1e-12)
     finally:
         corvid.set_num_threads(threads)
-    for state, probs, _ in results:
-        np.testing.assert_allclose(state, plain, rtol=0, atol=1e-12)
-        np.testing.assert_allclose(probs, plain_probs, rtol=0, atol=1e-12)
 
 
 def test_new_gamma_reuses_the_cost_diagonal():
@@ -102,27 +88,20 @@ def test_gates_the_compiler_leaves_alone_keep_their_place():
     assert timings["gates"] > 0
 
 
-def single_machine_run(gates, n, qubit_order=None):
-    qvm = CPUQVM(precision="single")
-    q = qvm.qAlloc_many(n)
-    listed = q if qubit_order is None else [q[i] for i in qubit_order]
-    return qvm, qvm.prob_run_dict(QProg() << sdk_circuit(gates, q), listed)
-
-
 @pytest.mark.parametrize("n", [2, 7, 15])
 def test_single_precision_follows_double(rng, n):
     edges = random_edges(rng, n, n, integer=False)
     gates = qaoa_gates(edges, n, rng.uniform(-2, 2, 2), rng.uniform(-2, 2, 2))
     gates.append(("RXX", (0, 1), (0.3,)))  # a plain gate on the single-precision path
     want = np.abs(simulate(gates, n)) ** 2 if n < 10 else run(gates, n)[1]
-    qvm, result = single_machine_run(gates, n)
+    qvm, result = run_on_machine(gates, n, precision="single")
     assert qvm.precision == "single"
     np.testing.assert_allclose(result.probabilities, want, rtol=0, atol=2e-6)
     # The full table was written over the state, which can no longer be read.
     with pytest.raises(ValueError, match="probability table"):
         qvm.state_vector()
     # A marginal leaves the state in place.
-    qvm, listed = single_machine_run(gates, n, qubit_order=[n - 1, 0])
+    qvm, listed = run_on_machine(gates, n, [n - 1, 0], precision="single")
     assert qvm.state_vector().dtype == np.complex128
     np.testing.assert_allclose(listed.probabilities, marginal(want, [n - 1, 0]), atol=2e-6)
 

@@ -4,6 +4,7 @@ import numpy as np
 import pytest
 
 import corvid
+from reference import run_on_machine
 
 qiskit = pytest.importorskip("qiskit")
 from qiskit import qasm2  # noqa: E402
@@ -22,11 +23,8 @@ def every_kind_of_gate(n=4):
         << corvid.CZ(1, 2) << corvid.SWAP(0, 3) << corvid.I(1)
 
 
-def corvid_probabilities(prog, n=4):
-    qvm = corvid.CPUQVM()
-    qubits = qvm.qAlloc_many(n)
-    table = qvm.prob_run_dict(prog, qubits)
-    return np.array([table[format(k, f"0{n}b")] for k in range(1 << n)])
+def corvid_probabilities(prog):
+    return run_on_machine(prog, 4)[1].probabilities
 
 
 def test_exported_qasm_runs_in_qiskit_with_the_same_probabilities():

@@ -13,18 +13,11 @@ from corvid_alg.QAOA.default_circuits import (
     xy_complete_mixer,
     xy_ring_mixer,
 )
-from reference import pauli_matrix
+from reference import pauli_matrix, run_on_machine
 
 
 def final_state(n, *circuits):
-    machine = corvid.CPUQVM()
-    machine.init_qvm()
-    qubits = machine.qAlloc_many(n)
-    program = corvid.QProg()
-    for build in circuits:
-        program << build(qubits)
-    machine.prob_run_dict(program, qubits, -1)
-    return machine.state_vector()
+    return run_on_machine(lambda q: [build(q) for build in circuits], n)[0].state_vector()
 
 
 def one_hot(qubits):

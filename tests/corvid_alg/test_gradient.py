@@ -107,25 +107,6 @@ def test_settings_fall_back_to_the_run_settings_then_the_defaults():
     assert (solver.iter, solver.circuit_iter) == (before[0] + 3, before[1] + 3)
 
 
-@pytest.mark.parametrize("call", [
-    lambda s: s.loss_and_gradient([0.1, 0.2]),
-    lambda s: s.evaluate([[0.1, 0.2]]),
-])
-def test_sampling_settings_and_bad_input_are_refused(call):
-    solver = solver_for(2, 4)
-    solver.shots = 100
-    with pytest.raises(ValueError, match="exact probabilities"):
-        call(solver)
-    solver.shots = -1
-    for bad in ([0.1, 0.2, 0.3], [], [[0.1], [0.2]]):
-        with pytest.raises(ValueError, match="2p"):
-            solver.evaluate(bad) if np.ndim(bad) == 2 else solver.loss_and_gradient(bad)
-    with pytest.raises(ValueError, match="CVaR"):
-        solver.loss_and_gradient([0.1, 0.2], loss_type="CVaR", alpha=2)
-    with pytest.raises(ValueError, match="wrong loss types"):
-        solver.evaluate([[0.1, 0.2]], loss_type="mean")
-
-
 def test_lbfgsb_with_exact_gradients_reaches_the_same_optimum_in_fewer_evaluations():
     edges = [(0, 1), (1, 2), (2, 3), (3, 4), (4, 5), (5, 0), (0, 3), (1, 4), (2, 5), (6, 0),
              (6, 2), (6, 4)]

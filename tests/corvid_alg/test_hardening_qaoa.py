@@ -29,15 +29,11 @@ def table(names, cases):
 
 RUN_CASES = [
     *[(f"layer {v!r}", dict(layer=v), ValueError, LAYER) for v in (0, -1, 2.0, "2", True, None)],
-    ("optimize type upper case", dict(layer=2, optimize_type="INTERP"), ValueError,
-     "^wrong optimize type, only support default, interp$"),
+    ("optimize type upper case", dict(layer=2, optimize_type="INTERP"), ValueError, "^wrong optimize type, only support default, interp$"),
     ("interp without a start", INTERP, ValueError, "^Interpolation method requires initial parameters.$"),
-    ("interp start too deep", dict(INTERP, initial_para=[.1, .2, .3, .4]), ValueError,
-     "^Interpolation method initial parameter size should less than final layer.$"),
-    ("interp start of no angle", dict(INTERP, initial_para=[]), ValueError,
-     "^start layer number should be a positive integer and less than final layer$"),
-    ("odd number of angles", dict(layer=2, initial_para=[.1, .2, .3]), ValueError,
-     "initial_para has 3 angles: it needs an even number"),
+    ("interp start too deep", dict(INTERP, initial_para=[.1, .2, .3, .4]), ValueError, "^Interpolation method initial parameter size should less than final layer.$"),
+    ("interp start of no angle", dict(INTERP, initial_para=[]), ValueError, "^start layer number should be a positive integer and less than final layer$"),
+    ("odd number of angles", dict(layer=2, initial_para=[.1, .2, .3]), ValueError, "initial_para has 3 angles: it needs an even number"),
     ("odd interp start", dict(INTERP, initial_para=[0.1]), ValueError, "initial_para has 1 angles"),
     *[(f"shots {v}", dict(shots=v), ValueError, f"^Invalid shots number: {v}$") for v in (0, -2)],
     *[(f"loss type {v!r}", dict(loss_type=v), ValueError,
@@ -50,8 +46,7 @@ RUN_CASES = [
     ("unknown optimizer", dict(optimizer="spsa"), ValueError, "Unknown solver spsa"),
     ("optimizer a number", dict(optimizer=5), TypeError, "^optimizer must be None, 'SPSA' or"),
     ("crossed bounds", dict(gamma_bounds=[(1, 0)]), ValueError, "upper bound is less than"),
-    ("crossed bounds for SPSA", dict(optimizer="SPSA", beta_bounds=(1, 0)), ValueError,
-     "lower bound 1 is above the upper bound 0"),
+    ("crossed bounds for SPSA", dict(optimizer="SPSA", beta_bounds=(1, 0)), ValueError, "lower bound 1 is above the upper bound 0"),
     ("SPSA with negative iterations", dict(optimizer="SPSA", optimizer_option={"maxiter": -1}),
      ValueError, "maxiter must be >= 0"),
 ]
@@ -91,6 +86,12 @@ OTHER_CASES = [
     ("phase: qubit outside the list", lambda q: pauli_z_operator_to_circuit([({3: "Z"}, 1.0)], [0, 1]),
      IndexError, "acts on qubit 3 but the qubit list has 2"),
     ("interpolate nothing", lambda q: parameter_interpolate([]), ValueError, None),
+    *[(f"{name}: sampling", lambda q, c=c: (setattr(q, "shots", 100), c(q)), ValueError, "exact probabilities")
+      for name, c in [("gradient", lambda q: q.loss_and_gradient([.1, .2])), ("evaluate", lambda q: q.evaluate([[.1, .2]]))]],
+    *[(f"gradient: {len(v)} angles", lambda q, v=v: q.loss_and_gradient(v), ValueError, "2p") for v in ([.1, .2, .3], [])],
+    ("evaluate: rows of one angle", lambda q: q.evaluate([[.1], [.2]]), ValueError, "2p"),
+    ("gradient: alpha 2", lambda q: q.loss_and_gradient([.1, .2], loss_type="CVaR", alpha=2), ValueError, "CVaR"),
+    ("evaluate: loss mean", lambda q: q.evaluate([[.1, .2]], loss_type="mean"), ValueError, "wrong loss types"),
 ]
 
 

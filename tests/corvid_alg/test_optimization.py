@@ -111,23 +111,6 @@ def test_interp_schedule_grows_layer_by_layer(calls, capsys):
             solver._optimize_qaoa_parameter_interp([0.5] * 4, start)
 
 
-@pytest.mark.parametrize("loss_type, options", [
-    ("default", {}), ("CVaR", {"alpha": 0.2}), ("Gibbs", {"temperature": 0.5})])
-def test_road_example_end_to_end(loss_type, options):
-    np.random.seed(5)
-    solver = QAOA(ROAD)
-    result, angles, loss = solver.run(layer=2, loss_type=loss_type, **options)
-    assert isinstance(result, module.distribution.SortedDistribution) and len(angles) == 4
-    items = list(result.items())
-    assert [p for _, p in items] == sorted(result.values(), reverse=True) and len(items) == 8
-    assert dict(items) == pytest.approx(dict(solver.run_qaoa_circuit(angles[:2], angles[2:])))
-    # '000', '001' and '010' all reach the minimum -1
-    assert solver.calculate_energy([int(b) for b in reversed(items[0][0])]) == -1
-    assert loss == pytest.approx(solver._loss_function(angles))
-    assert (solver.alpha, solver.temperature, solver.shots, solver.layer, solver.optimizer) == (
-        options.get("alpha", 1), options.get("temperature", 1), -1, 2, None)
-
-
 def test_small_graph_optimum_is_most_likely_with_interp_and_bounds():
     edges = [(0, 1), (1, 2), (2, 3), (3, 0), (0, 2)]
     xs = sympy.symbols("x0:4")  # minimising minus the cut maximises it

@@ -16,6 +16,7 @@ from corvid_alg.QAOA import QAOAResult, solve
 from corvid_alg.QAOA.angles import interp
 from corvid_alg.QAOA.problems import ising_problem, maxcut_operator, maxcut_problem
 from corvid_alg.QAOA.qaoa import QAOA
+from corvid_alg.QAOA.qaoa.distribution import SortedDistribution
 
 GRAPH = nx.Graph()
 GRAPH.add_weighted_edges_from([("ann", "bob", 1.0), ("bob", "cy", 2.0), ("cy", "dee", 1.0),
@@ -130,17 +131,12 @@ def test_solve_refuses(problem, layers, options, error):
         solve(problem, layers, **options)
 
 
-def small_results():
-    """A spin problem with tuple names (JSON must keep them) and a depth study."""
-    np.random.seed(7)
-    spins = ising_problem({("a", 1): 0.5, ("b", 2): -1.0}, {(("a", 1), ("b", 2)): 1.0,
-                                                               (("b", 2), 3): 0.25})
-    return [solve(spins, layers=1, top_k=3), solve(maxcut_problem(GRAPH), layers=[1, 2])]
-
-
 @pytest.fixture(scope="module")
 def results():
-    return small_results()
+    """A spin problem with tuple names (JSON must keep them) and a depth study."""
+    np.random.seed(7)
+    spins = ising_problem({("a", 1): 0.5, ("b", 2): -1.0}, {(("a", 1), ("b", 2)): 1.0, (("b", 2), 3): 0.25})
+    return [solve(spins, layers=1, top_k=3), solve(maxcut_problem(GRAPH), layers=[1, 2])]
 
 
 def test_round_trips_are_exact(results, tmp_path):
@@ -196,13 +192,15 @@ def test_result_keeps_only_the_top_solutions():
 
 @pytest.mark.parametrize("options", [
     {}, {"optimizer": "COBYLA"}, {"optimizer": "SPSA", "optimizer_option": {"maxiter": 5}},
-    {"optimizer_option": {"jac": True}},
-    {"optimize_type": "interp", "initial_para": [0.3, 0.2]},
+    {"optimizer_option": {"jac": True}}, {"optimize_type": "interp", "initial_para": [0.3, 0.2]},
+    {"loss_type": "CVaR", "alpha": 0.2}, {"loss_type": "Gibbs", "temperature": 0.5},
 ])
-def test_run_leaves_history_best_and_optimizer_result(options, capsys):
+def test_run_leaves_distribution_settings_history_best_and_optimizer_result(options, capsys):
     solver = QAOA(FORMS["operator"][0]())
     np.random.seed(11)
-    _, angles, loss = solver.run(layer=2, **options)
+    result, angles, loss = solver.run(layer=2, **options)
+    assert (solver.alpha, solver.temperature, solver.shots, solver.layer) == (
+        options.get("alpha", 1), options.get("temperature", 1), -1, 2)
     history = solver.history
     assert len(history) == solver.iter
     assert np.array_equal(history[-1].angles, angles) and history[-1].loss == loss
@@ -211,5 +209,9 @@ def test_run_leaves_history_best_and_optimizer_result(options, capsys):
     assert np.array_equal(solver.optimizer_result.x, angles) and solver.optimizer_result.success
     if options.get("optimizer") == "SPSA":
         assert solver.optimizer_result.nfev == len(history) - 1
+    assert isinstance(result, SortedDistribution) and len(result) == 32
+    assert list(result.values()) == sorted(result.values(), reverse=True)
+    assert dict(result) == pytest.approx(dict(solver.run_qaoa_circuit(angles[:2], angles[2:])))
+    assert loss == pytest.approx(solver._loss_function(angles))
     solver.run(layer=1)
     assert all(len(e.angles) == 2 for e in solver.history)  # a new run starts a new history

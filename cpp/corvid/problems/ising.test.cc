@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <tuple>
 
 #include "corvid/problems/problem_testing.h"
 
@@ -45,22 +46,21 @@ TEST(Ising, SparseCouplingsAddInEitherOrientation) {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 TEST(Ising, RejectsInvalidInput) {
-  const std::vector<double> h2 = {0, 0};
-  const std::vector<double> asymmetric = {0, 1, 2, 0};
-  const std::vector<double> diagonal = {1, 0, 0, 0};
-  const std::vector<double> j3 = std::vector<double>(9, 0.0);
-  const std::vector<double> h_nan = {kNaN, 0};
-  const std::vector<double> zero2 = {0, 0, 0, 0};
-  EXPECT_THROW(ising_to_operator(h2, SquareMatrixView{asymmetric, 2}), std::invalid_argument);
-  EXPECT_THROW(ising_to_operator(h2, SquareMatrixView{diagonal, 2}), std::invalid_argument);
-  EXPECT_THROW(ising_to_operator(h2, SquareMatrixView{j3, 3}), std::invalid_argument);
-  EXPECT_THROW(ising_to_operator(h_nan, SquareMatrixView{zero2, 2}), std::invalid_argument);
+  using V = std::vector<double>;
+  const std::tuple<V, V, std::size_t> dense[] = {{{0, 0}, {0, 1, 2, 0}, 2},  // asymmetric
+                                                 {{0, 0}, {1, 0, 0, 0}, 2},  // a self-coupling
+                                                 {{0, 0}, V(9, 0.0), 3},     // h too short
+                                                 {{kNaN, 0}, {0, 0, 0, 0}, 2}};
+  for (const auto& [h, j, n] : dense) {
+    EXPECT_THROW(ising_to_operator(h, SquareMatrixView{j, n}), std::invalid_argument);
+  }
   const std::vector<WeightedPair> self = {{1, 1, 1}};
-  EXPECT_THROW(ising_to_operator(h2, self), std::invalid_argument);
+  EXPECT_THROW(ising_to_operator(V{0, 0}, self), std::invalid_argument);
   // Within rounding, an almost symmetric matrix is accepted and averaged.
-  const std::vector<double> nearly = {0, 1, 1 + 1e-12, 0};
-  EXPECT_NEAR(ising_to_operator(h2, SquareMatrixView{nearly, 2}).terms().back().coefficient.real(),
-              1 + 0.5e-12, 1e-15);
+  const V nearly = {0, 1, 1 + 1e-12, 0};
+  EXPECT_NEAR(
+      ising_to_operator(V{0, 0}, SquareMatrixView{nearly, 2}).terms().back().coefficient.real(),
+      1 + 0.5e-12, 1e-15);
 }
 
 }  // namespace

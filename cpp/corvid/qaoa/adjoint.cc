@@ -12,7 +12,9 @@
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
+#include <immintrin.h>
 #include <omp.h>
 
 #include "corvid/qaoa/losses.h"
@@ -20,6 +22,7 @@
 #include "corvid/sim/execute/compiled_executor.h"
 #include "corvid/sim/execute/diagonal_pass.h"
 #include "corvid/sim/execute/rotation_layer.h"
+#include "corvid/sim/kernels/kernel_set.h"
 #include "corvid/sim/kernels/matrix2.h"
 #include "corvid/sim/machine/probabilities.h"
 #include "corvid/util/interrupt.h"
@@ -35,11 +38,8 @@ constexpr unsigned kMaxAnsatzQubits = 40;
 // Below this many amplitudes a batch runs one vector per thread: a kernel's thread team costs
 // more than the work of one small vector.
 constexpr Index kPerThreadSize = Index{1} << 15;
-// The read passes below work on 2^12-amplitude chunks (low qubits) and 2^14-amplitude blocks
-// (high qubits, up to 8 per pass), so that both states of a chunk or block stay in cache.
+// Work unit of the read pass over both states: 2^12 amplitudes.
 constexpr unsigned kChunkBits = 12;
-constexpr unsigned kBlockBits = 14;
-constexpr unsigned kMaxGroup = 8;
 
 // Im(conj(a)·b).
 inline double im_dot(Amp a, Amp b) { return a.real() * b.imag() - a.imag() * b.real(); }
@@ -84,39 +84,40 @@ double rotate_pair(Amp* phi, Amp* lambda, unsigned n, unsigned a, unsigned b, do
   return z;
 }
 
-// D(x) over a range, whatever form the diagonal is stored in.
-class DiagonalReader {
- public:
-  explicit DiagonalReader(const DiagonalOp& op) : op_(op) {
-    if (op.values != nullptr) {
-      for (double level : op.values->levels()) levels_.push_back(op.scale * level);
-    }
+// The inner products of the gradient, Σ Im(conj(λ)·H·φ) over ranges of the two states, for H
+// the phase diagonal or X on one qubit. Portable here; AVX2 below.
+// D(x) from the diagonal's storage: a level table and an index per state, or the values.
+template <class T>
+inline double level(const T* index, const double* table, Index i) {
+  if constexpr (std::is_same_v<T, double>) {
+    return index[i];
+  } else {
+    return table[index[i]];
   }
+}
 
-  void fill(Index begin, Index count, double* out) const {
-    const DiagonalValues* v = op_.values.get();
-    if (v == nullptr) {
-      std::fill(out, out + count, 0.0);
-    } else if (const std::uint8_t* i8 = v->index8()) {
-      for (Index i = 0; i < count; ++i) out[i] = levels_[i8[begin + i]];
-    } else if (const std::uint16_t* i16 = v->index16()) {
-      for (Index i = 0; i < count; ++i) out[i] = levels_[i16[begin + i]];
-    } else {
-      const double* dense = v->dense();
-      for (Index i = 0; i < count; ++i) out[i] = op_.scale * dense[begin + i];
-    }
+// Σ Im(conj(λ)·X_j·φ) over the pairs of rows whose numbers differ in bit j, by `cross`.
+template <class Cross>
+double row_bit(Cross cross, const Amp* const* lam, const Amp* const* phi, unsigned row_bits,
+               unsigned j, Index length) {
+  const Index bit = Index{1} << j;
+  double z = 0.0;
+  for (Index r = 0; r < (Index{1} << row_bits); ++r) {
+    if ((r & bit) == 0) z += cross(lam[r], phi[r | bit], lam[r | bit], phi[r], length);
   }
+  return z;
+}
 
- private:
-  const DiagonalOp& op_;
-  std::vector<double> levels_;
-};
+namespace portable {
 
 // Σ_j Im(conj(a_j)·b_j) + Im(conj(c_j)·d_j) over j < count (complex values as pairs of
 // doubles). Eight independent sums over the doubles, so that the additions overlap instead of
 // waiting for each other and the loop vectorises: five times faster than one sum per term.
-double cross_products(const double* a, const double* b, const double* c, const double* d,
-                      Index count) {
+double cross(const Amp* ac, const Amp* bc, const Amp* cc, const Amp* dc, Index count) {
+  const auto* a = reinterpret_cast<const double*>(ac);
+  const auto* b = reinterpret_cast<const double*>(bc);
+  const auto* c = reinterpret_cast<const double*>(cc);
+  const auto* d = reinterpret_cast<const double*>(dc);
   double acc[8] = {};
   const Index m = 2 * count;
   Index k = 0;
@@ -131,111 +132,283 @@ double cross_products(const double* a, const double* b, const double* c, const d
   return s;
 }
 
-// Σ_x Im(conj(λ_x)·φ_(x ^ step)) for step 1 or 2, whose partners lie in the same group of 4
-// amplitudes (count a multiple of 4): every pair counted from both ends.
-double near_products(const double* l, const double* f, Index step, Index count) {
-  double acc[8] = {};
-  for (Index g = 0; g < count; g += 4) {
-    for (unsigned u = 0; u < 4; ++u) {
-      const Index i = g + u, k = g + (u ^ step);
-      acc[2 * u] += l[2 * i] * f[2 * k + 1];
-      acc[2 * u + 1] += l[2 * i + 1] * f[2 * k];
-    }
-  }
-  return (acc[0] - acc[1]) + (acc[2] - acc[3]) + ((acc[4] - acc[5]) + (acc[6] - acc[7]));
-}
-
 // Σ Im(conj(λ)·X_q·φ) over the pairs (x, x + 2^q) inside [0, count), count a multiple of
 // 2^(q+1).
-double pair_products(const Amp* lam, const Amp* phi, unsigned q, Index count) {
+double pairs(const Amp* lam, const Amp* phi, Index count, unsigned q) {
   const Index step = Index{1} << q;
+  double z = 0.0;
+  for (Index base = 0; base < count; base += 2 * step)
+    z += cross(lam + base, phi + base + step, lam + base + step, phi + base, step);
+  return z;
+}
+
+// Σ_q of the same over `qubits`.
+double range(const Amp* lam, const Amp* phi, Index count, std::span<const unsigned> qubits) {
+  double z = 0.0;
+  for (unsigned q : qubits) z += pairs(lam, phi, count, q);
+  return z;
+}
+
+// Σ_j Σ Im(conj(λ)·X_j·φ) over 2^row_bits rows of `length` amplitudes, X_j exchanging the rows
+// whose numbers differ in bit j.
+double rows(const Amp* const* lam, const Amp* const* phi, unsigned row_bits, Index length) {
+  double z = 0.0;
+  for (unsigned j = 0; j < row_bits; ++j) z += row_bit(cross, lam, phi, row_bits, j, length);
+  return z;
+}
+
+// Σ d(x)·Im(conj(λ_x)·φ_x) over [0, count), d(x) = table[index[x]] (or index[x] itself).
+template <class T>
+double weighted(const T* index, const double* table, const Amp* lam, const Amp* phi, Index count) {
+  double s0 = 0.0, s1 = 0.0;
+  const auto d = [&](Index i) { return level(index, table, i); };
+  Index i = 0;
+  for (; i + 2 <= count; i += 2) {
+    s0 += d(i) * im_dot(lam[i], phi[i]);
+    s1 += d(i + 1) * im_dot(lam[i + 1], phi[i + 1]);
+  }
+  for (; i < count; ++i) s0 += d(i) * im_dot(lam[i], phi[i]);
+  return s0 + s1;
+}
+
+}  // namespace portable
+
+#pragma GCC push_options
+#pragma GCC target("avx2,fma")
+namespace avx2 {
+
+// Lanes (a.re·b.im, a.im·b.re) of two amplitudes added to acc: Im(conj(a)·b) is their difference.
+inline __m256d im_fma(const Amp* a, const Amp* b, __m256d acc) {
+  const __m256d bv = _mm256_loadu_pd(reinterpret_cast<const double*>(b));
+  return _mm256_fmadd_pd(_mm256_loadu_pd(reinterpret_cast<const double*>(a)),
+                         _mm256_permute_pd(bv, 0x5), acc);
+}
+
+inline double im_total(__m256d a, __m256d b, __m256d c, __m256d d) {
+  alignas(32) double v[4];
+  _mm256_store_pd(v, _mm256_add_pd(_mm256_add_pd(a, b), _mm256_add_pd(c, d)));
+  return (v[0] - v[1]) + (v[2] - v[3]);
+}
+
+double cross(const Amp* a, const Amp* b, const Amp* c, const Amp* d, Index count) {
+  __m256d s0 = _mm256_setzero_pd(), s1 = s0, s2 = s0, s3 = s0;
+  Index i = 0;
+  for (; i + 4 <= count; i += 4) {
+    s0 = im_fma(a + i, b + i, s0);
+    s1 = im_fma(a + i + 2, b + i + 2, s1);
+    s2 = im_fma(c + i, d + i, s2);
+    s3 = im_fma(c + i + 2, d + i + 2, s3);
+  }
+  for (; i < count; i += 2) {
+    s0 = im_fma(a + i, b + i, s0);
+    s2 = im_fma(c + i, d + i, s2);
+  }
+  return im_total(s0, s1, s2, s3);
+}
+
+// Σ over qubit 0's pairs, which share a vector: its halves swapped (and re with im) instead.
+double first_qubit(const Amp* lam, const Amp* phi, Index count) {
+  __m256d s0 = _mm256_setzero_pd(), s1 = s0;
   const auto* l = reinterpret_cast<const double*>(lam);
   const auto* f = reinterpret_cast<const double*>(phi);
-  if (step < 4 && count >= 4) return near_products(l, f, step, count);
-  double z = 0.0;
-  for (Index base = 0; base < count; base += 2 * step) {
-    const Index a = 2 * base, b = 2 * (base + step);
-    z += cross_products(l + a, f + b, l + b, f + a, step);
+  for (Index i = 0; i < 2 * count; i += 8) {
+    s0 = _mm256_fmadd_pd(_mm256_loadu_pd(l + i),
+                         _mm256_permute4x64_pd(_mm256_loadu_pd(f + i), 0x1B), s0);
+    s1 = _mm256_fmadd_pd(_mm256_loadu_pd(l + i + 4),
+                         _mm256_permute4x64_pd(_mm256_loadu_pd(f + i + 4), 0x1B), s1);
   }
-  return z;
+  return im_total(s0, s1, _mm256_setzero_pd(), _mm256_setzero_pd());
 }
 
-// The X products of qubits [first, first + width): blocks of 2^width rows of 2^row_bits
-// contiguous amplitudes, one row per value of those qubits, so each block holds every pair.
-double group_products(const Amp* lam, const Amp* phi, unsigned n, unsigned first, unsigned width,
-                      unsigned row_bits) {
-  const Index row = Index{1} << row_bits;
-  const Index rows = Index{1} << width;
-  const unsigned mid_bits = first - row_bits;
-  const auto blocks = static_cast<std::int64_t>(Index{1} << (n - width - row_bits));
+// Two qubits per sweep over four runs of `length` amplitudes (run j: bit 0 of j the first
+// qubit set, bit 1 the second): each vector loaded once for both, φ's re/im swap shared.
+inline void quad(const Amp* const* l, const Amp* const* f, Index length, __m256d (&acc)[4]) {
+  for (Index i = 0; i < length; i += 2) {
+    __m256d lv[4], fs[4];
+    for (unsigned j = 0; j < 4; ++j) {
+      lv[j] = _mm256_loadu_pd(reinterpret_cast<const double*>(l[j] + i));
+      fs[j] = _mm256_permute_pd(_mm256_loadu_pd(reinterpret_cast<const double*>(f[j] + i)), 0x5);
+    }
+    acc[0] = _mm256_add_pd(acc[0], _mm256_fmadd_pd(lv[0], fs[1], _mm256_mul_pd(lv[1], fs[0])));
+    acc[1] = _mm256_add_pd(acc[1], _mm256_fmadd_pd(lv[2], fs[3], _mm256_mul_pd(lv[3], fs[2])));
+    acc[2] = _mm256_add_pd(acc[2], _mm256_fmadd_pd(lv[0], fs[2], _mm256_mul_pd(lv[2], fs[0])));
+    acc[3] = _mm256_add_pd(acc[3], _mm256_fmadd_pd(lv[1], fs[3], _mm256_mul_pd(lv[3], fs[1])));
+  }
+}
+
+double range(const Amp* lam, const Amp* phi, Index count, std::span<const unsigned> qubits) {
   double z = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(Index{1} << n))
-  for (std::int64_t t = 0; t < blocks; ++t) {
-    const Index mid = static_cast<Index>(t) & ((Index{1} << mid_bits) - 1);
-    const Index outer = static_cast<Index>(t) >> mid_bits;
-    const Index base = (outer << (first + width)) | (mid << row_bits);
-    for (unsigned k = 0; k < width; ++k) {
-      const Index bit = Index{1} << k;
-      for (Index r = 0; r < rows; ++r) {
-        if (r & bit) continue;
-        const Index a = base | (r << first), b = base | ((r | bit) << first);
-        z += cross_products(reinterpret_cast<const double*>(lam + a),
-                            reinterpret_cast<const double*>(phi + b),
-                            reinterpret_cast<const double*>(lam + b),
-                            reinterpret_cast<const double*>(phi + a), row);
-      }
+  std::size_t g = 0;
+  if (g < qubits.size() && qubits[g] == 0) z += first_qubit(lam, phi, count), ++g;
+  __m256d acc[4] = {_mm256_setzero_pd(), _mm256_setzero_pd(), _mm256_setzero_pd(),
+                    _mm256_setzero_pd()};
+  for (; g + 2 <= qubits.size(); g += 2) {
+    const Index a = Index{1} << qubits[g], b = Index{1} << qubits[g + 1];
+    const Index mask = a | b, offsets[4] = {0, a, b, a | b};
+    // Indices below a are contiguous: one run per base with both bits clear.
+    for (Index base = 0; base < count; base = ((base | mask | (a - 1)) + 1) & ~mask) {
+      const Amp* l[4];
+      const Amp* f[4];
+      for (unsigned j = 0; j < 4; ++j)
+        l[j] = lam + base + offsets[j], f[j] = phi + base + offsets[j];
+      quad(l, f, a, acc);
     }
   }
+  z += im_total(acc[0], acc[1], acc[2], acc[3]);
+  if (g < qubits.size()) {
+    const Index step = Index{1} << qubits[g];
+    for (Index base = 0; base < count; base += 2 * step)
+      z += cross(lam + base, phi + base + step, lam + base + step, phi + base, step);
+  }
   return z;
 }
 
-struct Products {
-  double diagonal = 0.0;  ///< Im⟨λ|D|φ⟩
-  double mixer = 0.0;     ///< Im⟨λ|Σ_q X_q|φ⟩ (when asked for)
+double rows(const Amp* const* lam, const Amp* const* phi, unsigned row_bits, Index length) {
+  __m256d acc[4] = {_mm256_setzero_pd(), _mm256_setzero_pd(), _mm256_setzero_pd(),
+                    _mm256_setzero_pd()};
+  unsigned j = 0;
+  for (; j + 2 <= row_bits; j += 2) {
+    const Index mask = Index{3} << j;
+    for (Index r = 0; r < (Index{1} << row_bits); ++r) {
+      if (r & mask) continue;
+      const Index at[4] = {r, r | Index{1} << j, r | Index{2} << j, r | mask};
+      const Amp* l[4] = {lam[at[0]], lam[at[1]], lam[at[2]], lam[at[3]]};
+      const Amp* f[4] = {phi[at[0]], phi[at[1]], phi[at[2]], phi[at[3]]};
+      quad(l, f, length, acc);
+    }
+  }
+  double z = im_total(acc[0], acc[1], acc[2], acc[3]);
+  if (j < row_bits) z += row_bit(cross, lam, phi, row_bits, j, length);
+  return z;
+}
+
+template <class T>
+double weighted(const T* index, const double* table, const Amp* lam, const Amp* phi, Index count) {
+  const auto d = [&](Index i) { return level(index, table, i); };
+  __m256d s0 = _mm256_setzero_pd(), s1 = s0;
+  Index i = 0;
+  for (; i + 4 <= count; i += 4) {
+    const __m256d zero = _mm256_setzero_pd();
+    s0 = _mm256_fmadd_pd(_mm256_setr_pd(d(i), d(i), d(i + 1), d(i + 1)),
+                         im_fma(lam + i, phi + i, zero), s0);
+    s1 = _mm256_fmadd_pd(_mm256_setr_pd(d(i + 2), d(i + 2), d(i + 3), d(i + 3)),
+                         im_fma(lam + i + 2, phi + i + 2, zero), s1);
+  }
+  double rest = 0.0;
+  for (; i < count; ++i) rest += d(i) * im_dot(lam[i], phi[i]);
+  return im_total(s0, s1, _mm256_setzero_pd(), _mm256_setzero_pd()) + rest;
+}
+
+}  // namespace avx2
+#pragma GCC pop_options
+
+struct ProductKernels {
+  double (*range)(const Amp*, const Amp*, Index, std::span<const unsigned>);
+  double (*rows)(const Amp* const*, const Amp* const*, unsigned, Index);
+  double (*weighted8)(const std::uint8_t*, const double*, const Amp*, const Amp*, Index);
+  double (*weighted16)(const std::uint16_t*, const double*, const Amp*, const Amp*, Index);
+  double (*weighted_dense)(const double*, const double*, const Amp*, const Amp*, Index);
 };
 
-// Read passes only, no scratch state: one over chunks for D and the low qubits, then one per
-// group of up to kMaxGroup higher qubits.
-Products products(const Amp* lam, const Amp* phi, unsigned n, const DiagonalReader& d, bool mixer) {
-  const Index size = Index{1} << n;
-  const unsigned low = std::min(n, kChunkBits);
-  const Index chunk = Index{1} << low;
-  const auto chunks = static_cast<std::int64_t>(size >> low);
-  double zd = 0.0, zx = 0.0;
-#pragma omp parallel reduction(+ : zd, zx) if (parallel_worthwhile(size))
-  {
-    std::vector<double> values(chunk);
-#pragma omp for schedule(static)
-    for (std::int64_t c = 0; c < chunks; ++c) {
-      const Index base = static_cast<Index>(c) << low;
-      d.fill(base, chunk, values.data());
-      const Amp* la = lam + base;
-      const Amp* fa = phi + base;
-      double s0 = 0.0, s1 = 0.0;
-      for (Index i = 0; i < chunk; i += 2) {
-        s0 += values[i] * im_dot(la[i], fa[i]);
-        s1 += values[i + 1] * im_dot(la[i + 1], fa[i + 1]);
-      }
-      zd += s0 + s1;
-      if (mixer) {
-        for (unsigned q = 0; q < low; ++q) zx += pair_products(la, fa, q, chunk);
-      }
-    }
-  }
-  if (mixer && n > low) {
-    const unsigned high = n - low;
-    const unsigned groups = (high + kMaxGroup - 1) / kMaxGroup;
-    unsigned first = low;
-    for (unsigned g = 0; g < groups; ++g) {
-      const unsigned left = n - first;
-      const unsigned width = (left + (groups - g) - 1) / (groups - g);
-      const unsigned row_bits = std::min(first, kBlockBits - width);
-      zx += group_products(lam, phi, n, first, width, row_bits);
-      first += width;
-    }
-  }
-  return {zd, zx};
+constexpr ProductKernels kPortable{&portable::range, &portable::rows,
+                                   &portable::weighted<std::uint8_t>,
+                                   &portable::weighted<std::uint16_t>, &portable::weighted<double>};
+constexpr ProductKernels kAvx2{&avx2::range, &avx2::rows, &avx2::weighted<std::uint8_t>,
+                               &avx2::weighted<std::uint16_t>, &avx2::weighted<double>};
+
+// AVX2 wherever the active kernel set is not the portable one (every other set implies it).
+const ProductKernels& product_kernels(const KernelSet& k) {
+  return avx2_kernel_set() != nullptr && k.name != scalar_kernel_set().name ? kAvx2 : kPortable;
 }
+
+// D(x) = scale·v(x) over a range, whatever form the diagonal is stored in.
+class DiagonalProducts {
+ public:
+  DiagonalProducts(const DiagonalOp& op, const ProductKernels& k) : op_(op), k_(k) {
+    if (op.values != nullptr) {
+      for (double level : op.values->levels()) levels_.push_back(op.scale * level);
+    }
+  }
+
+  // Σ D(x)·Im(conj(λ_x)·φ_x) over x in [begin, begin + count).
+  double operator()(const Amp* lam, const Amp* phi, Index begin, Index count) const {
+    const DiagonalValues* v = op_.values.get();
+    lam += begin;
+    phi += begin;
+    if (v == nullptr) return 0.0;
+    if (const std::uint8_t* i8 = v->index8())
+      return k_.weighted8(i8 + begin, levels_.data(), lam, phi, count);
+    if (const std::uint16_t* i16 = v->index16())
+      return k_.weighted16(i16 + begin, levels_.data(), lam, phi, count);
+    return op_.scale * k_.weighted_dense(v->dense() + begin, nullptr, lam, phi, count);
+  }
+
+  // The same over the whole state, in one parallel read pass.
+  double all(const Amp* lam, const Amp* phi, unsigned n) const {
+    const Index size = Index{1} << n;
+    const Index chunk = std::min(size, Index{1} << kChunkBits);
+    const auto chunks = static_cast<std::int64_t>(size / chunk);
+    double z = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(size))
+    for (std::int64_t c = 0; c < chunks; ++c)
+      z += (*this)(lam, phi, static_cast<Index>(c) * chunk, chunk);
+    return z;
+  }
+
+ private:
+  const DiagonalOp& op_;
+  const ProductKernels& k_;
+  std::vector<double> levels_;
+};
+
+// The products of one backward X-mixer layer, gathered while the layer's passes hold both
+// states in cache: Im⟨λ|D|φ⟩ before the phase is undone, Im⟨λ|Σ_q X_q|φ⟩ once the mixer's
+// qubits of a range are. One running sum per thread.
+class MixerProducts final : public LayerWatcher {
+ public:
+  MixerProducts(const DiagonalProducts& d, const ProductKernels& k)
+      : d_(d), k_(k), sums_(std::max(omp_get_max_threads(), omp_get_num_procs())) {}
+
+  void before_diagonal(const Amplitude* lam, const Amplitude* phi, Index begin,
+                       Index count) override {
+    mine().diagonal += d_(lam, phi, begin, count);
+  }
+
+  void after_range(const Amplitude* lam, const Amplitude* phi, Index count,
+                   std::span<const unsigned> qubits, double weight) override {
+    mine().mixer += weight * k_.range(lam, phi, count, qubits);
+  }
+
+  void after_rows(const Amplitude* const* lam, const Amplitude* const* phi, unsigned row_bits,
+                  Index length) override {
+    mine().mixer += k_.rows(lam, phi, row_bits, length);
+  }
+
+  double diagonal() const {
+    double z = 0.0;
+    for (const Sums& s : sums_) z += s.diagonal;
+    return z;
+  }
+  double mixer() const {
+    double z = 0.0;
+    for (const Sums& s : sums_) z += s.mixer;
+    return z;
+  }
+
+ private:
+  struct alignas(64) Sums {
+    double diagonal = 0.0, mixer = 0.0;
+  };
+  Sums& mine() {
+    const auto t = static_cast<std::size_t>(omp_get_thread_num());
+    if (t >= sums_.size()) throw std::logic_error("more threads than the products expected");
+    return sums_[t];
+  }
+
+  const DiagonalProducts& d_;
+  const ProductKernels& k_;
+  std::vector<Sums> sums_;
+};
 
 void check_angles(std::span<const double> angles) {
   if (angles.size() < 2 || angles.size() % 2 != 0) {
@@ -471,7 +644,7 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
   const double loss = cotangent(phi, lambda, settings);
 
   const KernelSet& k = active_kernels<double>();
-  const DiagonalReader reader(phase_);
+  const DiagonalProducts diagonal(phase_, product_kernels(k));
   for (std::size_t j = p; j-- > 0;) {
     throw_if_interrupted();
     const double beta = angles[p + j];
@@ -480,13 +653,13 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
     const DiagonalPass pass(undo_phase, k);
     const bool phase_pending = j + 1 < p;
     if (!ansatz_.xy_pairs) {
-      const std::vector<QubitMatrix> undo_mixer = x_mixer(n, -beta);
-      for (StateVector* s : {&phi, &lambda}) {
-        apply_rotation_layer<double>(s->data(), n, undo_mixer, k, phase_pending ? &pass : nullptr);
-      }
-      const Products z = products(lambda.data(), phi.data(), n, reader, true);
-      gradient[j] = 2.0 * z.diagonal;
-      gradient[p + j] = -2.0 * z.mixer;
+      // One sweep of both states undoes phase j + 1 and mixer j and gathers the products of
+      // both layers on the way.
+      MixerProducts watch(diagonal, product_kernels(k));
+      apply_rotation_layer_pair(lambda.data(), phi.data(), n, x_mixer(n, -beta), k,
+                                phase_pending ? &pass : nullptr, watch);
+      if (phase_pending) gradient[j + 1] = 2.0 * watch.diagonal();
+      gradient[p + j] = -2.0 * watch.mixer();
     } else {
       if (phase_pending) {
         pass.apply_all(phi.data(), n);
@@ -498,9 +671,10 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
         z += rotate_pair(phi.data(), lambda.data(), n, it->first, it->second, -beta);
       }
       gradient[p + j] = -2.0 * z;
-      gradient[j] = 2.0 * products(lambda.data(), phi.data(), n, reader, false).diagonal;
+      gradient[j] = 2.0 * diagonal.all(lambda.data(), phi.data(), n);
     }
   }
+  if (!ansatz_.xy_pairs) gradient[0] = 2.0 * diagonal.all(lambda.data(), phi.data(), n);
   return loss;
 }
 

@@ -31,11 +31,6 @@ class Interrupt : public ::testing::Test {
   }
 };
 
-TEST_F(Interrupt, StopsWithinOnePollInterval) {
-  set_interrupt_check([] { return true; });
-  EXPECT_LT(time_until_interrupted(), kInterruptPollInterval + std::chrono::milliseconds(20));
-}
-
 TEST_F(Interrupt, ChecksAreRateLimited) {
   std::atomic<int> calls{0};
   set_interrupt_check([&] {
@@ -61,9 +56,9 @@ TEST_F(Interrupt, RemovedOrReplacedCheckNoLongerFires) {
   EXPECT_NO_THROW(throw_if_interrupted());
 }
 
-TEST_F(Interrupt, EachThreadPacesItsOwnPolls) {
+TEST_F(Interrupt, StopsWithinOnePollIntervalOnEveryThread) {
   set_interrupt_check([] { return true; });
-  ASSERT_NE(time_until_interrupted(), Clock::duration::max());
+  EXPECT_LT(time_until_interrupted(), kInterruptPollInterval + std::chrono::milliseconds(20));
   // The main thread polled just now; a thread that has never polled must still poll at once.
   bool stopped_at_once = false;
   std::thread worker([&] {

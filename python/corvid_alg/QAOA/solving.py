@@ -12,14 +12,12 @@ import corvid
 
 from . import angles as _angles
 from .problems import NamedProblem
-from .qaoa import QAOA
+from .qaoa import QAOA, distributed
 from .qaoa.encoding import binary_variables, non_diagonal_parts
 from .result import QAOAResult, Solution
 
 __all__ = ["solve"]
 
-# The energy table of 2^30 doubles (8 GiB) is the most the optimum is read from.
-_MAX_TABLE_QUBITS = 30
 # Energies this close to the optimum (relative to the energy scale) count as optimal.
 _OPTIMUM_TOLERANCE = 1e-9
 # The energy distribution a result keeps: at most this many levels (bins of equal width).
@@ -147,20 +145,29 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
     top = [Solution(key, float(probability), _plain(energy_of(key)))
            for key, probability in islice(solutions.items(), top_k)]
     best = min(top, key=lambda s: (s.energy, -s.probability))
-    expected = float(qaoa._loss_function_default(solutions))
     low = high = p_optimum = ratio = expected_ratio = levels = None
-    if qaoa.problem_dimension <= _MAX_TABLE_QUBITS and qaoa.energy_dict.whole_space:
-        table = qaoa.energy_dict.all_energies()
-        low, high = float(table.min()), float(table.max())
+    spread = distributed.active()  # the solutions then are the most probable states only
+    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if spread
+                     else qaoa._loss_function_default(solutions))
+    span = qaoa._energy_range()
+    if span is not None:
+        low, high = span
         threshold = low + _OPTIMUM_TOLERANCE * max(1.0, abs(low), abs(high))
+        energies = None
         if hasattr(solutions, "probabilities"):
-            energies, weights = table, solutions.probabilities
-        else:  # sampled: the keys drawn
-            energies = table[np.array([int(key, 2) for key in solutions], dtype=np.int64)]
+            energies, weights = qaoa.energy_dict.all_energies(), solutions.probabilities
+        else:
             weights = np.fromiter(solutions.values(), dtype=float, count=len(solutions))
-        p_optimum = float(weights[energies <= threshold].sum())
+            if not spread:  # sampled: the keys drawn
+                indices = np.array([int(key, 2) for key in solutions], dtype=np.int64)
+                energies = qaoa.energy_dict.all_energies()[indices]
+            elif len(solutions) == 2 ** qaoa.problem_dimension:  # MPI, every state returned
+                qaoa.energy_dict.prefetch(solutions)
+                energies = np.array([energy_of(key) for key in solutions], dtype=float)
+        if energies is not None:
+            p_optimum = float(weights[energies <= threshold].sum())
+            levels = _energy_levels(energies, weights, low, high)
         ratio, expected_ratio = (_ratio(best.energy, low, high), _ratio(expected, low, high))
-        levels = _energy_levels(energies, weights, low, high)
     history = qaoa.history
     result = qaoa.optimizer_result
     message = getattr(result, "message", "")

@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cstdint>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 #include "corvid/sim/execute/diagonal_pass.h"
@@ -74,27 +75,85 @@ class ProductState {
   std::vector<Amplitude> u0_, u1_, low_;
 };
 
+// The second state of a pair and its watcher (apply_rotation_layer_pair); none for one state.
+template <class Real>
+struct Companion {
+  std::complex<Real>* second = nullptr;
+  LayerWatcher* watch = nullptr;
+};
+
+// The same product of gates with every matrix but the last replaced by its unit part and the
+// scales multiplied into the last: all but one sweep then take one multiply-add per amplitude.
+std::vector<QubitMatrix> with_scales_folded(std::span<const QubitMatrix> gates) {
+  std::vector<QubitMatrix> folded(gates.begin(), gates.end());
+  if (folded.size() < 2) return folded;
+  Amplitude scale = 1.0;
+  for (QubitMatrix& g : folded) {
+    const ScaledMatrix2 f = factor_scale(g.matrix);
+    scale *= f.scale;
+    g.matrix = f.unit;
+  }
+  Matrix2& last = folded.back().matrix;
+  last = {scale * last.m00, scale * last.m01, scale * last.m10, scale * last.m11};
+  return folded;
+}
+
 // `low`: ascending qubits below tile_bits. Per contiguous tile, those below inner_bits are
 // applied per L1-sized sub-tile, preceded there by the diagonal `before` (so that reading the
 // tile from memory overlaps the sweeps) and, with `start`, by writing the sub-tile's starting
 // amplitudes (so that the state is never read); then the rest sweep the (L2-resident) tile.
+// A pair takes each sub-tile and then the tile of the first state, then of the second, and
+// the watcher after each.
 template <class Real>
-void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> low,
+void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> unfolded,
                const BasicKernelSet<Real>& k, const BasicDiagonalPass<Real>* before,
-               const LayerTiling& tiling, const ProductState* start) {
+               const LayerTiling& tiling, const ProductState* start, const Companion<Real>& pair) {
+  const std::vector<QubitMatrix> low = with_scales_folded(unfolded);
   const unsigned bits = std::min(n, tiling.tile_bits);
   const unsigned inner = std::min(bits, tiling.inner_bits);
   const auto split = std::partition_point(low.begin(), low.end(),
                                           [&](const QubitMatrix& g) { return g.qubit < inner; });
   const Index sub_size = Index{1} << (split != low.begin() ? inner : bits);
+  const Index size = Index{1} << bits;
+  std::vector<unsigned> inner_qubits, outer_qubits;
+  for (const QubitMatrix& g : low)
+    (g.qubit < inner ? inner_qubits : outer_qubits).push_back(g.qubit);
+  // Sums over a sub-tile see the inner gates without their scales, which the last gate pays
+  // (with_scales_folded) unless it is inner itself: the factor that restores them.
+  double inner_weight = 1.0;
+  if (!outer_qubits.empty()) {
+    for (const QubitMatrix& g : unfolded) {
+      if (g.qubit < inner) inner_weight *= std::norm(factor_scale(g.matrix).scale);
+    }
+  }
+  std::complex<Real>* const second = pair.second;
   for_each_tile<std::complex<Real>>(Index{1} << (n - bits), Index{1} << n, 0, [&](Index t, auto*) {
     const Index begin = t << bits;
-    for (Index sub = begin; sub < begin + (Index{1} << bits); sub += sub_size) {
-      if (start != nullptr) start->write(amps, sub, sub_size);
-      if (before != nullptr) before->apply(amps, sub, sub_size);
-      if (split != low.begin()) k.matrices_tile(amps + sub, inner, {low.begin(), split});
+    for (Index sub = begin; sub < begin + size; sub += sub_size) {
+      if constexpr (std::is_same_v<Real, double>) {
+        if (pair.watch != nullptr && before != nullptr)
+          pair.watch->before_diagonal(amps, second, sub, sub_size);
+      }
+      for (std::complex<Real>* state : {amps, second}) {
+        if (state == nullptr) continue;
+        if (start != nullptr) start->write(state, sub, sub_size);
+        if (before != nullptr) before->apply(state, sub, sub_size);
+        if (split != low.begin()) k.matrices_tile(state + sub, inner, {low.begin(), split});
+      }
+      if constexpr (std::is_same_v<Real, double>) {
+        if (pair.watch != nullptr && !inner_qubits.empty())
+          pair.watch->after_range(amps + sub, second + sub, sub_size, inner_qubits, inner_weight);
+      }
     }
-    if (split != low.end()) k.matrices_tile(amps + begin, bits, {split, low.end()});
+    if (split != low.end()) {
+      for (std::complex<Real>* state : {amps, second}) {
+        if (state != nullptr) k.matrices_tile(state + begin, bits, {split, low.end()});
+      }
+      if constexpr (std::is_same_v<Real, double>) {
+        if (pair.watch != nullptr)
+          pair.watch->after_range(amps + begin, second + begin, size, outer_qubits, 1.0);
+      }
+    }
   });
 }
 
@@ -106,7 +165,8 @@ void apply_low(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix
 // Each level reads the tile once from the level below.
 template <class Real>
 void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> group,
-                const BasicKernelSet<Real>& k, const LayerTiling& tiling) {
+                const BasicKernelSet<Real>& k, const LayerTiling& tiling,
+                const Companion<Real>& pair) {
   using V = std::complex<Real>;
   const auto m = static_cast<unsigned>(group.size());
   const unsigned bits = std::min(n, tiling.high_tile_bits);
@@ -131,51 +191,43 @@ void apply_high(std::complex<Real>* amps, unsigned n, std::span<const QubitMatri
   for (unsigned j = l1; j < l2; ++j) middle.push_back({j - l1, group[j].matrix});
   const Index length = Index{1} << c;
   const Index scratch = (Index{1} << m) + (Index{1} << (l2 - l1));
-  for_each_tile<V*>(Index{1} << (n - m - c), Index{1} << n, scratch, [&](Index t, V** rows) {
-    const Index base = insert_zeros(t, fixed);
-    for (Index s = 0; s < offsets.size(); ++s) rows[s] = amps + base + offsets[s];
-    if (l1 > 0) {
-      for (Index r = 0; r < offsets.size(); r += Index{1} << l1) {
-        k.matrices_rows(rows + r, l1, length, {local.begin(), local.begin() + l1});
-      }
-    }
-    if (l2 > l1) {
-      V** block = rows + offsets.size();
-      for (Index high = 0; high < (Index{1} << (m - l2)); ++high) {
-        for (Index low = 0; low < (Index{1} << l1); ++low) {
-          for (Index r = 0; r < (Index{1} << (l2 - l1)); ++r)
-            block[r] = rows[high << l2 | r << l1 | low];
-          k.matrices_rows(block, l2 - l1, length, middle);
+  const Index states = pair.second != nullptr ? 2 : 1;
+  for_each_tile<V*>(
+      Index{1} << (n - m - c), Index{1} << n, states * scratch, [&](Index t, V** all_rows) {
+        const Index base = insert_zeros(t, fixed);
+        for (Index state = 0; state < states; ++state) {
+          V* const origin = state == 0 ? amps : pair.second;
+          V** rows = all_rows + state * scratch;
+          for (Index s = 0; s < offsets.size(); ++s) rows[s] = origin + base + offsets[s];
+          if (l1 > 0) {
+            for (Index r = 0; r < offsets.size(); r += Index{1} << l1) {
+              k.matrices_rows(rows + r, l1, length, {local.begin(), local.begin() + l1});
+            }
+          }
+          if (l2 > l1) {
+            V** block = rows + offsets.size();
+            for (Index high = 0; high < (Index{1} << (m - l2)); ++high) {
+              for (Index low = 0; low < (Index{1} << l1); ++low) {
+                for (Index r = 0; r < (Index{1} << (l2 - l1)); ++r)
+                  block[r] = rows[high << l2 | r << l1 | low];
+                k.matrices_rows(block, l2 - l1, length, middle);
+              }
+            }
+          }
+          if (l2 < m) k.matrices_rows(rows, m, length, {local.begin() + l2, local.end()});
         }
-      }
-    }
-    if (l2 < m) k.matrices_rows(rows, m, length, {local.begin() + l2, local.end()});
-  });
+        if constexpr (std::is_same_v<Real, double>) {
+          if (pair.watch != nullptr)
+            pair.watch->after_rows(all_rows, all_rows + scratch, m, length);
+        }
+      });
 }
-
-// The same product of gates with every matrix but the last replaced by its unit part and the
-// scales multiplied into the last: all but one sweep then take one multiply-add per amplitude.
-std::vector<QubitMatrix> with_scales_folded(std::span<const QubitMatrix> gates) {
-  std::vector<QubitMatrix> folded(gates.begin(), gates.end());
-  if (folded.size() < 2) return folded;
-  Amplitude scale = 1.0;
-  for (QubitMatrix& g : folded) {
-    const ScaledMatrix2 f = factor_scale(g.matrix);
-    scale *= f.scale;
-    g.matrix = f.unit;
-  }
-  Matrix2& last = folded.back().matrix;
-  last = {scale * last.m00, scale * last.m01, scale * last.m10, scale * last.m11};
-  return folded;
-}
-
-}  // namespace
 
 template <class Real>
-void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> layer,
-                          const std::type_identity_t<BasicKernelSet<Real>>& kernels,
-                          const std::type_identity_t<BasicDiagonalPass<Real>>* before,
-                          LayerTiling tiling, std::optional<std::span<const QubitMatrix>> start) {
+void apply_layer(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> layer,
+                 const BasicKernelSet<Real>& kernels, const BasicDiagonalPass<Real>* before,
+                 LayerTiling tiling, std::optional<std::span<const QubitMatrix>> start,
+                 const Companion<Real>& pair) {
   std::vector<QubitMatrix> sorted(layer.begin(), layer.end());
   std::sort(sorted.begin(), sorted.end(),
             [](const QubitMatrix& a, const QubitMatrix& b) { return a.qubit < b.qubit; });
@@ -187,12 +239,13 @@ void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const 
   const auto split = std::partition_point(sorted.begin(), sorted.end(), [&](const QubitMatrix& g) {
     return g.qubit < tiling.tile_bits;
   });
-  if (split != sorted.begin()) {
+  if (split != sorted.begin() || (pair.second != nullptr && before != nullptr)) {
+    // A pair always takes the low pass: the watcher sees the diagonal there.
     const std::optional<ProductState> first =
         start ? std::optional<ProductState>(std::in_place, n, *start, std::min(n, tiling.tile_bits))
               : std::nullopt;
-    apply_low(amps, n, with_scales_folded({sorted.begin(), split}), kernels, before, tiling,
-              first ? &*first : nullptr);
+    apply_low(amps, n, {sorted.begin(), split}, kernels, before, tiling, first ? &*first : nullptr,
+              pair);
   } else if (start) {
     write_product_state<Real>(amps, n, *start, before);
   } else if (before != nullptr) {
@@ -200,9 +253,26 @@ void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const 
   }
   for (auto it = split; it != sorted.end();) {
     const auto end = it + std::min(group, sorted.end() - it);
-    apply_high(amps, n, with_scales_folded({it, end}), kernels, tiling);
+    apply_high(amps, n, with_scales_folded({it, end}), kernels, tiling, pair);
     it = end;
   }
+}
+
+}  // namespace
+
+template <class Real>
+void apply_rotation_layer(std::complex<Real>* amps, unsigned n, std::span<const QubitMatrix> layer,
+                          const std::type_identity_t<BasicKernelSet<Real>>& kernels,
+                          const std::type_identity_t<BasicDiagonalPass<Real>>* before,
+                          LayerTiling tiling, std::optional<std::span<const QubitMatrix>> start) {
+  apply_layer<Real>(amps, n, layer, kernels, before, tiling, start, {});
+}
+
+void apply_rotation_layer_pair(Amplitude* first, Amplitude* second, unsigned n,
+                               std::span<const QubitMatrix> layer, const KernelSet& kernels,
+                               const DiagonalPass* before, LayerWatcher& watcher,
+                               LayerTiling tiling) {
+  apply_layer<double>(first, n, layer, kernels, before, tiling, std::nullopt, {second, &watcher});
 }
 
 template <class Real>

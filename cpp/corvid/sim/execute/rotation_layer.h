@@ -16,6 +16,7 @@
 /// phase-and-mixer layers at n = 24 took 503-524 ms with 15 low qubits against 524-624 ms with 14,
 /// and no size from 20 to 26 qubits got slower.
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <type_traits>
@@ -60,6 +61,37 @@ void apply_rotation_layer(
     const std::type_identity_t<BasicKernelSet<Real>>& kernels = active_kernels<Real>(),
     const std::type_identity_t<BasicDiagonalPass<Real>>* before = nullptr, LayerTiling tiling = {},
     std::optional<std::span<const QubitMatrix>> start = std::nullopt);
+
+/// Sees a layer applied to two states at once (apply_rotation_layer_pair), range by range while
+/// the range is in cache: the gradient's inner products of the two states ride in the layer's
+/// passes instead of passes of their own. Called from the team's threads concurrently.
+class LayerWatcher {
+ public:
+  /// Amplitudes [begin, begin + count) of both states, before the diagonal is applied there.
+  virtual void before_diagonal(const Amplitude* first, const Amplitude* second, std::uint64_t begin,
+                               std::uint64_t count) = 0;
+  /// `count` contiguous amplitudes of both states right after the gates on `qubits` (all <
+  /// log2(count)) were applied there: every pair of those qubits lies inside. A sum of
+  /// products of the two states over the range times `weight` is what it would be without
+  /// the scales the layer defers to a later gate.
+  virtual void after_range(const Amplitude* first, const Amplitude* second, std::uint64_t count,
+                           std::span<const unsigned> qubits, double weight) = 0;
+  /// 2^row_bits rows of `length` amplitudes of both states right after the gates on the row
+  /// bits were applied there (row bit j: the j-th of those qubits).
+  virtual void after_rows(const Amplitude* const* first, const Amplitude* const* second,
+                          unsigned row_bits, std::uint64_t length) = 0;
+
+ protected:
+  ~LayerWatcher() = default;
+};
+
+/// apply_rotation_layer (double precision) on two states of the same size, tile by tile: each
+/// tile of `first`, then the same tile of `second`, then the watcher, so that the watcher reads
+/// both from cache. `before` (optional) applies to both.
+void apply_rotation_layer_pair(Amplitude* first, Amplitude* second, unsigned num_qubits,
+                               std::span<const QubitMatrix> layer, const KernelSet& kernels,
+                               const DiagonalPass* before, LayerWatcher& watcher,
+                               LayerTiling tiling = {});
 
 /// Writes layer·|0…0⟩ = ⊗_q (column 0 of q's matrix, or |0⟩ for qubits not in the layer) to
 /// `amps` in one parallel pass, each tile first touched by the thread that later works on it.

@@ -70,6 +70,23 @@ std::string label(const Case& c) {
          std::to_string(t.min_row_bits);
 }
 
+// Sees every amplitude of the first state once per gate, and of the second in step.
+struct CountingWatcher final : LayerWatcher {
+  unsigned n = 0;
+  std::uint64_t pairs_seen = 0;
+  void before_diagonal(const Amplitude*, const Amplitude*, std::uint64_t, std::uint64_t) override {}
+  void after_range(const Amplitude*, const Amplitude*, std::uint64_t count,
+                   std::span<const unsigned> qubits, double) override {
+#pragma omp atomic
+    pairs_seen += count / 2 * qubits.size();
+  }
+  void after_rows(const Amplitude* const*, const Amplitude* const*, unsigned row_bits,
+                  std::uint64_t length) override {
+#pragma omp atomic
+    pairs_seen += (length << row_bits) / 2 * row_bits;
+  }
+};
+
 TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
   const auto [n, tiling] = GetParam();
   std::mt19937_64 rng(n * 31 + tiling.tile_bits);
@@ -83,6 +100,14 @@ TEST_P(Layers, MatchOneByOneForEveryKernelSet) {
       apply_rotation_layer(got.data(), n, layer, *k, nullptr, tiling);
       expect_near(got, want);
     }
+    // Two states at once: both get the layer, and the watcher sees every gate's pairs once.
+    StateVector first = clone(start), second = clone(start);
+    CountingWatcher watch;
+    apply_rotation_layer_pair(first.data(), second.data(), n, layer, active_kernel_set(), nullptr,
+                              watch, tiling);
+    expect_near(first, want);
+    expect_near(second, want);
+    EXPECT_EQ(watch.pairs_seen, layer.size() * (want.size() / 2));
   }
 }
 

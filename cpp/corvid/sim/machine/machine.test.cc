@@ -100,13 +100,9 @@ TEST(Machine, RejectsBadRequests) {
   const auto q = m.allocate_qubits(2);
   const auto c = m.allocate_cbits(2);
   const auto foreign = other.allocate_qubits(2);
-  Circuit ok;
-  ok << Gate(GateKind::H, {q[0]});
-  Circuit uses_foreign;
-  uses_foreign << Gate(GateKind::H, {foreign[0]});
-  Circuit too_high;
-  too_high << Gate(GateKind::H, {5});
-
+  const Circuit ok = Circuit() << Gate(GateKind::H, {q[0]});
+  const Circuit uses_foreign = Circuit() << Gate(GateKind::H, {foreign[0]});
+  const Circuit too_high = Circuit() << Gate(GateKind::H, {5});
   EXPECT_THROW(m.probabilities(uses_foreign, q), std::invalid_argument);
   EXPECT_THROW(m.probabilities(ok, foreign), std::invalid_argument);
   EXPECT_THROW(m.probabilities(too_high, q), std::out_of_range);
@@ -120,20 +116,15 @@ TEST(Machine, RejectsBadRequests) {
   EXPECT_THROW(m.copy_state(sink), std::invalid_argument);  // nothing has run yet
 }
 
-TEST(Machine, InitStartsOverWithANewIdentity) {
+TEST(Machine, InitStartsOverWithANewIdentityFinalizeEndsForGood) {
   Machine m;
   const auto old = m.allocate_qubits(2);
   const std::uint64_t id = m.id();
   m.init();
   EXPECT_NE(m.id(), id);
   EXPECT_EQ(m.num_qubits(), 0u);
-  m.allocate_qubits(2);
+  const auto q = m.allocate_qubits(2);
   EXPECT_THROW(m.probabilities(Circuit(), old), std::invalid_argument);
-}
-
-TEST(Machine, FinalizedMachineRefusesEverything) {
-  Machine m;
-  const auto q = m.allocate_qubits(1);
   m.finalize();
   EXPECT_TRUE(m.finalized());
   EXPECT_THROW(m.allocate_qubits(1), std::invalid_argument);

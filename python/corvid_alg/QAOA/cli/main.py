@@ -1,6 +1,7 @@
 """corvid-qaoa: read a problem, run QAOA on it, report the solutions."""
 
 import contextlib
+import os
 import sys
 import time
 import warnings
@@ -26,9 +27,22 @@ def main(argv=None, stdout=None, stderr=None):
 
     0: solved; 1: the problem could not be read or solved; 2: bad options.
     Errors are one line on stderr, never a traceback.
+
+    Under an MPI launcher (see ``corvid.mpi``) every rank runs the command and takes part in
+    each evaluation; rank 0 alone prints and writes files, the others write to stderr only
+    when they fail (their line names the rank).
     """
     stdout = sys.stdout if stdout is None else stdout
     stderr = sys.stderr if stderr is None else stderr
+    try:
+        rank = corvid.mpi.rank()
+    except (RuntimeError, ValueError) as error:  # launched under MPI, but no MPI here
+        print(f"{cli_options.PROG}: error: {error}", file=stderr)
+        return 1
+    prefix = f"{cli_options.PROG}: rank {rank}" if rank else cli_options.PROG
+    errors = stderr
+    if rank:
+        stdout = stderr = open(os.devnull, "w")  # noqa: SIM115
     _short_warnings(stderr)
     try:
         # Everything that can be checked is checked before the solve: no finished work is lost.
@@ -38,33 +52,35 @@ def main(argv=None, stdout=None, stderr=None):
         _set_threads(opts)
         problem = _read(opts)
         starts.check(problem, opts)
-        document, qaoa = _solve(problem, opts, stderr)
+        document, qaoa = _solve(problem, opts, stderr, writes=rank == 0)
         try:
             text = report.to_json(document) if opts.json else report.to_text(document)
         except ValueError as error:  # NaN or infinity: not JSON
             raise InputError(f"the result is not finite: {error}") from None
         _write(stdout, text)
-        if opts.plot:
+        if opts.plot and rank == 0:
             plot.write_png(document, opts.plot)
-        if opts.qasm:
+        if opts.qasm and rank == 0:
             _write_file(opts.qasm, export.to_qasm(qaoa, _angle_list(document)))
-        if opts.landscape:  # the slowest last
-            plot.save(plot.landscape(_exact_qaoa(problem, opts), document), opts.landscape)
+        if opts.landscape:  # the slowest last; under MPI every rank takes part
+            figure = plot.landscape(_exact_qaoa(problem, opts), document)
+            if rank == 0:
+                plot.save(figure, opts.landscape)
         return 0
     except BrokenPipeError:  # the reader left (`| head`): nothing to say to anyone
         return 1
     except (UsageError, InputError) as error:
-        print(f"{cli_options.PROG}: error: {error}", file=stderr)
+        print(f"{prefix}: error: {error}", file=errors)
         return error.exit_status
     except MemoryError as error:
-        print(f"{cli_options.PROG}: error: out of memory: {error}", file=stderr)
+        print(f"{prefix}: error: out of memory: {error}", file=errors)
         return 1
     except KeyboardInterrupt:
-        print(f"{cli_options.PROG}: interrupted", file=stderr)
+        print(f"{prefix}: interrupted", file=errors)
         return 130
     except Exception as error:  # noqa: BLE001 -- a command line answers in one line
-        print(f"{cli_options.PROG}: error: {type(error).__name__}: "
-              f"{inputs.first_line(error)}", file=stderr)
+        print(f"{prefix}: error: {type(error).__name__}: "
+              f"{inputs.first_line(error)}", file=errors)
         return 1
 
 
@@ -118,11 +134,11 @@ def _read(opts):
     raise UsageError("give a problem: --expr, --model, --qubo, --maxcut or --gset")
 
 
-def _solve(problem, opts, stderr):
+def _solve(problem, opts, stderr, writes=True):
     if opts.seed is not None:
         np.random.seed(opts.seed % 2**32)  # QAOA draws its starting angles from numpy's global generator
     progress = Progress(stderr, enabled=False if opts.quiet else None)
-    saver = checkpoint.Saver(opts.checkpoint) if opts.checkpoint else None
+    saver = checkpoint.Saver(opts.checkpoint) if opts.checkpoint and writes else None
 
     def on_loss(evaluations, loss):
         progress.update(evaluations, loss)

@@ -4,7 +4,7 @@ import itertools
 import json
 
 # The ratio as solve() defines it, from the same energy table.
-from ..solving import _MAX_TABLE_QUBITS, _ratio
+from ..solving import _ratio
 
 
 def build(problem, qaoa, options, solutions, angles, loss, seconds):
@@ -19,10 +19,10 @@ def build(problem, qaoa, options, solutions, angles, loss, seconds):
            for key in itertools.islice(iter(solutions), options.top)]
     best = min(top, key=lambda s: (s["energy"], -s["probability"]))
     optimum = ratio = None
-    if qaoa.problem_dimension <= _MAX_TABLE_QUBITS and qaoa.energy_dict.whole_space:
-        energies = qaoa.energy_dict.all_energies()
-        optimum = float(energies.min())
-        ratio = _ratio(best["energy"], optimum, float(energies.max()))
+    span = qaoa._energy_range()
+    if span is not None:
+        optimum = span[0]
+        ratio = _ratio(best["energy"], optimum, span[1])
     return {
         "problem": {
             "kind": problem.kind,

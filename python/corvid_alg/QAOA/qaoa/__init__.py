@@ -33,7 +33,7 @@ import corvid
 
 from .. import default_circuits as _default_circuits, spsa
 from ..default_circuits import *  # noqa: F403
-from . import gradient, losses
+from . import distributed, gradient, losses
 from .circuits import pauli_z_operator_to_circuit
 from .distribution import by_descending_probability
 from .encoding import (
@@ -46,7 +46,7 @@ from .encoding import (
     problem_to_z_operator,
     warn_if_not_diagonal,
 )
-from .energy import EnergyCache, EnergyModel
+from .energy import MAX_TABLE_QUBITS, EnergyCache, EnergyModel
 from .optimize import (
     Evaluation,
     fit_angles,
@@ -154,10 +154,12 @@ class QAOA:
         self.energy_dict = EnergyCache(self._energy_model)
         self._busy = threading.RLock()
         self._in_run = False
+        self._distributed = None  # the evaluation over MPI ranks, made on first use
 
     def __getstate__(self):
         state = self.__dict__.copy()
         state.pop("_busy", None)
+        state["_distributed"] = None
         return state
 
     def __setstate__(self, state):
@@ -219,17 +221,20 @@ class QAOA:
         """A function of gamma returning the phase circuit exp(-i*gamma*(H - h0)) on `qlist`."""
 
         def phase(gamma):
-            if self.operator is None:
-                raise TypeError("QAOA has no Hamiltonian for a problem of type "
-                                f"{type(self.problem).__name__}: give a sympy polynomial or a "
-                                "corvid.PauliOperator")
-            if not any(qubit_map for qubit_map, _ in self.operator):
-                # Stored as given at construction; refused here like a constant polynomial.
-                raise constant_problem_error(sum(c for _, c in self.operator))
+            self._check_hamiltonian()
             circuit, _ = pauli_z_operator_to_circuit(self.operator, qlist, gamma)
             return circuit
 
         return phase
+
+    def _check_hamiltonian(self):
+        if self.operator is None:
+            raise TypeError("QAOA has no Hamiltonian for a problem of type "
+                            f"{type(self.problem).__name__}: give a sympy polynomial or a "
+                            "corvid.PauliOperator")
+        if not any(qubit_map for qubit_map, _ in self.operator):
+            # Stored as given at construction; refused here like a constant polynomial.
+            raise constant_problem_error(sum(c for _, c in self.operator))
 
     def _mixer_circuit(self, qlist):
         """A function of beta returning the mixer circuit on `qlist`.
@@ -264,8 +269,11 @@ class QAOA:
         Returns a mapping from bit string (qubit 0 right-most) to probability. With shots = -1
         it holds every basis state, in ascending order, and is a ``corvid.ProbabilityMap``
         backed by the machine's probability buffer; with shots > 0 it is a dict of observed
-        frequencies hits/shots.
+        frequencies hits/shots. Under MPI (see ``run``) it is refused: its 2^n probabilities
+        stay spread over the ranks.
         """
+        if distributed.active():
+            distributed.refuse("run_qaoa_circuit (it returns all 2^n probabilities)")
         qvm = corvid.CPUQVM()
         qvm.init_qvm()
         qlist = qvm.qAlloc_many(self.problem_dimension)
@@ -313,21 +321,49 @@ class QAOA:
         finite stops the run with FloatingPointError; called directly it is returned as is.
         """
         gammas, betas = paras[:self.layer], paras[self.layer:]
-        result = self.run_qaoa_circuit(gammas, betas, self.shots)
-        if not isinstance(self.loss_type, str) or self.loss_type not in _LOSSES:
-            raise ValueError("wrong loss types, only support " + ", ".join(_LOSSES))
-        loss = getattr(self, _LOSSES[self.loss_type])(result)
+        if distributed.active():
+            result = None
+            loss = self._distributed_loss(gammas, betas)
+        else:
+            result = self.run_qaoa_circuit(gammas, betas, self.shots)
+            if not isinstance(self.loss_type, str) or self.loss_type not in _LOSSES:
+                raise ValueError("wrong loss types, only support " + ", ".join(_LOSSES))
+            loss = getattr(self, _LOSSES[self.loss_type])(result)
         self.iter += 1
         if self._in_run and not np.isfinite(loss):
             raise FloatingPointError(self._non_finite_message(loss, result))
         return loss
 
+    def _distributed_loss(self, gammas, betas):
+        """The loss over the ranks of an MPI job, the same value on every rank."""
+        settings = gradient.loss_settings(self.loss_type, self.alpha, self.temperature)
+        evaluation = distributed.evaluation(self, self.shots)
+        angles = np.concatenate((np.asarray(gammas[:self.layer], dtype=float),
+                                 np.asarray(betas[:self.layer], dtype=float)))
+        loss = evaluation.loss(angles, *settings)
+        self.circuit_iter += 1
+        return loss
+
+    def _energy_range(self):
+        """(least, greatest) energy over all basis states, or None where the energies do not
+        come as one table or that table would exceed 2^MAX_TABLE_QUBITS entries."""
+        if not self.energy_dict.whole_space:
+            return None
+        if distributed.active():
+            return distributed.evaluation(self, -1).energy_range()
+        if self.problem_dimension > MAX_TABLE_QUBITS:
+            return None
+        energies = self.energy_dict.all_energies()
+        return float(energies.min()), float(energies.max())
+
     def _non_finite_message(self, loss, result):
-        # No result: the loss came from all basis states' energies.
-        energies = self.energy_dict.all_energies() if result is None else self._energies(result)
-        if energies is None:
-            energies = [self.energy_dict[key] for key in result if key in self.energy_dict]
-        low, high = (float(np.min(energies)), float(np.max(energies))) if len(energies) else (0, 0)
+        if result is None:  # the loss came from all basis states' energies
+            low, high = self._energy_range() or (0, 0)
+        else:
+            energies = self._energies(result)
+            if energies is None:
+                energies = [self.energy_dict[key] for key in result if key in self.energy_dict]
+            low, high = (float(np.min(energies)), float(np.max(energies))) if len(energies) else (0, 0)
         scale = f"energies from {low:g} to {high:g}"
         if self.loss_type == "Gibbs":
             scale += f" at temperature {self.temperature:g}: exp(-E/T) over- or underflows"
@@ -387,6 +423,8 @@ class QAOA:
         object (shots > 0) is refused with ValueError.
         """
         gradient.require_exact(self.shots, "loss_and_gradient")
+        if distributed.active():
+            distributed.refuse("the exact gradient (loss_and_gradient, jac=True)")
         if np.ndim(paras) != 1:
             raise ValueError(f"paras must be one vector of 2p angles, got shape {np.shape(paras)}")
         paras = gradient.angle_matrix(paras, "paras")[0]
@@ -420,7 +458,7 @@ class QAOA:
         matrix = gradient.angle_matrix(angle_matrix, "angle_matrix")
         settings = self._call_settings(loss_type, alpha, temperature)
         description = self._ansatz_description()
-        if description is None:
+        if description is None or distributed.active():
             return np.array([float(self._loss_with(row, settings)) for row in matrix])
         values = corvid.ansatz.losses(
             energies=self.energy_dict.all_energies(), angles=matrix, loss=settings[0],
@@ -559,6 +597,14 @@ class QAOA:
         the optimiser's final vector; loss is the loss at those angles. A loss that is not
         finite during the run raises FloatingPointError.
 
+        Under an MPI launcher (``mpirun -n R``, R a power of two; see ``corvid.mpi`` for when
+        distribution is on) every rank runs the same script: the state is spread over the
+        ranks, each loss is computed by all of them and every rank gets the same value, and
+        the run starts from rank 0's angles. solutions then holds the most probable
+        ``distributed.TOP_SOLUTIONS`` (65,536) states only, the same on every rank. Sampling,
+        the exact gradient, custom and XY mixers and custom initial states are refused there
+        with NotImplementedError.
+
         The run also leaves ``history`` (every loss evaluation, the final one included),
         ``best`` (the least loss among them) and ``optimizer_result``: scipy's
         ``OptimizeResult``, SPSA's final vector wrapped in one, with INTERP the last stage's.
@@ -576,6 +622,8 @@ class QAOA:
             raise TypeError("optimizer must be None, 'SPSA' or a scipy.optimize.minimize method "
                             f"(a name or a callable), not {type(optimizer).__name__} "
                             f"{optimizer!r}")
+        if distributed.active():
+            distributed.share_random_state()
         checked = self._check_layer_and_generate_initial_para(layer, initial_para)
         if self.optimize_type not in ("default", "interp"):
             raise ValueError("wrong optimize type, only support default, interp")
@@ -584,6 +632,11 @@ class QAOA:
             optimizer_option = {}
         gamma_bounds = loss_option.get("gamma_bounds")
         beta_bounds = loss_option.get("beta_bounds")
+        if distributed.active():
+            # Every rank starts where rank 0 does, and SPSA perturbs alike on every rank.
+            initial_para = distributed.rank0_angles(initial_para)
+            if self.optimizer == "SPSA" and optimizer_option.get("seed") is None:
+                optimizer_option = {**optimizer_option, "seed": distributed.shared_seed()}
         self.history = []
         self.optimizer_result = None
         self._in_run = True
@@ -599,8 +652,12 @@ class QAOA:
                 self.optimizer_result = stopped_result(self.best, len(self.history), error)
                 raise
             p = self.layer
-            qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
-            loss_result = self._loss_function(para_result)
+            if distributed.active():
+                loss_result = self._loss_function(para_result)
+                qaoa_result = distributed.solutions(self._distributed, self.problem_dimension)
+            else:
+                qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
+                loss_result = self._loss_function(para_result)
             self._record(para_result, loss_result)
         finally:
             self._in_run = False

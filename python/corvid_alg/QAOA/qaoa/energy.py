@@ -16,6 +16,8 @@ from .encoding import binary_variables, monomials
 
 # Masks are 64-bit words; wider problems never fit in memory as 2^n states anyway.
 _MAX_MASK_BITS = 64
+# The energy table of 2^30 doubles (8 GiB) is the largest the optimum is read from.
+MAX_TABLE_QUBITS = 30
 # Above this a float64 sum of integers may round: integer problems then go key by key in Python.
 _EXACT_FLOAT_LIMIT = 2 ** 53
 
