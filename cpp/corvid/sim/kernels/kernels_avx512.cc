@@ -1,8 +1,7 @@
 // The AVX-512 (F, DQ, VL) kernel set: the AVX2 set's gate sweeps on vectors twice as wide.
 // This whole file is compiled for AVX-512 (its own flags in CMakeLists.txt); kernel_set.cc
-// offers the set only where avx512_kernel_set() says the running CPU has it. Gates on the
-// qubits inside one vector, and rows shorter than a vector, go to the AVX2 set, which every
-// AVX-512 CPU runs.
+// offers the set only where avx512_kernel_set() says the running CPU has it. Tiles and rows
+// shorter than a vector go to the AVX2 set, which every AVX-512 CPU runs.
 #include <immintrin.h>
 
 #include <type_traits>
@@ -116,21 +115,63 @@ void phase_table32(Amplitude32* amps, const T* index, const Amplitude32* table, 
   }
 }
 
+// Qubit Q below the vector's width (double: 0 and 1, single: 0 to 2): each amplitude's
+// partner, plain or with re and im swapped, brought under it by one permutation of the vector.
+template <class Real, unsigned Q>
+struct Shuffle {
+  using S = Simd<Real>;
+  static __m512i order(bool swapped) {
+    alignas(64) std::int64_t wide[8];
+    alignas(64) std::int32_t narrow[16];
+    for (unsigned e = 0; e < 2 * S::kAmps; ++e) {
+      const unsigned slot = 2 * (e / 2 ^ 1u << Q) + ((e & 1) ^ swapped);
+      wide[e % 8] = slot;
+      narrow[e] = static_cast<std::int32_t>(slot);
+    }
+    if constexpr (std::is_same_v<Real, double>) {
+      return _mm512_load_si512(wide);
+    } else {
+      return _mm512_load_si512(narrow);
+    }
+  }
+  static typename S::V permute(__m512i order, typename S::V v) {
+    if constexpr (std::is_same_v<Real, double>) {
+      return _mm512_permutexvar_pd(order, v);
+    } else {
+      return _mm512_permutexvar_ps(order, v);
+    }
+  }
+  static typename S::V partner(typename S::V v) { return permute(order(false), v); }
+  static typename S::V partner_swapped(typename S::V v) { return permute(order(true), v); }
+};
+
+template <class Real>
+void in_vector(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& g) {
+  using S = Simd<Real>;
+  Real* p = reinterpret_cast<Real*>(tile);
+  const Index reals = Index{2} << tile_bits;
+  if (g.qubit == 0) return in_vector<S, 0, Shuffle<Real, 0>>(p, reals, g.matrix);
+  if (g.qubit == 1) return in_vector<S, 1, Shuffle<Real, 1>>(p, reals, g.matrix);
+  if constexpr (S::kAmps > 4) in_vector<S, 2, Shuffle<Real, 2>>(p, reals, g.matrix);
+}
+
 template <class Real>
 void matrices_tile(std::complex<Real>* tile, unsigned tile_bits,
                    std::span<const QubitMatrix> gates) {
-  std::array<QubitMatrix, 64> inside, rest;
-  std::size_t n_inside = 0, n_rest = 0;
+  if ((Index{1} << tile_bits) < Simd<Real>::kAmps) {
+    return narrower<Real>().matrices_tile(tile, tile_bits, gates);  // smaller than one vector
+  }
+  std::array<QubitMatrix, 64> rest;
+  std::size_t count = 0;
   for (const QubitMatrix& g : gates) {
     if ((Index{1} << g.qubit) < Simd<Real>::kAmps) {
-      inside[n_inside++] = g;
+      in_vector(tile, tile_bits, g);
     } else {
-      rest[n_rest++] = g;
+      rest[count++] = g;
     }
   }
-  if (n_inside > 0) narrower<Real>().matrices_tile(tile, tile_bits, {inside.data(), n_inside});
   sweep_all<Simd<Real>>(TileLayout<Real>{reinterpret_cast<Real*>(tile), Index{1} << tile_bits},
-                        {rest.data(), n_rest});
+                        {rest.data(), count});
 }
 
 template <class Real>

@@ -264,5 +264,61 @@ void sweep_all(const Layout& layout, std::span<const QubitMatrix> gates) {
   if (waiting) sweep<S>(layout, *waiting);
 }
 
+// A vector whose real (im = false) and imaginary slots hold value(bit, im), where bit is the
+// slot's amplitude's bit Q.
+template <class S, unsigned Q, class F>
+typename S::V per_slot(F value) {
+  using Real = typename S::Real;
+  alignas(64) Real slots[2 * S::kAmps];
+  for (unsigned k = 0; k < 2 * S::kAmps; ++k) slots[k] = Real(value(k / 2 >> Q & 1, k & 1));
+  return S::load(slots);
+}
+
+// A gate on qubit Q below the vector's width, on `reals` contiguous reals at p. X::partner(v)
+// brings each amplitude's partner under it, X::partner_swapped(v) the same with re and im
+// swapped.
+template <class S, unsigned Q, class X>
+void in_vector(typename S::Real* p, Index reals, const Matrix2& m) {
+  if (is_unit_diagonal(m)) {
+    // v + (i·m01·a1, i·m10·a0): one shuffle and one multiply-add per vector.
+    const auto k = per_slot<S, Q>([&](unsigned bit, bool im) {
+      const double x = bit ? m.m10.imag() : m.m01.imag();
+      return im ? x : -x;
+    });
+    for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+      const auto v = S::load(p + i);
+      S::store(p + i, S::fmadd(k, X::partner_swapped(v), v));
+    }
+    return;
+  }
+  if (is_unit_diagonal(rows_swapped(m))) {
+    // Ones off the diagonal: partner(v) + (i·m00·a0, i·m11·a1).
+    const auto k = per_slot<S, Q>([&](unsigned bit, bool im) {
+      const double x = bit ? m.m11.imag() : m.m00.imag();
+      return im ? x : -x;
+    });
+    for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+      const auto v = S::load(p + i);
+      S::store(p + i, S::fmadd(k, S::swap_re_im(v), X::partner(v)));
+    }
+    return;
+  }
+  // out = (m00 | m11)·v + (m01 | m10)·partner(v), each entry split into re and im.
+  auto entry = [&](const Amplitude& on_zero, const Amplitude& on_one, bool imag) {
+    return per_slot<S, Q>([&](unsigned bit, bool) {
+      const Amplitude& e = bit ? on_one : on_zero;
+      return imag ? e.imag() : e.real();
+    });
+  };
+  const auto dr = entry(m.m00, m.m11, false), di = entry(m.m00, m.m11, true);
+  const auto orr = entry(m.m01, m.m10, false), oi = entry(m.m01, m.m10, true);
+  for (Index i = 0; i < reals; i += 2 * S::kAmps) {
+    const auto v = S::load(p + i), w = X::partner(v);
+    const auto re = S::fmadd(dr, v, S::mul(orr, w));
+    const auto im = S::fmadd(di, S::swap_re_im(v), S::mul(oi, S::swap_re_im(w)));
+    S::store(p + i, S::addsub(re, im));
+  }
+}
+
 }  // namespace
 }  // namespace corvid
