@@ -1,5 +1,6 @@
 #pragma once
-// The gate sweeps shared by the vector kernel sets, written once over a vector type S:
+// The gate passes shared by the vector kernel sets (sweeps over pairs of vectors, and gates on
+// the qubits inside one vector), written once over a vector type S:
 //   S::Real, S::V, S::kAmps (amplitudes per vector), load, store, set1, alternate (-x, x per
 //   amplitude), swap_re_im, mul, fmadd, addsub.
 // Each set's translation unit includes this under its own instruction set; the anonymous
