@@ -1,8 +1,10 @@
 #include "corvid/sim/kernels/kernel_set.h"
 
+#include <array>
 #include <atomic>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace corvid {
@@ -75,15 +77,14 @@ constexpr BasicKernelSet<Real> kScalar{"scalar",
                                        &matrices_tile<Real>,
                                        &scalar_matrices_rows<Real>};
 
+// The vector sets, narrowest first; nullptr for those this CPU cannot run.
 template <class Real>
-const BasicKernelSet<Real>* avx2_set();
-template <>
-const KernelSet* avx2_set<double>() {
-  return avx2_kernel_set();
-}
-template <>
-const KernelSet32* avx2_set<float>() {
-  return avx2_kernel_set32();
+std::array<const BasicKernelSet<Real>*, 2> vector_sets() {
+  if constexpr (std::is_same_v<Real, double>) {
+    return {avx2_kernel_set(), avx512_kernel_set()};
+  } else {
+    return {avx2_kernel_set32(), avx512_kernel_set32()};
+  }
 }
 
 template <class Real>
@@ -112,7 +113,9 @@ template <class Real>
 std::span<const BasicKernelSet<Real>* const> available_kernel_sets() {
   static const std::vector<const BasicKernelSet<Real>*> sets = [] {
     std::vector<const BasicKernelSet<Real>*> out{&kScalar<Real>};
-    if (const BasicKernelSet<Real>* avx2 = avx2_set<Real>()) out.push_back(avx2);
+    for (const BasicKernelSet<Real>* set : vector_sets<Real>()) {
+      if (set) out.push_back(set);
+    }
     return out;
   }();
   return sets;

@@ -50,6 +50,9 @@ void scalar_matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, st
 /// AVX2 + FMA sets, or nullptr when the CPU lacks either.
 const KernelSet* avx2_kernel_set();
 const KernelSet32* avx2_kernel_set32();
+/// AVX-512 (F, DQ, VL) sets, or nullptr when the CPU lacks any of them.
+const KernelSet* avx512_kernel_set();
+const KernelSet32* avx512_kernel_set32();
 
 /// Every set this CPU can run, the scalar one first.
 template <class Real>
@@ -60,7 +63,7 @@ std::span<const KernelSet* const> available_kernel_sets();
 template <class Real>
 const BasicKernelSet<Real>& active_kernels();
 const KernelSet& active_kernel_set();
-/// Chooses the active sets of both precisions by name ("scalar", "avx2");
+/// Chooses the active sets of both precisions by name ("scalar", "avx2", "avx512");
 /// std::invalid_argument when that set is unknown or this CPU cannot run it.
 void set_active_kernel_set(std::string_view name);
 
