@@ -103,7 +103,7 @@ void pybind_qaoa_methods(py::module_ &m, QaoaClasses &) {
       },
       arg("num_vars"), arg("masks"), arg("coeffs"),
       "energies_from_monomials as an EnergyTable, through the polynomial's Z terms: exact for "
-      "integer coefficients while sum |c| * 2^degree stays below 2^53.");
+      "integer coefficients while the sum of abs(c) * 2^degree stays below 2^53.");
 
   d.def(
       "energies_from_z_terms",
