@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "corvid/qaoa/checks.h"
+#include "corvid/qaoa/term_list.h"
 #include "corvid/sim/compile/diagonal_cache.h"
 #include "corvid/util/parallel.h"
 
@@ -71,12 +72,11 @@ std::size_t EnergyTable::bytes() const noexcept {
 
 namespace {
 
-// Z terms (mask != 0) merged, and the constant apart.
-EnergyTable table_of(int num_qubits, std::vector<PhaseTerm> terms, double constant) {
-  terms = merge_terms(std::move(terms));
+// The table over the phase layer's cached diagonal of `form` (none for a constant).
+EnergyTable table_of(int num_qubits, const PhaseForm& form) {
   const auto n = static_cast<unsigned>(num_qubits);
-  if (terms.empty()) return EnergyTable(nullptr, constant, n);
-  return EnergyTable(cached_diagonal(terms, n), constant, n);
+  if (form.terms.empty()) return EnergyTable(nullptr, form.constant, n);
+  return EnergyTable(cached_diagonal(form.terms, n), form.constant, n);
 }
 
 }  // namespace
@@ -85,16 +85,7 @@ EnergyTable energy_table_from_z_terms(int num_qubits, std::span<const std::uint6
                                       std::span<const double> coeffs) {
   check_num_bits(num_qubits, "num_qubits");
   check_terms(masks, coeffs, num_qubits, "qubit");
-  double constant = 0.0;
-  std::vector<PhaseTerm> terms;
-  for (std::size_t t = 0; t < masks.size(); ++t) {
-    if (masks[t] == 0) {
-      constant += coeffs[t];
-    } else {
-      terms.push_back({masks[t], coeffs[t]});
-    }
-  }
-  return table_of(num_qubits, std::move(terms), constant);
+  return table_of(num_qubits, phase_form(masks, coeffs));
 }
 
 EnergyTable energy_table_from_monomials(int num_vars, std::span<const std::uint64_t> masks,
@@ -111,16 +102,13 @@ EnergyTable energy_table_from_monomials(int num_vars, std::span<const std::uint6
       if (s == 0) break;
     }
   }
-  double constant = 0.0;
-  std::vector<PhaseTerm> terms;
+  std::vector<std::uint64_t> z_masks;
+  std::vector<double> z_coeffs;
   for (const auto& [mask, c] : z) {
-    if (mask == 0) {
-      constant = c;
-    } else if (c != 0.0) {
-      terms.push_back({mask, c});
-    }
+    z_masks.push_back(mask);
+    z_coeffs.push_back(c);
   }
-  return table_of(num_vars, std::move(terms), constant);
+  return table_of(num_vars, phase_form(z_masks, z_coeffs));
 }
 
 }  // namespace corvid

@@ -13,4 +13,17 @@ AlignedBuffer<double> dense_coefficients(int num_bits, std::span<const std::uint
   return a;
 }
 
+PhaseForm phase_form(std::span<const std::uint64_t> masks, std::span<const double> coeffs) {
+  PhaseForm form;
+  for (std::size_t t = 0; t < masks.size(); ++t) {
+    if (masks[t] == 0) {
+      form.constant += coeffs[t];
+    } else {
+      form.terms.push_back({masks[t], coeffs[t]});
+    }
+  }
+  form.terms = merge_terms(std::move(form.terms));
+  return form;
+}
+
 }  // namespace corvid

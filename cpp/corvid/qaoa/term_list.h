@@ -1,12 +1,15 @@
 #pragma once
-/// The two ways a term list (masks[t], coeffs[t]) over basis indices is turned into energies:
-/// scattered into a dense 2^n coefficient array for a whole-space transform, or evaluated
-/// term by term at a few states. Callers validate the lists first (checks.h).
+/// The ways a term list (masks[t], coeffs[t]) over basis indices is turned into energies:
+/// scattered into a dense 2^n coefficient array for a whole-space transform, evaluated term by
+/// term at a few states, or put in the form the phase layer keys its diagonal by. Callers
+/// validate the lists first (checks.h).
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
+#include "corvid/sim/compile/phase_polynomial.h"
 #include "corvid/util/aligned_buffer.h"
 #include "corvid/util/parallel.h"
 
@@ -16,6 +19,14 @@ namespace corvid {
 /// must be below 2^num_bits. O(terms + 2^n); `what` names the buffer if it is refused.
 AlignedBuffer<double> dense_coefficients(int num_bits, std::span<const std::uint64_t> masks,
                                          std::span<const double> coeffs, const char* what);
+
+/// A Z-term list as the phase layer holds it: the mask-0 terms summed into `constant`, the
+/// others merged (merge_terms: by mask, like masks added, zeros dropped).
+struct PhaseForm {
+  double constant = 0.0;
+  std::vector<PhaseTerm> terms;
+};
+PhaseForm phase_form(std::span<const std::uint64_t> masks, std::span<const double> coeffs);
 
 /// out[s] = sum_t coeffs[t] * factor(states[s], masks[t]), summed in term order.
 /// O(terms x states), parallel over states when that product is large.

@@ -2,7 +2,6 @@
 
 #include <bit>
 #include <string>
-#include <vector>
 
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/term_list.h"
@@ -18,16 +17,7 @@ AlignedBuffer<double> energies_from_z_terms(int num_qubits, std::span<const std:
   const std::string what = "energies of " + std::to_string(num_qubits) + " qubits";
   // The phase layer of the same cost function holds these values less the constant when it
   // has already run (its coefficients are the Z coefficients exactly): one pass, no transform.
-  double constant = 0.0;
-  std::vector<PhaseTerm> terms;
-  for (std::size_t t = 0; t < masks.size(); ++t) {
-    if (masks[t] == 0) {
-      constant += coeffs[t];
-    } else {
-      terms.push_back({masks[t], coeffs[t]});
-    }
-  }
-  terms = merge_terms(std::move(terms));
+  const auto [constant, terms] = phase_form(masks, coeffs);
   if (!terms.empty()) {
     if (auto values = find_cached_diagonal(terms, static_cast<unsigned>(num_qubits))) {
       AlignedBuffer<double> e(std::size_t{1} << num_qubits, what);

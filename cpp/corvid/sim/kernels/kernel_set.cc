@@ -50,11 +50,9 @@ void matrices_tile(std::complex<Real>* tile, unsigned tile_bits,
   for (const QubitMatrix& g : gates) matrix_tile<Real>(tile, tile_bits, g.qubit, g.matrix);
 }
 
-}  // namespace
-
 template <class Real>
-void scalar_matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, Index length,
-                          std::span<const QubitMatrix> gates) {
+void matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, Index length,
+                   std::span<const QubitMatrix> gates) {
   for (const QubitMatrix& g : gates) {
     const Index bit = Index{1} << g.qubit;
     for (Index r = 0; r < (Index{1} << row_bits); ++r) {
@@ -62,12 +60,6 @@ void scalar_matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, In
     }
   }
 }
-template void scalar_matrices_rows<double>(Amplitude* const*, unsigned, Index,
-                                           std::span<const QubitMatrix>);
-template void scalar_matrices_rows<float>(Amplitude32* const*, unsigned, Index,
-                                          std::span<const QubitMatrix>);
-
-namespace {
 
 template <class Real>
 constexpr BasicKernelSet<Real> kScalar{"scalar",
@@ -75,7 +67,7 @@ constexpr BasicKernelSet<Real> kScalar{"scalar",
                                        &phase_table<Real, std::uint16_t>,
                                        &matrix_tile<Real>,
                                        &matrices_tile<Real>,
-                                       &scalar_matrices_rows<Real>};
+                                       &matrices_rows<Real>};
 
 // The vector sets, narrowest first; nullptr for those this CPU cannot run.
 template <class Real>

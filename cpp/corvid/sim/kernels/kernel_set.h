@@ -43,10 +43,6 @@ using KernelSet32 = BasicKernelSet<float>;
 /// The portable reference sets.
 const KernelSet& scalar_kernel_set();
 const KernelSet32& scalar_kernel_set32();
-/// The scalar sets' row kernel, which sets without their own share.
-template <class Real>
-void scalar_matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, std::uint64_t length,
-                          std::span<const QubitMatrix> gates);
 /// AVX2 + FMA sets, or nullptr when the CPU lacks either.
 const KernelSet* avx2_kernel_set();
 const KernelSet32* avx2_kernel_set32();

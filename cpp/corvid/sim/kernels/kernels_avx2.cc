@@ -117,7 +117,7 @@ struct Shuffle<float, 1> {
 };
 
 template <class Real>
-void in_vector(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& g) {
+void in_vector_gate(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& g) {
   Real* p = reinterpret_cast<Real*>(tile);
   const Index reals = Index{2} << tile_bits;
   using S = Simd<Real>;
@@ -125,34 +125,18 @@ void in_vector(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& 
   if constexpr (S::kAmps > 2) in_vector<S, 1, Shuffle<Real, 1>>(p, reals, g.matrix);
 }
 
+// Shorter than one vector: the scalar set.
 template <class Real>
-void matrices_tile(std::complex<Real>* tile, unsigned tile_bits,
-                   std::span<const QubitMatrix> gates) {
-  std::array<QubitMatrix, 64> rest;
-  std::size_t count = 0;
-  for (const QubitMatrix& g : gates) {
-    if ((Index{1} << g.qubit) < Simd<Real>::kAmps) {
-      in_vector(tile, tile_bits, g);
-    } else {
-      rest[count++] = g;
-    }
+const BasicKernelSet<Real>& narrower() {
+  if constexpr (std::is_same_v<Real, double>) {
+    return scalar_kernel_set();
+  } else {
+    return scalar_kernel_set32();
   }
-  sweep_all<Simd<Real>>(TileLayout<Real>{reinterpret_cast<Real*>(tile), Index{1} << tile_bits},
-                        {rest.data(), count});
 }
 
 template <class Real>
-void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
-  const QubitMatrix one[] = {{q, m}};
-  matrices_tile<Real>(tile, tile_bits, std::span(one));
-}
-
-template <class Real>
-void matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, Index length,
-                   std::span<const QubitMatrix> gates) {
-  if (length < Simd<Real>::kAmps) return scalar_matrices_rows<Real>(rows, row_bits, length, gates);
-  sweep_all<Simd<Real>>(RowLayout<Real>{rows, row_bits, length}, gates);
-}
+using Gates = GateKernels<Simd<Real>, &in_vector_gate<Real>, &narrower<Real>>;
 
 namespace f32 {
 
@@ -190,16 +174,16 @@ void phase_table(Value* amps, const T* index, const Value* table, Index count) {
 const KernelSet kAvx2{"avx2",
                       &phase_table<std::uint8_t>,
                       &phase_table<std::uint16_t>,
-                      &matrix_tile<double>,
-                      &matrices_tile<double>,
-                      &matrices_rows<double>};
+                      &Gates<double>::matrix_tile,
+                      &Gates<double>::matrices_tile,
+                      &Gates<double>::matrices_rows};
 
 const KernelSet32 kAvx2Single{"avx2",
                               &f32::phase_table<std::uint8_t>,
                               &f32::phase_table<std::uint16_t>,
-                              &matrix_tile<float>,
-                              &matrices_tile<float>,
-                              &matrices_rows<float>};
+                              &Gates<float>::matrix_tile,
+                              &Gates<float>::matrices_tile,
+                              &Gates<float>::matrices_rows};
 
 bool cpu_has_avx2() {
   __builtin_cpu_init();

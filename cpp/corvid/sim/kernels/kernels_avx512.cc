@@ -146,7 +146,7 @@ struct Shuffle {
 };
 
 template <class Real>
-void in_vector(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& g) {
+void in_vector_gate(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& g) {
   using S = Simd<Real>;
   Real* p = reinterpret_cast<Real*>(tile);
   const Index reals = Index{2} << tile_bits;
@@ -156,51 +156,21 @@ void in_vector(std::complex<Real>* tile, unsigned tile_bits, const QubitMatrix& 
 }
 
 template <class Real>
-void matrices_tile(std::complex<Real>* tile, unsigned tile_bits,
-                   std::span<const QubitMatrix> gates) {
-  if ((Index{1} << tile_bits) < Simd<Real>::kAmps) {
-    return narrower<Real>().matrices_tile(tile, tile_bits, gates);  // smaller than one vector
-  }
-  std::array<QubitMatrix, 64> rest;
-  std::size_t count = 0;
-  for (const QubitMatrix& g : gates) {
-    if ((Index{1} << g.qubit) < Simd<Real>::kAmps) {
-      in_vector(tile, tile_bits, g);
-    } else {
-      rest[count++] = g;
-    }
-  }
-  sweep_all<Simd<Real>>(TileLayout<Real>{reinterpret_cast<Real*>(tile), Index{1} << tile_bits},
-                        {rest.data(), count});
-}
-
-template <class Real>
-void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q, const Matrix2& m) {
-  const QubitMatrix one[] = {{q, m}};
-  matrices_tile<Real>(tile, tile_bits, std::span(one));
-}
-
-template <class Real>
-void matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, Index length,
-                   std::span<const QubitMatrix> gates) {
-  if (length < Simd<Real>::kAmps)
-    return narrower<Real>().matrices_rows(rows, row_bits, length, gates);
-  sweep_all<Simd<Real>>(RowLayout<Real>{rows, row_bits, length}, gates);
-}
+using Gates = GateKernels<Simd<Real>, &in_vector_gate<Real>, &narrower<Real>>;
 
 const KernelSet kAvx512{"avx512",
                         &phase_table<std::uint8_t>,
                         &phase_table<std::uint16_t>,
-                        &matrix_tile<double>,
-                        &matrices_tile<double>,
-                        &matrices_rows<double>};
+                        &Gates<double>::matrix_tile,
+                        &Gates<double>::matrices_tile,
+                        &Gates<double>::matrices_rows};
 
 const KernelSet32 kAvx512Single{"avx512",
                                 &phase_table32<std::uint8_t>,
                                 &phase_table32<std::uint16_t>,
-                                &matrix_tile<float>,
-                                &matrices_tile<float>,
-                                &matrices_rows<float>};
+                                &Gates<float>::matrix_tile,
+                                &Gates<float>::matrices_tile,
+                                &Gates<float>::matrices_rows};
 
 // Plain bit tests of the CPU model (no vector code), so they are safe to run on any CPU.
 bool cpu_has_avx512() {

@@ -321,5 +321,43 @@ void in_vector(typename S::Real* p, Index reals, const Matrix2& m) {
   }
 }
 
+// A vector set's gate kernels (its matrix_tile, matrices_tile and matrices_rows): gates on
+// the qubits inside one vector by the set's shuffles (InVector), the others swept together;
+// tiles and rows shorter than one vector go to the set that Narrower() returns.
+template <class S, auto InVector, auto Narrower>
+struct GateKernels {
+  using Real = typename S::Real;
+
+  static void matrices_tile(std::complex<Real>* tile, unsigned tile_bits,
+                            std::span<const QubitMatrix> gates) {
+    if ((Index{1} << tile_bits) < S::kAmps) {
+      return Narrower().matrices_tile(tile, tile_bits, gates);
+    }
+    std::array<QubitMatrix, 64> rest;
+    std::size_t count = 0;
+    for (const QubitMatrix& g : gates) {
+      if ((Index{1} << g.qubit) < S::kAmps) {
+        InVector(tile, tile_bits, g);
+      } else {
+        rest[count++] = g;
+      }
+    }
+    sweep_all<S>(TileLayout<Real>{reinterpret_cast<Real*>(tile), Index{1} << tile_bits},
+                 {rest.data(), count});
+  }
+
+  static void matrix_tile(std::complex<Real>* tile, unsigned tile_bits, unsigned q,
+                          const Matrix2& m) {
+    const QubitMatrix one[] = {{q, m}};
+    matrices_tile(tile, tile_bits, std::span(one));
+  }
+
+  static void matrices_rows(std::complex<Real>* const* rows, unsigned row_bits, Index length,
+                            std::span<const QubitMatrix> gates) {
+    if (length < S::kAmps) return Narrower().matrices_rows(rows, row_bits, length, gates);
+    sweep_all<S>(RowLayout<Real>{rows, row_bits, length}, gates);
+  }
+};
+
 }  // namespace
 }  // namespace corvid
