@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t kBlock = std::size_t{1} << 14;
 // Chunks are fixed by the entry count alone (not the threads), each one parallel work item.
 constexpr int kMaxChunks = 64;
+constexpr std::size_t kLanes = 4;
 
 /// Which bin an energy falls into; the same arithmetic as floor((e - low) * scale) clamped
 /// to [0, bins - 1], without converting an out-of-range double.
@@ -31,22 +32,29 @@ struct Binning {
   }
 };
 
-/// Sums entries [begin, end) into `total` (1 + 2 * bins doubles: the mass at or below the
-/// threshold, then mass and moment per bin), block by block through `block`.
+/// Sums entries [begin, end) into `total` (width = 1 + 2 * bins doubles: the mass at or below
+/// the threshold, then mass and moment per bin), block by block through `block` (kLanes *
+/// width doubles): consecutive entries go to different lanes, so that a run of entries in one
+/// bin does not wait on its own previous sum.
 template <class W, class E>
 void sum_chunk(const W& w, const E& en, const Binning& bin, std::size_t begin, std::size_t end,
                std::size_t block_length, double* total, double* block, std::size_t width) {
   for (std::size_t start = begin; start < end; start += block_length) {
-    std::fill(block, block + width, 0.0);
+    std::fill(block, block + kLanes * width, 0.0);
     const std::size_t stop = std::min(end, start + block_length);
     for (std::size_t x = start; x < stop; ++x) {
       const double wx = w(x), ex = en(x);
-      block[0] += ex <= bin.threshold ? wx : 0.0;
-      double* slot = block + 1 + 2 * bin(ex);
+      double* lane = block + (x % kLanes) * width;
+      lane[0] += ex <= bin.threshold ? wx : 0.0;
+      double* slot = lane + 1 + 2 * bin(ex);
       slot[0] += wx;
       slot[1] += wx * ex;
     }
-    for (std::size_t i = 0; i < width; ++i) total[i] += block[i];
+    static_assert(kLanes == 4, "the lanes are added as two pairs");
+    for (std::size_t i = 0; i < width; ++i) {
+      const double* b = block + i;
+      total[i] += (b[0] + b[width]) + (b[2 * width] + b[3 * width]);
+    }
   }
 }
 
@@ -89,14 +97,15 @@ EnergyHistogram energy_histogram(const Weights& p, const EnergyTable& e, double 
       std::clamp<std::size_t>((n + block_length - 1) / block_length, 1, kMaxChunks));
   const Binning bin{low, high > low ? static_cast<double>(bins) / (high - low) : 0.0, threshold,
                     static_cast<double>(bins - 1)};
-  // Per chunk: its totals, then its block's scratch.
-  std::vector<double> sums(static_cast<std::size_t>(chunks) * 2 * width, 0.0);
+  // Per chunk: its totals, then its block's lanes.
+  const std::size_t stride = (1 + kLanes) * width;
+  std::vector<double> sums(static_cast<std::size_t>(chunks) * stride, 0.0);
   p.visit([&](const auto& w) {
     e.visit([&](const auto& en) {
       const bool parallel = chunks > 1 && parallel_worthwhile(n);
 #pragma omp parallel for schedule(dynamic, 1) if (parallel)
       for (int c = 0; c < chunks; ++c) {
-        double* total = sums.data() + static_cast<std::size_t>(c) * 2 * width;
+        double* total = sums.data() + static_cast<std::size_t>(c) * stride;
         sum_chunk(w, en, bin, chunk_begin(n, chunks, c), chunk_begin(n, chunks, c + 1),
                   block_length, total, total + width, width);
       }
@@ -104,7 +113,7 @@ EnergyHistogram energy_histogram(const Weights& p, const EnergyTable& e, double 
   });
   std::vector<double> total(width, 0.0);
   for (int c = 0; c < chunks; ++c) {
-    const double* chunk = sums.data() + static_cast<std::size_t>(c) * 2 * width;
+    const double* chunk = sums.data() + static_cast<std::size_t>(c) * stride;
     for (std::size_t i = 0; i < width; ++i) total[i] += chunk[i];
   }
   EnergyHistogram out{total[0], std::vector<double>(count), std::vector<double>(count)};
