@@ -230,6 +230,20 @@ PYBIND11_MODULE(_mpi, m) {
           "last loss, loss_and_gradient or sample call's angles, most probable first, ties by "
           "ascending index.")
       .def(
+          "energy_histogram",
+          [](Evaluation& e, double low, double high, int bins, double threshold) {
+            corvid::EnergyHistogram h;
+            {
+              py::gil_scoped_release release;
+              h = e.get().energy_histogram(low, high, bins, threshold);
+            }
+            return py::make_tuple(h.at_or_below, array_of(h.mass), array_of(h.moment));
+          },
+          arg("low"), arg("high"), arg("bins"), arg("threshold"),
+          "corvid.diagonal.energy_histogram of the state at the last loss, loss_and_gradient or "
+          "sample call's angles over all 2^n basis states, each rank's slice read in place and "
+          "the sums added over the ranks.")
+      .def(
           "energy_range",
           [](const Evaluation& e) {
             py::gil_scoped_release release;

@@ -48,7 +48,8 @@ def run_case(n, p, form, loss):
     solved = solve(problem, p, initial_para=start, optimizer=_stay, **loss)
     return {"loss": value, "solutions": dict(list(solutions.items())[:64]),
             "count": len(solutions), "ranks": corvid.mpi.size(),
-            "solved": [solved.expected_energy, solved.optimum_probability]}
+            "solved": [solved.expected_energy, solved.optimum_probability],
+            "levels": [x for level in solved.energy_levels for x in level]}
 
 
 def _mpirun(ranks, args, tmp_path):
@@ -86,6 +87,8 @@ def test_run_matches_one_process(ranks, tmp_path):
         assert spread["ranks"] == ranks and spread["count"] == alone["count"]
         assert spread["loss"] == pytest.approx(alone["loss"], abs=1e-12)
         assert spread["solved"] == pytest.approx(alone["solved"], abs=1e-12)
+        # Mean energies per bin, printed to 12 digits: the last may differ.
+        assert spread["levels"] == pytest.approx(alone["levels"], rel=1e-10, abs=1e-12)
         for key, probability in spread["solutions"].items():
             assert probability == pytest.approx(alone["solutions"].get(key, -1), abs=1e-12), key
 

@@ -10,6 +10,7 @@
 
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/checks.h"
+#include "corvid/qaoa/energy_table.h"
 #include "corvid/qaoa/term_list.h"
 
 namespace corvid::dist {
@@ -155,17 +156,43 @@ std::vector<Count> QaoaEvaluation::sample(std::span<const double> angles, std::u
   return state_.sample_all(shared[0], shared[1]);
 }
 
-std::vector<Solution> QaoaEvaluation::top_solutions(std::size_t count) {
+void QaoaEvaluation::bring_state_to_angles(const char* what) {
   if (angles_.empty()) {
-    throw std::logic_error("top_solutions needs a state: evaluate a loss or sample first");
+    throw std::logic_error(std::string(what) + " needs a state: evaluate a loss or sample first");
   }
   // The gradient's backward sweep leaves the state at the start of the layers.
   if (!state_at_angles_) {
     state_.run_ansatz(ansatz_, angles_);
     state_at_angles_ = true;
   }
+}
+
+std::vector<Solution> QaoaEvaluation::top_solutions(std::size_t count) {
+  bring_state_to_angles("top_solutions");
   const AlignedBuffer<double> p = state_.local_probabilities();
   return state_.top_solutions(p, count);
+}
+
+EnergyHistogram QaoaEvaluation::energy_histogram(double low, double high, int bins,
+                                                 double threshold) {
+  bring_state_to_angles("energy_histogram");
+  EnergyHistogram local;
+  on_every_rank(comm_, rank(), [&] {
+    const EnergyTable energies(energies_, 0.0, state_.local_qubits());
+    local = corvid::energy_histogram(Weights(state_.local_amplitudes()), energies, low, high, bins,
+                                     threshold);
+  });
+  // One message: the mass at or below the threshold, then the masses, then the moments.
+  std::vector<double> sums{local.at_or_below};
+  sums.insert(sums.end(), local.mass.begin(), local.mass.end());
+  sums.insert(sums.end(), local.moment.begin(), local.moment.end());
+  check_mpi(MPI_Allreduce(MPI_IN_PLACE, sums.data(), static_cast<int>(sums.size()), MPI_DOUBLE,
+                          MPI_SUM, comm_),
+            "MPI_Allreduce", comm_);
+  const auto count = static_cast<std::ptrdiff_t>(local.mass.size());
+  return {sums[0],
+          {sums.begin() + 1, sums.begin() + 1 + count},
+          {sums.begin() + 1 + count, sums.end()}};
 }
 
 std::pair<double, double> QaoaEvaluation::energy_range() const {

@@ -22,6 +22,7 @@
 #include "corvid/circuit/gate.h"
 #include "corvid/dist/distributed_state.h"
 #include "corvid/qaoa/adjoint.h"
+#include "corvid/qaoa/energy_histogram.h"
 #include "corvid/qaoa/term_list.h"
 #include "corvid/sim/compile/diagonal_values.h"
 
@@ -73,6 +74,13 @@ class QaoaEvaluation {
   /// std::logic_error before any such call.
   std::vector<Solution> top_solutions(std::size_t count);
 
+  /// energy_histogram (corvid/qaoa/energy_histogram.h) of the same state over all 2^n basis
+  /// states: each rank reads its slice's amplitudes and energies in place, and the sums are
+  /// added over the ranks (one MPI_Allreduce). std::logic_error before
+  /// any loss, loss_and_gradient or sample call; std::invalid_argument, on every rank alike,
+  /// for the arguments energy_histogram refuses.
+  EnergyHistogram energy_histogram(double low, double high, int bins, double threshold);
+
   /// The least and the greatest energy over all 2^n basis states.
   std::pair<double, double> energy_range() const;
 
@@ -80,6 +88,9 @@ class QaoaEvaluation {
   /// Checks `angles` (the same on every rank, 2p finite values) and remembers them as the
   /// state's; std::invalid_argument on every rank otherwise.
   void accept_angles(std::span<const double> angles);
+  /// Runs the ansatz again where the state has left the last call's angles; `what` names the
+  /// caller in the std::logic_error thrown before any call.
+  void bring_state_to_angles(const char* what);
   /// Rank 0's values of `values`, on every rank.
   void share_rank0(std::span<double> values) const;
 

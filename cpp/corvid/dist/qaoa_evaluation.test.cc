@@ -86,6 +86,13 @@ TEST_P(Evaluation, MatchesSingleProcessObjective) {
     EXPECT_EQ(top[i].index, top_alone[i].index) << i;
     EXPECT_NEAR(top[i].probability, top_alone[i].probability, 1e-12) << i;
   }
+  // Slices summed over the ranks: the whole state's mass and moments per energy bin.
+  const double threshold = low + 0.25 * (high - low);
+  const EnergyHistogram h = world.energy_histogram(low, high, 16, threshold);
+  const EnergyHistogram h_alone = alone.energy_histogram(low, high, 16, threshold);
+  EXPECT_NEAR(h.at_or_below, h_alone.at_or_below, 1e-12);
+  EXPECT_THAT(h.mass, ::testing::Pointwise(::testing::DoubleNear(1e-12), h_alone.mass));
+  EXPECT_THAT(h.moment, ::testing::Pointwise(::testing::DoubleNear(1e-12), h_alone.moment));
   // Rank 0's seed counts; the same on every rank count.
   const auto counts = world.sample(angles, 5000, 11 + static_cast<std::uint64_t>(world.rank()));
   const auto counts_alone = alone.sample(angles, 5000, 11);

@@ -35,9 +35,10 @@ class QAOAResult:
         (the more probable one of equal energies), and its probability.
     solutions: the top-k bit strings by descending probability, as ``Solution`` tuples.
     optimum_energy, worst_energy: the least and greatest energy over all 2^n states, read
-        from the energy table for n <= 30 (None above).
+        from the energy table for n <= 30 (None above, except over MPI ranks, where each
+        rank reads its slice's).
     optimum_probability: the probability of measuring an optimal state (every state within
-        1e-9 relative of the optimum counts).
+        1e-9 relative of the optimum counts); None where the optimum is.
     approximation_ratio: (worst - energy) / (worst - optimum) for the best solution: 1 when it
         is optimal, 0 for the worst state (1 when all energies are equal; None above 30 qubits).
     expected_energy, expected_ratio: the energy expectation of the final distribution and the
@@ -58,7 +59,7 @@ class QAOAResult:
         ascending energy, from 256 bins of equal width between the optimum and the worst
         energy, each shown at the mean energy of its probability: one level per pair where the
         levels are whole numbers spanning at most 255 (MaxCut with unit weights on up to 255
-        edges). None above 30 qubits. ``plot.energy_histogram(result)`` draws it.
+        edges); None where the optimum is. ``plot.energy_histogram(result)`` draws it.
     """
 
     bits: str

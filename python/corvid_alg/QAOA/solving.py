@@ -152,21 +152,22 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
     span = qaoa._energy_range()
     if span is not None:
         low, high = span
-        threshold = low + _OPTIMUM_TOLERANCE * max(1.0, abs(low), abs(high))
-        counts = None
+        tolerance = _OPTIMUM_TOLERANCE * max(1.0, abs(low), abs(high))
+        # The bin edges sit a tolerance below their nominal places, so that an energy on an
+        # edge falls into the bin above however it was rounded (by another form of the
+        # energies, or over MPI ranks).
+        binning = (low - tolerance, high - tolerance, _LEVEL_BINS, low + tolerance)
         if hasattr(solutions, "probabilities"):
             counts = diagonal.energy_histogram(solutions.probabilities,
-                                               qaoa.energy_dict.energies(), low, high,
-                                               _LEVEL_BINS, threshold)
-        elif not spread or len(solutions) == 2 ** qaoa.problem_dimension:
-            # sampled (the keys drawn), or MPI with every state returned
+                                               qaoa.energy_dict.energies(), *binning)
+        elif spread:  # every rank's slice of the state, summed over the ranks
+            counts = distributed.evaluation(qaoa, -1).energy_histogram(*binning)
+        else:  # sampled: the keys drawn
             qaoa.energy_dict.prefetch(solutions)
             energies = np.array([energy_of(key) for key in solutions], dtype=float)
             weights = np.fromiter(solutions.values(), dtype=float, count=len(solutions))
-            counts = diagonal.energy_histogram(weights, energies, low, high, _LEVEL_BINS,
-                                               threshold)
-        if counts is not None:
-            p_optimum, levels = float(counts[0]), _energy_levels(*counts[1:], low, high)
+            counts = diagonal.energy_histogram(weights, energies, *binning)
+        p_optimum, levels = float(counts[0]), _energy_levels(*counts[1:], low, high)
         ratio, expected_ratio = (_ratio(best.energy, low, high), _ratio(expected, low, high))
     history = qaoa.history
     result = qaoa.optimizer_result
