@@ -23,7 +23,7 @@ ROOT = Path(__file__).resolve().parents[2]
 # fields so that no two states tie by symmetry.
 CASES = [(16, 6, "polynomial", {}), (12, 3, "operator", {"loss_type": "CVaR", "alpha": 0.3}),
          (9, 2, "polynomial", {"loss_type": "Gibbs", "temperature": 0.5}),
-         (5, 4, "operator", {"loss_type": "CVaR", "alpha": 0.05}), (6, 1, "xy", {})]
+         (5, 4, "operator", {"loss_type": "CVaR", "alpha": 0.05})]
 
 
 def _stay(fun, x0, args=(), **unused):  # a minimiser that evaluates its start only
@@ -79,9 +79,6 @@ pytestmark = pytest.mark.skipif(not _built(), reason="corvid built without MPI, 
 def test_run_matches_one_process(ranks, tmp_path):
     results = json.loads(_mpirun(ranks, [__file__], tmp_path))
     for case, spread in zip(CASES, results):
-        if case[2] == "xy":
-            assert "the XY mixer is not distributed" in spread["error"]
-            continue
         alone = run_case(*case)
         assert spread["ranks"] == ranks and spread["count"] == alone["count"]
         assert spread["loss"] == pytest.approx(alone["loss"], abs=1e-12)

@@ -146,8 +146,9 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
            for key, probability in islice(solutions.items(), top_k)]
     best = min(top, key=lambda s: (s.energy, -s.probability))
     low = high = p_optimum = ratio = expected_ratio = levels = None
-    spread = distributed.active()  # the solutions then are the most probable states only
-    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if spread
+    spread = distributed.active()
+    top_only = spread and qaoa.shots == -1  # the solutions are the most probable states only
+    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if top_only
                      else qaoa._loss_function_default(solutions))
     span = qaoa._energy_range()
     if span is not None:
@@ -161,7 +162,8 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
             if not spread:  # sampled: the keys drawn
                 indices = np.array([int(key, 2) for key in solutions], dtype=np.int64)
                 energies = qaoa.energy_dict.all_energies()[indices]
-            elif len(solutions) == 2 ** qaoa.problem_dimension:  # MPI, every state returned
+            elif not top_only or len(solutions) == 2 ** qaoa.problem_dimension:
+                # MPI: the keys drawn, or every state (no 2^n table of energies per rank)
                 qaoa.energy_dict.prefetch(solutions)
                 energies = np.array([energy_of(key) for key in solutions], dtype=float)
         if energies is not None:
