@@ -421,8 +421,9 @@ class QAOA:
         initial state the gradient is exact, by adjoint differentiation in double precision:
         about three and a half evaluations' time and two more states of memory, counted as one
         evaluation (``iter``) and one circuit run (``circuit_iter``). With any other mixer it
-        is estimated by central differences (two counted evaluations per angle). A sampling
-        object (shots > 0) is refused with ValueError.
+        is estimated by central differences (two counted evaluations per angle); under MPI
+        (see ``run``) the ranks differentiate together and other mixers are refused. A
+        sampling object (shots > 0) is refused with ValueError.
         """
         gradient.require_exact(self.shots, "loss_and_gradient")
         if np.ndim(paras) != 1:
