@@ -63,7 +63,7 @@ class Ranks:
             self._evaluation = mpi.QaoaEvaluation(
                 description["num_qubits"], description["masks"], description["coeffs"],
                 "monomials" if model.kind == "symbolic" else "z", model.masks, model.coeffs,
-                **{k: description[k] for k in ("xy_pairs", "initial") if description[k] is not None})
+                xy_pairs=description["xy_pairs"], initial=description["initial"])
             self._made_for = (mixer, qaoa.init_circuit)
         return self._evaluation
 
