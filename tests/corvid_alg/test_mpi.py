@@ -4,11 +4,11 @@ the same cases in this process, and the sampled run across rank counts."""
 
 import functools
 import json
-from itertools import islice
 import os
 import shutil
 import subprocess
 import sys
+from itertools import islice
 from pathlib import Path
 
 import numpy as np
@@ -137,18 +137,18 @@ def spread(tmp_path_factory):
 
 
 @pytest.fixture(scope="module")
-def alone():
+def alone():  # the cases in this process
     return [run_case(*case) for case in CASES]
 
 
 @pytest.mark.parametrize("ranks", [1, 2, 4])
 def test_matches_one_process(ranks, spread, alone):
     results = spread(ranks)
-    for case, got, alone in zip(CASES, results["cases"], alone):
-        assert got["ranks"] == ranks and got["count"] == alone["count"]
-        assert got["values"] == pytest.approx(alone["values"], abs=1e-12), case
+    for case, got, want in zip(CASES, results["cases"], alone):
+        assert got["ranks"] == ranks and got["count"] == want["count"]
+        assert got["values"] == pytest.approx(want["values"], abs=1e-12), case
         for key, probability in got["solutions"].items():
-            assert probability == pytest.approx(alone["solutions"][key], abs=1e-12), key
+            assert probability == pytest.approx(want["solutions"][key], abs=1e-12), key
     assert sorted(results["refused"]) == sorted(REFUSED)
     for words, message in results["refused"].items():
         assert words in message and "MPI" in message
