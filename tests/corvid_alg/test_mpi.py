@@ -5,6 +5,7 @@ the same cases in this process, and the sampled run across rank counts."""
 import functools
 import json
 import os
+import pickle
 import shutil
 import subprocess
 import sys
@@ -75,9 +76,12 @@ def run_case(n, p, form, mixer, initial, loss):
     value, grad = qaoa.loss_and_gradient(start, **loss)
     rows = qaoa.evaluate([start, start[::-1]], **loss)
     solutions, _, final = qaoa.run(layer=p, initial_para=start, optimizer=_stay, **loss)
+    copied = pickle.loads(pickle.dumps(qaoa)).evaluate(start, **loss)[0]  # its own evaluation
+    qaoa.mixer_circuit = xy_ring_mixer if mixer == "x" else None  # another ansatz
+    switched = qaoa.evaluate(start, **loss)[0]
     solved = solve(problem, p, initial_para=start, optimizer=_stay, init_circuit=INITIAL[initial],
                    mixer_circuit=MIXERS[mixer], **loss)
-    return {"values": [value, *grad, *rows, final, solved.expected_energy,
+    return {"values": [value, *grad, *rows, final, copied, switched, solved.expected_energy,
                        solved.optimum_probability],
             "solutions": solutions, "count": len(solutions),
             "ranks": corvid.mpi.size()}

@@ -37,14 +37,11 @@ def refuse(feature):
 
 class Ranks:
     """What the class asks of the ranks. The ``corvid.mpi.QaoaEvaluation`` is made on first
-    use, again when the mixer or initial circuit changes, and never pickled."""
+    use and again when the mixer or initial circuit changes."""
 
     def __init__(self):
         self._evaluation = None
         self._made_for = None
-
-    def __getstate__(self):
-        return {"_evaluation": None, "_made_for": None}
 
     def _of(self, qaoa):
         mixer = qaoa.mixer_circuit
