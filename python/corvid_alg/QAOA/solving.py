@@ -146,8 +146,9 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
            for key, probability in islice(solutions.items(), top_k)]
     best = min(top, key=lambda s: (s.energy, -s.probability))
     low = high = p_optimum = ratio = expected_ratio = levels = None
-    spread = distributed.active()  # the solutions then are the most probable states only
-    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if spread
+    # Exact under MPI, the solutions are the most probable states only.
+    top_only = distributed.active() and qaoa.shots == -1
+    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if top_only
                      else qaoa._loss_function_default(solutions))
     span = qaoa._energy_range()
     if span is not None:
@@ -160,8 +161,8 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
         if hasattr(solutions, "probabilities"):
             counts = diagonal.energy_histogram(solutions.probabilities,
                                                qaoa.energy_dict.energies(), *binning)
-        elif spread:  # every rank's slice of the state, summed over the ranks
-            counts = distributed.evaluation(qaoa, -1).energy_histogram(*binning)
+        elif top_only:  # every rank's slice of the state, summed over the ranks
+            counts = qaoa._ranks.energy_histogram(qaoa, *binning)
         else:  # sampled: the keys drawn
             qaoa.energy_dict.prefetch(solutions)
             energies = np.array([energy_of(key) for key in solutions], dtype=float)
