@@ -10,6 +10,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 #include <random>
 
 #include "corvid/circuit/circuit.h"
@@ -208,6 +209,7 @@ struct GradientCase {
   Mixer mixer;
   bool circuit_start;
   LossKind loss;
+  bool transposed_phase = true;  // X layers kept transposed between layers
 };
 
 class DistributedGradient : public ::testing::TestWithParam<GradientCase> {};
@@ -224,7 +226,13 @@ TEST_P(DistributedGradient, MatchesSingleProcessAdjoint) {
     if (problem.masks[t] != 0) single.phase_terms.push_back({problem.masks[t], problem.coeffs[t]});
   }
   const DiagonalValues diagonal = local_diagonal(state, problem.masks, problem.coeffs);
-  DistributedAnsatz ansatz{&diagonal, &diagonal, std::nullopt, std::nullopt};
+  const unsigned k = n - state.local_qubits();
+  const std::optional<DiagonalValues> transposed =
+      c.transposed_phase && state.local_qubits() >= k
+          ? std::optional(local_diagonal(state, problem.masks, problem.coeffs, Layout::kTransposed))
+          : std::nullopt;
+  DistributedAnsatz ansatz{&diagonal, &diagonal, std::nullopt, std::nullopt,
+                           transposed ? &*transposed : nullptr};
   if (c.mixer != Mixer::kX) ansatz.xy_pairs = single.xy_pairs = xy_pairs(c.mixer, n);
   if (c.circuit_start) {
     ansatz.initial = single.initial = reference::random_circuit(n, 3 * n, rng).gates();
@@ -239,14 +247,28 @@ TEST_P(DistributedGradient, MatchesSingleProcessAdjoint) {
   const QaoaObjective objective(single, {energies.data(), energies.size()});
   std::vector<double> want(angles.size()), got(angles.size());
   const double want_loss = objective.loss_and_gradient(angles, settings, want);
+  const std::uint64_t sent_before = state.bytes_exchanged();
   EXPECT_NEAR(state.loss_and_gradient(ansatz, angles, settings, got), want_loss, 1e-12);
   for (std::size_t i = 0; i < angles.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << i;
+  // Left at the start of the layers, in the canonical layout: the initial state's energy.
+  const std::vector<double> no_angles(angles.size(), 0.0);
+  EXPECT_NEAR(state.expectation(diagonal), objective.loss(no_angles, {}), 1e-12);
+  // Kept transposed, the state sends one transposition per layer each way, and one more back
+  // when p is odd; the uniform start is the same in both layouts (a circuit's gates send their
+  // own swaps).
+  if (c.mixer == Mixer::kX && !c.circuit_start && k >= 2 && state.local_qubits() >= k) {
+    const std::uint64_t slice_bytes = 16 * (std::uint64_t{1} << state.local_qubits());
+    const std::uint64_t p = static_cast<std::uint64_t>(c.layers);
+    EXPECT_EQ(state.bytes_exchanged() - sent_before,
+              (transposed ? 2 * p + p % 2 : 4 * p) * (slice_bytes - (slice_bytes >> k)));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Ansatzes, DistributedGradient,
-    ::testing::Values(GradientCase{5, 2, Mixer::kX, false, LossKind::kExpectation},
+    ::testing::Values(GradientCase{5, 3, Mixer::kX, false, LossKind::kExpectation},
                       GradientCase{12, 3, Mixer::kX, true, LossKind::kGibbs},
+                      GradientCase{11, 2, Mixer::kX, false, LossKind::kCvar, false},
                       GradientCase{8, 2, Mixer::kXyRing, true, LossKind::kExpectation},
                       GradientCase{7, 2, Mixer::kXyComplete, true, LossKind::kGibbs},
                       GradientCase{14, 2, Mixer::kXyRing, true, LossKind::kGibbs},
@@ -268,6 +290,10 @@ TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   EXPECT_NO_THROW(DistributedState(MPI_COMM_WORLD, most_global + 1));
   EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 63), std::invalid_argument);
   EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 5, 0), std::invalid_argument);
+  if (most_global >= 2) {  // one local qubit cannot trade places with two global ones
+    const DistributedState state(MPI_COMM_WORLD, most_global + 1);
+    EXPECT_THROW(local_diagonal(state, {}, {}, Layout::kTransposed), std::invalid_argument);
+  }
   // 2^50 amplitudes (16 PiB) fit on no node: refused on every rank before any allocates.
   EXPECT_THAT([] { DistributedState(MPI_COMM_WORLD, 50); },
               ThrowsMessage<OutOfMemory>(HasSubstr(std::to_string(ranks) + " ranks on this node")));
