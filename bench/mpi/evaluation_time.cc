@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
     // The X mixer keeps its transposed layout between layers where it has one.
     const unsigned global = n - state.local_qubits();
     const std::optional<corvid::DiagonalValues> transposed =
-        state.local_qubits() >= global
+        !xy && state.local_qubits() >= global
             ? std::optional(corvid::dist::local_diagonal(state, masks, coeffs,
                                                          corvid::dist::Layout::kTransposed))
             : std::nullopt;
