@@ -98,8 +98,7 @@ int main(int argc, char** argv) {
       // The least any layout can send per layer: every amplitude whose global qubits must meet
       // other values leaves its rank once, (1 - 1/R) of the slice (one transposition per layer,
       // the permuted layout kept). The X mixer sends that (the uniform start is the same in
-      // both layouts, so no transposition back is needed for odd p); for R = 2 one pairwise
-      // exchange of the whole slice.
+      // both layouts, so no transposition back is needed for odd p).
       const double minimum_mib = slice_mib * (1.0 - 1.0 / ranks);
       std::printf(
           "| %u | %d | %s | %d | %.0f | %.0f | %.0f | %.2f | %.0f | %.0f | %.2f | %.12f |\n", n,

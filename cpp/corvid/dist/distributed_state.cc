@@ -254,13 +254,15 @@ void DistributedState::apply_x_mixer(double beta) {
   x_layer(mixer_rotation(beta), nullptr, nullptr);
 }
 
-bool DistributedState::transposes() const {
+bool DistributedState::transposes(bool kept) const {
+  // A transposition sends (1 - 1/2^k) of the slice, pairwise exchanges k slices: kept, it is
+  // the cheaper for every k >= 1; undone at once, only for k >= 2.
   const unsigned global = num_qubits_ - local_qubits_;
-  return global >= 2 && local_qubits_ >= global;
+  return global >= (kept ? 1u : 2u) && local_qubits_ >= global;
 }
 
 bool DistributedState::keeps_layout(const DistributedAnsatz& ansatz) const {
-  return !ansatz.xy_pairs && ansatz.phase_transposed != nullptr && transposes();
+  return !ansatz.xy_pairs && ansatz.phase_transposed != nullptr && transposes(true);
 }
 
 void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, double* z,
@@ -296,7 +298,7 @@ void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, d
   // The mixer commutes with every X_q: the products may be taken anywhere inside it.
   if (z != nullptr) products(0, local);
   rotate(0, local);
-  if (!transposes()) {
+  if (!transposes(layout != nullptr)) {
     for (unsigned j = 0; j < num_qubits_ - local; ++j) exchange_global(j, rx, companion, z);
     return;
   }

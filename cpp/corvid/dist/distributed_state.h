@@ -113,9 +113,9 @@ class DistributedState {
 
   /// RX(-2·beta) on every qubit: local qubits in one blocked pass; with k >= 2 global qubits
   /// and at least k local ones, a transposition that makes the global qubits local, their
-  /// pass, and the transposition back (2·(1 - 1/2^k) slices sent per rank; run_ansatz keeps
-  /// the transposed layout between layers and sends half that); otherwise each global qubit by
-  /// one pairwise exchange of the slice (k slices). Collective.
+  /// pass, and the transposition back (2·(1 - 1/2^k) slices sent per rank); otherwise each
+  /// global qubit by one pairwise exchange of the slice (k slices). run_ansatz keeps the
+  /// transposed layout between layers, for any k >= 1: (1 - 1/2^k) slices. Collective.
   void apply_x_mixer(double beta);
 
   /// `matrix` on one qubit (< num_qubits; std::invalid_argument otherwise). Collective when the
@@ -146,7 +146,7 @@ class DistributedState {
   double expectation(const DiagonalValues& local_diagonal) const;
 
   /// Prepares the ansatz's state at `angles` (p gammas then p betas) on this state, in the
-  /// canonical layout. With the transposed phase (X mixer, k >= 2), p layers send p
+  /// canonical layout. With the transposed phase (X mixer, k >= 1), p layers send p
   /// transpositions, p + 1 when p is odd and the start is a circuit. Throws
   /// std::invalid_argument (every rank alike) for an odd, empty or non-finite angle vector, a
   /// missing diagonal or one that does not cover the local qubits. Collective.
@@ -207,11 +207,11 @@ class DistributedState {
   /// qubit]) over the slice to *z.
   void exchange_global(unsigned global_bit, const Matrix2& matrix,
                        DistributedState* companion = nullptr, double* z = nullptr);
-  /// Whether the X mixer reaches the global qubits by transpositions: k >= 2 global qubits
-  /// and at least k local ones.
-  bool transposes() const;
+  /// Whether the X mixer reaches the global qubits by transpositions: at least k local qubits
+  /// and k >= 2, or k >= 1 when the transposed layout is `kept` for the next layer.
+  bool transposes(bool kept) const;
   /// `rx` on every qubit: the local ones in one pass, the global ones as the top local qubits
-  /// after a transposition (see transposes()) or by pairwise exchanges. With `layout` (the
+  /// after a transposition (see transposes) or by pairwise exchanges. With `layout` (the
   /// state's, updated), the layer ends in the other layout; without, a transposition back.
   /// On `companion` too when given; with `z`, first adds sum over all qubits q and x of
   /// Im(conj(companion[x])·this[x ^ q]) to *z.

@@ -256,7 +256,7 @@ TEST_P(DistributedGradient, MatchesSingleProcessAdjoint) {
   // Kept transposed, the state sends one transposition per layer each way, and one more back
   // when p is odd; the uniform start is the same in both layouts (a circuit's gates send their
   // own swaps).
-  if (c.mixer == Mixer::kX && !c.circuit_start && k >= 2 && state.local_qubits() >= k) {
+  if (c.mixer == Mixer::kX && !c.circuit_start && k >= 1 && state.local_qubits() >= k) {
     const std::uint64_t slice_bytes = 16 * (std::uint64_t{1} << state.local_qubits());
     const std::uint64_t p = static_cast<std::uint64_t>(c.layers);
     EXPECT_EQ(state.bytes_exchanged() - sent_before,
