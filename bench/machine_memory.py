@@ -9,8 +9,9 @@ With --qaoa N...: a table of QAOA's peak memory on MaxCut of a seeded random 3-r
 each figure in a fresh process, as the growth of the peak resident memory over the process
 after the solver's construction, in state vectors (16 or 8 * 2^n bytes): one evaluation of the
 run's loss (``_loss_function``, p = 1, expectation), one ``QAOA.evaluate`` (double only: its
-ansatz is double precision) and a whole ``run`` (p = 1, COBYLA, 4 evaluations, the most likely
-solution read from the result). Every figure counts the energies' level table, made on first use.
+ansatz is double precision), a whole ``run`` (p = 1, COBYLA, 4 evaluations, the most likely
+solution read from the result) and ``solve`` of the same (its summary included). Every figure
+counts the energies' level table, made on first use.
 """
 
 import argparse
@@ -49,6 +50,10 @@ def qaoa_figure(n, precision, what):
         solver._loss_function(angles)
     elif what == "evaluate":
         solver.evaluate(angles)
+    elif what == "solve":
+        from corvid_alg.QAOA import solve
+        solve(solver.problem, 1, initial_para=angles, optimizer="COBYLA",
+              optimizer_option={"options": {"maxiter": 4}})
     else:
         solutions, _, _ = solver.run(layer=1, initial_para=angles, optimizer="COBYLA",
                                      optimizer_option={"options": {"maxiter": 4}})
@@ -57,12 +62,12 @@ def qaoa_figure(n, precision, what):
 
 
 def qaoa_table(sizes):
-    columns = [("double", "loss"), ("double", "evaluate"), ("double", "run"),
-               ("single", "loss"), ("single", "run")]
+    columns = [("double", "loss"), ("double", "evaluate"), ("double", "run"), ("double", "solve"),
+               ("single", "loss"), ("single", "run"), ("single", "solve")]
     print(f"# peak RSS growth / state vector, MaxCut on random 3-regular graphs, p = 1; "
           f"{corvid.get_num_threads()} threads")
-    print("|  n | double: loss | double: evaluate | double: run | single: loss | single: run |")
-    print("|---:|-------------:|-----------------:|------------:|-------------:|------------:|")
+    print("| n | " + " | ".join(f"{precision}: {what}" for precision, what in columns) + " |")
+    print("|--:|" + "--:|" * len(columns))
     for n in sizes:
         cells = []
         for precision, what in columns:

@@ -166,6 +166,21 @@ void pybind_qaoa_methods(py::module_ &m, QaoaClasses &) {
       },
       arg("p"), arg("e"), arg("temperature"), "sum_x p[x] * exp(-e[x] / temperature).");
   d.def(
+      "energy_histogram",
+      [](const Values &p, const py::object &e, double low, double high, int bins,
+         double threshold) {
+        const EnergiesArgument energies = energies_argument(e);
+        const corvid::EnergyHistogram h = [&] {
+          py::gil_scoped_release release;
+          return corvid::energy_histogram(span_of(p), energies.table, low, high, bins, threshold);
+        }();
+        return py::make_tuple(h.at_or_below, py::array_t<double>(h.mass.size(), h.mass.data()),
+                              py::array_t<double>(h.moment.size(), h.moment.data()));
+      },
+      arg("p"), arg("e"), arg("low"), arg("high"), arg("bins"), arg("threshold"),
+      "(mass at or below threshold, mass per bin, sum of p * e per bin) over `bins` equal bins "
+      "of [low, high] (the last bin closed), in one pass; e an array or an EnergyTable.");
+  d.def(
       "descending_order",
       [](const Values &p) {
         return released([&] { return corvid::descending_order(span_of(p)); });

@@ -1,8 +1,13 @@
-"""Sphinx configuration: the API reference from the docstrings, and the tutorials.
+"""Sphinx configuration: the API reference from the docstrings, the tutorials and the command
+line's page.
 
 `make docs` builds it into build/docs with the compiled extension on the path."""
 
+import os
 import re
+
+from docutils import nodes
+from sphinx.util.docutils import SphinxDirective
 
 import corvid
 
@@ -63,5 +68,25 @@ def _definition_lists(app, what, name, obj, options, lines):
     lines[:] = out
 
 
+class _CommandHelp(SphinxDirective):
+    """``.. command-help::``: the command line's --help as its parser prints it, so that the
+    page lists the options the program has."""
+
+    def run(self):
+        from corvid_alg.QAOA.cli.options import build_parser
+
+        columns = os.environ.get("COLUMNS")
+        os.environ["COLUMNS"] = "92"  # argparse wraps to the terminal's width
+        try:
+            text = build_parser().format_help()
+        finally:
+            if columns is None:
+                del os.environ["COLUMNS"]
+            else:
+                os.environ["COLUMNS"] = columns
+        return [nodes.literal_block(text, text, language="text")]
+
+
 def setup(app):
     app.connect("autodoc-process-docstring", _definition_lists, priority=600)
+    app.add_directive("command-help", _CommandHelp)

@@ -1,6 +1,6 @@
 """Numerics over all 2^n basis states, in C++: energies of a diagonal Hamiltonian from its Z
-terms or binary monomials, the energy expectation, CVaR and Gibbs sums of a distribution, and
-the order of a distribution by descending weight. Bit i of a basis index is qubit i."""
+terms or binary monomials, the energy expectation, CVaR and Gibbs sums of a distribution, its
+order by descending weight and its mass per energy bin. Bit i of a basis index is qubit i."""
 
 from ._core.diagonal import (  # noqa: F401
     EnergyTable,
@@ -9,6 +9,7 @@ from ._core.diagonal import (  # noqa: F401
     descending_order_after,
     energies_from_monomials,
     energies_from_z_terms,
+    energy_histogram,
     energy_table_from_monomials,
     energy_table_from_z_terms,
     evaluate_monomials,

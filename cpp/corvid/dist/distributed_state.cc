@@ -68,6 +68,22 @@ Matrix2 mixer_rotation(double beta) {
   return matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta));
 }
 
+void check_gates(std::span<const Gate> gates, unsigned n, unsigned local) {
+  for (const Gate& g : gates) {
+    for (const std::uint32_t q : g.qubits()) {
+      if (q >= n) {
+        throw std::invalid_argument("gate " + g.to_string() +
+                                    " acts on a qubit >= " + std::to_string(n));
+      }
+    }
+    if (g.num_qubits() > local) {
+      throw std::invalid_argument("gate " + g.to_string() + " needs " +
+                                  std::to_string(g.num_qubits()) + " local qubits, the slice has " +
+                                  std::to_string(local));
+    }
+  }
+}
+
 std::string diagonal_mismatch(const DiagonalValues& d, unsigned local_qubits) {
   if (d.num_qubits() == local_qubits) return "";
   return "the local diagonal covers " + std::to_string(d.num_qubits()) + " qubits, the slice has " +
@@ -262,7 +278,7 @@ bool DistributedState::transposes(bool kept) const {
 }
 
 bool DistributedState::keeps_layout(const DistributedAnsatz& ansatz) const {
-  return !ansatz.xy_pairs && ansatz.phase_transposed != nullptr && transposes(true);
+  return !ansatz.xy_pairs && ansatz.phase_transposed != nullptr && keeps_x_layout();
 }
 
 void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, double* z,
@@ -538,19 +554,9 @@ void DistributedState::run_ops(std::span<const LocalOp> ops, DistributedState* c
 }
 
 void DistributedState::apply_gates(std::span<const Gate> gates) {
+  check_gates(gates, num_qubits_, local_qubits_);
   std::vector<LocalOp> ops;
   for (const Gate& g : gates) {
-    for (const std::uint32_t q : g.qubits()) {
-      if (q >= num_qubits_) {
-        throw std::invalid_argument("gate " + g.to_string() +
-                                    " acts on a qubit >= " + std::to_string(num_qubits_));
-      }
-    }
-    if (g.num_qubits() > local_qubits_) {
-      throw std::invalid_argument("gate " + g.to_string() + " needs " +
-                                  std::to_string(g.num_qubits()) + " local qubits, the slice has " +
-                                  std::to_string(local_qubits_));
-    }
     if (g.kind() == GateKind::I) continue;
     if (g.num_qubits() == 1) {
       ops.push_back({g.qubit(0), -1, matrix_of(g), {}});
@@ -589,6 +595,11 @@ void DistributedState::check_ansatz(const DistributedAnsatz& ansatz,
   for (double a : angles) {
     if (!std::isfinite(a)) throw std::invalid_argument("angles must be finite");
   }
+  check_ansatz(ansatz);
+}
+
+void DistributedState::check_ansatz(const DistributedAnsatz& ansatz) const {
+  if (ansatz.initial) check_gates(*ansatz.initial, num_qubits_, local_qubits_);
   if (ansatz.phase == nullptr || ansatz.energies == nullptr) {
     throw std::invalid_argument("the ansatz needs its phase and energies");
   }
@@ -635,46 +646,13 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
   if (gradient.size() != angles.size()) {
     throw std::invalid_argument("gradient must have as many entries as angles");
   }
-  if (settings.kind == LossKind::kCvar && !(settings.alpha >= 0.0 && settings.alpha <= 1.0)) {
-    throw std::invalid_argument("alpha must be a number in [0, 1], got " +
-                                format_double(settings.alpha));
-  }
-  const double t = settings.temperature;
-  if (settings.kind == LossKind::kGibbs && (!std::isfinite(t) || t == 0.0)) {
-    throw std::invalid_argument("temperature must be finite and nonzero");
-  }
+  check_loss_settings(settings);
   run_ansatz(ansatz, angles);
   DistributedState lambda(comm_, num_qubits_, std::max<std::size_t>(buffer_.size(), 1));
+  const double loss = final_loss(*ansatz.energies, settings, &lambda);
   const Index size = amps_.size();
-  const auto count = static_cast<std::int64_t>(size);
-  const DiagonalValues& e = *ansatz.energies;
   Amp* f = amps_.data();
   Amp* l = lambda.amps_.data();
-
-  // λ = w∘φ with w = ∂loss/∂p: e for the expectation, −exp(−e/t)/Z for the Gibbs loss (both
-  // scaled by exp(shift), shift the least e/t over all ranks, so that nothing overflows).
-  double loss = 0.0;
-  if (settings.kind == LossKind::kExpectation) {
-    for_each_value(e, 0, size, [&](Index x, double v) { l[x] = v * f[x]; });
-    loss = expectation(e);
-  } else if (settings.kind == LossKind::kCvar) {
-    loss = cvar_cotangent(e, settings.alpha, lambda);
-  } else {
-    double shift = INFINITY;
-    for_each_value(e, 0, size, [&](Index, double v) { shift = std::min(shift, v / t); });
-    check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
-              comm_);
-    double z = 0.0;
-    for_each_value(e, 0, size, [&](Index x, double v) {
-      const double w = std::exp(shift - v / t);
-      l[x] = {w, 0.0};
-      z += std::norm(f[x]) * w;
-    });
-    z = sum_over_ranks(z, "");
-#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < count; ++x) l[x] = (-l[x].real() / z) * f[x];
-    loss = shift - std::log(z);
-  }
 
   const std::size_t p = angles.size() / 2;
   std::fill(gradient.begin(), gradient.end(), 0.0);
@@ -709,17 +687,68 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
   return loss;
 }
 
+void DistributedState::check_loss_settings(const LossSettings& settings) {
+  if (settings.kind == LossKind::kCvar && !(settings.alpha >= 0.0 && settings.alpha <= 1.0)) {
+    throw std::invalid_argument("alpha must be a number in [0, 1], got " +
+                                format_double(settings.alpha));
+  }
+  const double t = settings.temperature;
+  if (settings.kind == LossKind::kGibbs && (!std::isfinite(t) || t == 0.0)) {
+    throw std::invalid_argument("temperature must be finite and nonzero");
+  }
+}
+
+double DistributedState::loss(const DiagonalValues& local_energies,
+                              const LossSettings& settings) const {
+  check_loss_settings(settings);
+  const std::string error = diagonal_mismatch(local_energies, local_qubits_);
+  sum_over_ranks(0.0, error);
+  return final_loss(local_energies, settings, nullptr);
+}
+
+// λ = w∘φ with w = ∂loss/∂p: e for the expectation, −exp(−e/t)/Z for the Gibbs loss (both
+// scaled by exp(shift), shift the least e/t over all ranks, so that nothing overflows).
+double DistributedState::final_loss(const DiagonalValues& e, const LossSettings& settings,
+                                    DistributedState* lambda) const {
+  const Index size = amps_.size();
+  const Amp* f = amps_.data();
+  Amp* l = lambda != nullptr ? lambda->amps_.data() : nullptr;
+  if (settings.kind == LossKind::kExpectation) {
+    if (l != nullptr) for_each_value(e, 0, size, [&](Index x, double v) { l[x] = v * f[x]; });
+    return expectation(e);
+  }
+  if (settings.kind == LossKind::kCvar) return cvar_cotangent(e, settings.alpha, lambda);
+  const double t = settings.temperature;
+  double shift = INFINITY;
+  for_each_value(e, 0, size, [&](Index, double v) { shift = std::min(shift, v / t); });
+  check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
+            comm_);
+  double z = 0.0;
+  for_each_value(e, 0, size, [&](Index x, double v) {
+    const double w = std::exp(shift - v / t);
+    if (l != nullptr) l[x] = {w, 0.0};
+    z += std::norm(f[x]) * w;
+  });
+  z = sum_over_ranks(z, "");
+  if (l != nullptr) {
+    const auto count = static_cast<std::int64_t>(size);
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
+    for (std::int64_t x = 0; x < count; ++x) l[x] = (-l[x].real() / z) * f[x];
+  }
+  return shift - std::log(z);
+}
+
 // loss = sum over the entries ahead of the boundary b (heavier, or as heavy and before it) of
 // p·(e − e[b]), plus alpha·e[b]; so w = e − e[b] ahead of b and 0 elsewhere. Without a boundary
 // (alpha above the total mass) w = e; alpha = 0 gives w = 0.
 double DistributedState::cvar_cotangent(const DiagonalValues& e, double alpha,
-                                        DistributedState& lambda) const {
+                                        DistributedState* lambda) const {
   const AlignedBuffer<double> p = local_probabilities();
-  Amp* l = lambda.amps_.data();
+  Amp* l = lambda != nullptr ? lambda->amps_.data() : nullptr;
   const Amp* f = amps_.data();
   const Index size = amps_.size();
   if (alpha == 0.0) {
-    std::fill(l, l + size, Amp{});
+    if (l != nullptr) std::fill(l, l + size, Amp{});
     return 0.0;
   }
   const CvarCut cut = cvar_cut({p.data(), p.size()}, alpha);
@@ -748,7 +777,7 @@ double DistributedState::cvar_cotangent(const DiagonalValues& e, double alpha,
     const bool ahead =
         !cut.crossed || key > cut.threshold || (key == cut.threshold && ordinal++ < boundary);
     const double w = ahead ? v - e_boundary : 0.0;
-    l[x] = w * f[x];
+    if (l != nullptr) l[x] = w * f[x];
     sum += w * p[x];
   });
   return sum_over_ranks(sum, "") + (cut.crossed ? alpha * e_boundary : 0.0);

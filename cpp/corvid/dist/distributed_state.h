@@ -101,6 +101,9 @@ class DistributedState {
   std::uint64_t swaps() const { return swaps_; }
   /// Bytes this rank has sent to its partners in exchanges since construction.
   std::uint64_t bytes_exchanged() const { return bytes_exchanged_; }
+  /// Whether X-mixer layers can stay transposed between layers (k >= 1 global qubits and at
+  /// least k local ones): where they can, an ansatz wants its phase_transposed.
+  bool keeps_x_layout() const { return transposes(true); }
 
   /// |0…0⟩, or the uniform superposition (H on every qubit). Local, no communication.
   void set_zero();
@@ -145,6 +148,11 @@ class DistributedState {
   /// table). Collective; a D that does not cover the local qubits is an error on every rank.
   double expectation(const DiagonalValues& local_diagonal) const;
 
+  /// Throws std::invalid_argument (this rank only) unless `ansatz` fits this state: its
+  /// diagonals cover the local qubits, the XY pairs and the initial gates name qubits below
+  /// num_qubits (apply_xy_mixer's and apply_gates' conditions). Local.
+  void check_ansatz(const DistributedAnsatz& ansatz) const;
+
   /// Prepares the ansatz's state at `angles` (p gammas then p betas) on this state, in the
   /// canonical layout. With the transposed phase (X mixer, k >= 1), p layers send p
   /// transpositions, p + 1 when p is odd and the start is a circuit. Throws
@@ -159,6 +167,13 @@ class DistributedState {
   /// start of the ansatz's layers. Collective.
   double loss_and_gradient(const DistributedAnsatz& ansatz, std::span<const double> angles,
                            const LossSettings& settings, std::span<double> gradient);
+
+  /// The loss (expectation, CVaR or Gibbs) of this state's distribution with this rank's part
+  /// of the energies (local_diagonal), as loss_and_gradient computes it; the CVaR alone takes
+  /// the slice's probabilities as a transient (half a slice). Throws std::invalid_argument
+  /// (every rank alike) for bad settings or a diagonal that does not cover the local qubits.
+  /// Collective.
+  double loss(const DiagonalValues& local_energies, const LossSettings& settings) const;
 
   /// `shots` samples of the whole state, as this rank's part of the counts: basis states of its
   /// slice in ascending order, each with its count (zero counts left out). One multinomial
@@ -245,8 +260,14 @@ class DistributedState {
     std::uint64_t ties_before = 0;
   };
   CvarCut cvar_cut(std::span<const double> p, double alpha) const;
-  /// Writes CVaR's cotangent w∘φ of this state to `lambda`; returns the loss. Collective.
-  double cvar_cotangent(const DiagonalValues& e, double alpha, DistributedState& lambda) const;
+  /// Writes CVaR's cotangent w∘φ of this state to `lambda` when given; returns the loss.
+  /// Collective.
+  double cvar_cotangent(const DiagonalValues& e, double alpha, DistributedState* lambda) const;
+  /// The loss of this state's distribution with energies `e`, and its cotangent w∘φ (w the
+  /// loss's derivative in the probabilities) in `lambda` when given. Collective.
+  double final_loss(const DiagonalValues& e, const LossSettings& settings,
+                    DistributedState* lambda) const;
+  static void check_loss_settings(const LossSettings& settings);
   void check_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) const;
   /// Sums one local value over the ranks; when `error` is nonempty on any rank, every rank
   /// throws std::invalid_argument (naming this rank's error where it has one).

@@ -14,6 +14,7 @@
 #include <random>
 
 #include "corvid/circuit/circuit.h"
+#include "corvid/dist/dist_testing.h"
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/diagonal.h"
 #include "corvid/sim/machine/machine.h"
@@ -24,32 +25,6 @@ namespace corvid::dist {
 namespace {
 
 using ::testing::HasSubstr, ::testing::ThrowsMessage;
-
-int world_size() {
-  int size = 0;
-  MPI_Comm_size(MPI_COMM_WORLD, &size);
-  return size;
-}
-
-// Z terms of weight 0 to 3 with coefficients in [-1, 1]: a constant, every qubit, 2n pairs and
-// n/2 triples, so that no two basis states tie by symmetry.
-struct Problem {
-  std::vector<std::uint64_t> masks;
-  std::vector<double> coeffs;
-};
-
-Problem random_problem(unsigned n, std::mt19937_64& rng) {
-  std::uniform_real_distribution<double> coeff(-1.0, 1.0);
-  Problem p;
-  for (unsigned t = 0; t < 3 * n + 1 + n / 2; ++t) {
-    const int weight = t == 0 ? 0 : t <= n ? 1 : t <= 3 * n ? 2 : 3;
-    std::uint64_t mask = weight == 1 ? std::uint64_t{1} << (t - 1) : 0;
-    while (std::popcount(mask) < weight) mask |= std::uint64_t{1} << rng() % n;
-    p.masks.push_back(mask);
-    p.coeffs.push_back(coeff(rng));
-  }
-  return p;
-}
 
 // exp(-i·angle/2·Z…Z) on the qubits of `mask`: RZ on the last between CNOT ladders onto it.
 void append_phase(Circuit& c, std::uint64_t mask, double angle) {
@@ -64,7 +39,6 @@ void append_phase(Circuit& c, std::uint64_t mask, double angle) {
 }
 
 enum class Start { kZero, kUniform, kCircuit };
-enum class Mixer { kX, kXyRing, kXyComplete };
 
 struct Case {
   unsigned num_qubits;
@@ -74,22 +48,6 @@ struct Case {
   Mixer mixer = Mixer::kX;
   bool compact_diagonal = false;  // phase and expectation from local_diagonal
 };
-
-// The XY mixers' pair orders: ring (even edges, odd edges, the closing edge) and complete.
-std::vector<std::pair<unsigned, unsigned>> xy_pairs(Mixer mixer, unsigned n) {
-  std::vector<std::pair<unsigned, unsigned>> pairs;
-  if (mixer == Mixer::kXyRing) {
-    for (unsigned first : {0u, 1u}) {
-      for (unsigned i = first; i + 1 < n; i += 2) pairs.emplace_back(i, i + 1);
-    }
-    if (n > 2) pairs.emplace_back(n - 1, 0);
-  } else if (mixer == Mixer::kXyComplete) {
-    for (unsigned i = 0; i < n; ++i) {
-      for (unsigned j = i + 1; j < n; ++j) pairs.emplace_back(i, j);
-    }
-  }
-  return pairs;
-}
 
 class DistributedQaoa : public ::testing::TestWithParam<Case> {};
 
@@ -203,77 +161,53 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{12, 3, Start::kCircuit, 256, Mixer::kXyRing},
                       Case{16, 1, Start::kCircuit, kMaxExchangeChunk, Mixer::kXyComplete, true}));
 
-struct GradientCase {
-  unsigned num_qubits;
-  int layers;
-  Mixer mixer;
-  bool circuit_start;
-  LossKind loss;
-  bool transposed_phase = true;  // X layers kept transposed between layers
-};
-
-class DistributedGradient : public ::testing::TestWithParam<GradientCase> {};
-
-TEST_P(DistributedGradient, MatchesSingleProcessAdjoint) {
+// X layers kept transposed between layers against the same ansatz layer by layer: the same
+// state, loss and gradient, and the sweep leaves the start in the canonical layout. Each kept
+// layer saves one transposition; p odd needs one back, except from the uniform start, which is
+// the same in both layouts.
+TEST(DistributedState, KeepsXLayersTransposed) {
   if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
-  const GradientCase& c = GetParam();
-  const unsigned n = c.num_qubits;
-  std::mt19937_64 rng(2000 + n);
+  const unsigned n = 9;
+  std::mt19937_64 rng(9);
   const Problem problem = random_problem(n, rng);
-  DistributedState state(MPI_COMM_WORLD, n, 100);
-  QaoaAnsatz single{n, {}, std::nullopt, std::nullopt};
-  for (std::size_t t = 0; t < problem.masks.size(); ++t) {
-    if (problem.masks[t] != 0) single.phase_terms.push_back({problem.masks[t], problem.coeffs[t]});
-  }
-  const DiagonalValues diagonal = local_diagonal(state, problem.masks, problem.coeffs);
-  const unsigned k = n - state.local_qubits();
-  const std::optional<DiagonalValues> transposed =
-      c.transposed_phase && state.local_qubits() >= k
-          ? std::optional(local_diagonal(state, problem.masks, problem.coeffs, Layout::kTransposed))
-          : std::nullopt;
-  DistributedAnsatz ansatz{&diagonal, &diagonal, std::nullopt, std::nullopt,
-                           transposed ? &*transposed : nullptr};
-  if (c.mixer != Mixer::kX) ansatz.xy_pairs = single.xy_pairs = xy_pairs(c.mixer, n);
-  if (c.circuit_start) {
-    ansatz.initial = single.initial = reference::random_circuit(n, 3 * n, rng).gates();
-  }
-  std::uniform_real_distribution<double> angle(-1.5, 1.5);
-  std::vector<double> angles(2 * c.layers);
-  for (double& a : angles) a = angle(rng);
-  const LossSettings settings{c.loss, 0.3, 0.8};
+  const std::vector<Gate> gates = reference::random_circuit(n, 3 * n, rng).gates();
+  const std::vector<double> angles{0.3, -0.7, 1.1, 0.4, 0.9, -0.2};
+  const std::uint64_t p = angles.size() / 2;
+  for (const bool circuit : {false, true}) {
+    DistributedState kept(MPI_COMM_WORLD, n, 64), plain(MPI_COMM_WORLD, n, 64);
+    const DiagonalValues diagonal = local_diagonal(kept, problem.masks, problem.coeffs);
+    const DiagonalValues transposed =
+        local_diagonal(kept, problem.masks, problem.coeffs, Layout::kTransposed);
+    DistributedAnsatz by_layer{&diagonal, &diagonal, std::nullopt, std::nullopt};
+    if (circuit) by_layer.initial = gates;
+    DistributedAnsatz ansatz = by_layer;
+    ansatz.phase_transposed = &transposed;
+    const std::uint64_t slice = 16 * (std::uint64_t{1} << kept.local_qubits());
+    const std::uint64_t transposition = slice - (slice >> (n - kept.local_qubits()));
+    const std::uint64_t back = circuit ? p % 2 : 0;
 
-  const AlignedBuffer<double> energies =
-      energies_from_z_terms(static_cast<int>(n), problem.masks, problem.coeffs);
-  const QaoaObjective objective(single, {energies.data(), energies.size()});
-  std::vector<double> want(angles.size()), got(angles.size());
-  const double want_loss = objective.loss_and_gradient(angles, settings, want);
-  const std::uint64_t sent_before = state.bytes_exchanged();
-  EXPECT_NEAR(state.loss_and_gradient(ansatz, angles, settings, got), want_loss, 1e-12);
-  for (std::size_t i = 0; i < angles.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << i;
-  // Left at the start of the layers, in the canonical layout: the initial state's energy.
-  const std::vector<double> no_angles(angles.size(), 0.0);
-  EXPECT_NEAR(state.expectation(diagonal), objective.loss(no_angles, {}), 1e-12);
-  // Kept transposed, the state sends one transposition per layer each way, and one more back
-  // when p is odd; the uniform start is the same in both layouts (a circuit's gates send their
-  // own swaps).
-  if (c.mixer == Mixer::kX && !c.circuit_start && k >= 1 && state.local_qubits() >= k) {
-    const std::uint64_t slice_bytes = 16 * (std::uint64_t{1} << state.local_qubits());
-    const std::uint64_t p = static_cast<std::uint64_t>(c.layers);
-    EXPECT_EQ(state.bytes_exchanged() - sent_before,
-              (transposed ? 2 * p + p % 2 : 4 * p) * (slice_bytes - (slice_bytes >> k)));
+    plain.run_ansatz(by_layer, angles);
+    kept.run_ansatz(ansatz, angles);
+    EXPECT_EQ(plain.bytes_exchanged() - kept.bytes_exchanged(), (p - back) * transposition);
+    const auto same_amplitudes = [&] {
+      for (std::size_t i = 0; i < kept.local_amplitudes().size(); ++i) {
+        ASSERT_NEAR(std::abs(kept.local_amplitudes()[i] - plain.local_amplitudes()[i]), 0.0, 1e-12)
+            << i;
+      }
+    };
+    same_amplitudes();
+
+    const LossSettings settings{LossKind::kCvar, 0.3, 1.0};
+    std::vector<double> want(angles.size()), got(angles.size());
+    const std::uint64_t sent_before = plain.bytes_exchanged() - kept.bytes_exchanged();
+    EXPECT_NEAR(kept.loss_and_gradient(ansatz, angles, settings, got),
+                plain.loss_and_gradient(by_layer, angles, settings, want), 1e-12);
+    for (std::size_t i = 0; i < angles.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << i;
+    EXPECT_EQ(plain.bytes_exchanged() - kept.bytes_exchanged() - sent_before,
+              (2 * p - back - p % 2) * transposition);
+    same_amplitudes();
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Ansatzes, DistributedGradient,
-    ::testing::Values(GradientCase{5, 3, Mixer::kX, false, LossKind::kExpectation},
-                      GradientCase{12, 3, Mixer::kX, true, LossKind::kGibbs},
-                      GradientCase{11, 2, Mixer::kX, false, LossKind::kCvar, false},
-                      GradientCase{8, 2, Mixer::kXyRing, true, LossKind::kExpectation},
-                      GradientCase{7, 2, Mixer::kXyComplete, true, LossKind::kGibbs},
-                      GradientCase{14, 2, Mixer::kXyRing, true, LossKind::kGibbs},
-                      GradientCase{10, 2, Mixer::kX, false, LossKind::kCvar},
-                      GradientCase{9, 3, Mixer::kXyRing, true, LossKind::kCvar}));
 
 TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   const int ranks = world_size();

@@ -10,7 +10,7 @@
 
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/checks.h"
-#include "corvid/qaoa/monomial_energies.h"
+#include "corvid/qaoa/term_list.h"
 
 namespace corvid::dist {
 namespace {
@@ -36,52 +36,54 @@ void on_every_rank(MPI_Comm comm, int rank, const F& local) {
   }
 }
 
-// E[x] = sum_t c_t [m_t subset of x] on the rank's slice: a monomial whose global variables
-// are not all 1 in the rank's index vanishes there; the rest is the single-process transform
-// on the local variables.
-AlignedBuffer<double> local_monomial_energies(const DistributedState& state,
-                                              const TermList& terms) {
-  const unsigned local = state.local_qubits();
-  check_terms(terms.masks, terms.coeffs, static_cast<int>(state.num_qubits()), "variable");
-  const std::uint64_t low = (std::uint64_t{1} << local) - 1;
-  const auto rank = static_cast<std::uint64_t>(state.rank());
-  TermList kept;
-  for (std::size_t t = 0; t < terms.masks.size(); ++t) {
-    const std::uint64_t global = terms.masks[t] >> local;
-    if ((global & rank) != global) continue;
-    kept.masks.push_back(terms.masks[t] & low);
-    kept.coeffs.push_back(terms.coeffs[t]);
-  }
-  return energies_from_monomials(static_cast<int>(local), kept.masks, kept.coeffs);
-}
-
-TermList without_constant(const TermList& terms) {
-  TermList out;
-  for (std::size_t t = 0; t < terms.masks.size() && t < terms.coeffs.size(); ++t) {
-    if (terms.masks[t] == 0) continue;
-    out.masks.push_back(terms.masks[t]);
-    out.coeffs.push_back(terms.coeffs[t]);
-  }
-  return out;
+// The merged non-constant Z terms of a list: D's terms as the phase layer sees them.
+std::vector<PhaseTerm> varying_terms(const TermList& terms) {
+  return phase_form(terms.masks, terms.coeffs).terms;
 }
 
 }  // namespace
 
 QaoaEvaluation::QaoaEvaluation(MPI_Comm comm, unsigned num_qubits, const TermList& phase,
-                               EnergyForm form, const TermList& energies)
+                               EnergyForm form, const TermList& energies,
+                               std::optional<std::vector<std::pair<unsigned, unsigned>>> xy_pairs,
+                               std::optional<std::vector<Gate>> initial)
     : state_(comm, num_qubits) {
   check_mpi(MPI_Comm_dup(comm, &comm_), "MPI_Comm_dup", comm);
   check_mpi(MPI_Comm_set_errhandler(comm_, MPI_ERRORS_RETURN), "MPI_Comm_set_errhandler", comm_);
   try {
     on_every_rank(comm_, rank(), [&] {
-      energies_ = form == EnergyForm::kZTerms
-                      ? local_z_energies(state_, energies.masks, energies.coeffs)
-                      : local_monomial_energies(state_, energies);
-      // D is often E less its constant (an operator problem): E then serves as D, the constant
-      // only turning the global phase.
-      if (form != EnergyForm::kZTerms || !(without_constant(energies) == phase)) {
-        phase_ = local_z_energies(state_, phase.masks, phase.coeffs);
+      const int n = static_cast<int>(num_qubits);
+      check_terms(phase.masks, phase.coeffs, n, "qubit");
+      TermList z;
+      if (form == EnergyForm::kMonomials) {
+        check_terms(energies.masks, energies.coeffs, n, "variable");
+        z = z_terms_of_monomials(energies.masks, energies.coeffs);
       }
+      const TermList& e = form == EnergyForm::kMonomials ? z : energies;
+      energies_ = std::make_shared<const DiagonalValues>(local_diagonal(state_, e.masks, e.coeffs));
+      // D is often E less its constant: E then serves as D, the constant only turning the
+      // global phase.
+      const std::vector<PhaseTerm> d = varying_terms(phase);
+      TermList own;  // D's terms where they are not E's
+      if (d == varying_terms(e)) {
+        phase_ = energies_;
+      } else {
+        for (const PhaseTerm& t : d) {
+          own.masks.push_back(t.mask);
+          own.coeffs.push_back(t.coefficient);
+        }
+        phase_ =
+            std::make_shared<const DiagonalValues>(local_diagonal(state_, own.masks, own.coeffs));
+      }
+      // X layers stay transposed between layers: D in that layout too, from the same terms.
+      if (!xy_pairs && state_.keeps_x_layout()) {
+        const TermList& terms = phase_ == energies_ ? e : own;
+        phase_transposed_ = std::make_shared<const DiagonalValues>(
+            local_diagonal(state_, terms.masks, terms.coeffs, Layout::kTransposed));
+      }
+      ansatz_ = {phase_.get(), energies_.get(), std::move(xy_pairs), std::move(initial),
+                 phase_transposed_.get()};
+      state_.check_ansatz(ansatz_);
     });
   } catch (...) {
     MPI_Comm_free(&comm_);
@@ -93,7 +95,7 @@ QaoaEvaluation::~QaoaEvaluation() {
   if (comm_ != MPI_COMM_NULL) MPI_Comm_free(&comm_);
 }
 
-void QaoaEvaluation::check_same_angles(std::span<const double> angles) const {
+void QaoaEvaluation::accept_angles(std::span<const double> angles) {
   long long sizes[2] = {static_cast<long long>(angles.size()),
                         -static_cast<long long>(angles.size())};
   long long extremes[2] = {0, 0};
@@ -115,49 +117,77 @@ void QaoaEvaluation::check_same_angles(std::span<const double> angles) const {
         "the ranks were given different angles: every rank must run the same optimisation from "
         "the same starting angles (seed random draws alike on every rank)");
   }
-}
-
-double QaoaEvaluation::loss(std::span<const double> angles, const LossSettings& settings) {
-  check_same_angles(angles);
   if (angles.size() < 2 || angles.size() % 2 != 0) {
     throw std::invalid_argument(
         "the angles must be 2p values (p gammas, then p betas), p >= 1; got " +
         std::to_string(angles.size()));
   }
   check_finite(angles, "angles");
-  const std::size_t p = angles.size() / 2;
-  probabilities_ = AlignedBuffer<double>();  // the state below no longer matches them
-  state_.set_uniform();
-  for (std::size_t i = 0; i < p; ++i) {
-    state_.apply_phase(phase_.size() != 0 ? phase_ : energies_, angles[i]);
-    state_.apply_x_mixer(angles[p + i]);
-  }
-  AlignedBuffer<double> probabilities = state_.local_probabilities();
-  double value = 0.0;
-  switch (settings.kind) {
-    case LossKind::kExpectation: value = state_.expectation(probabilities, energies_); break;
-    case LossKind::kCvar: value = state_.cvar(probabilities, energies_, settings.alpha); break;
-    case LossKind::kGibbs:
-      value = state_.gibbs_loss(probabilities, energies_, settings.temperature);
-      break;
-  }
-  probabilities_ = std::move(probabilities);
-  // The sums are the same on every rank in practice; rank 0's value makes it so by contract.
-  check_mpi(MPI_Bcast(&value, 1, MPI_DOUBLE, 0, comm_), "MPI_Bcast", comm_);
+  // From here on the state follows these angles; until it holds them, top_solutions re-runs.
+  angles_.assign(angles.begin(), angles.end());
+  state_at_angles_ = false;
+}
+
+void QaoaEvaluation::share_rank0(std::span<double> values) const {
+  // The sums are the same on every rank in practice; rank 0's values make it so by contract.
+  check_mpi(MPI_Bcast(values.data(), static_cast<int>(values.size()), MPI_DOUBLE, 0, comm_),
+            "MPI_Bcast", comm_);
+}
+
+double QaoaEvaluation::loss(std::span<const double> angles, const LossSettings& settings) {
+  accept_angles(angles);
+  state_.run_ansatz(ansatz_, angles);
+  state_at_angles_ = true;
+  double value = state_.loss(*energies_, settings);
+  share_rank0({&value, 1});
   return value;
 }
 
-std::vector<Solution> QaoaEvaluation::top_solutions(std::size_t count) const {
-  if (probabilities_.size() == 0) {
-    throw std::logic_error("top_solutions needs a state: evaluate a loss first");
+double QaoaEvaluation::loss_and_gradient(std::span<const double> angles,
+                                         const LossSettings& settings, std::span<double> gradient) {
+  accept_angles(angles);
+  double value = state_.loss_and_gradient(ansatz_, angles, settings, gradient);
+  share_rank0({&value, 1});
+  share_rank0(gradient);
+  return value;
+}
+
+std::vector<Count> QaoaEvaluation::sample(std::span<const double> angles, std::uint64_t shots,
+                                          std::uint64_t seed) {
+  accept_angles(angles);
+  std::uint64_t shared[2] = {shots, seed};
+  check_mpi(MPI_Bcast(shared, 2, MPI_UINT64_T, 0, comm_), "MPI_Bcast", comm_);
+  state_.run_ansatz(ansatz_, angles);
+  state_at_angles_ = true;
+  return state_.sample_all(shared[0], shared[1]);
+}
+
+std::vector<Solution> QaoaEvaluation::top_solutions(std::size_t count) {
+  if (angles_.empty()) {
+    throw std::logic_error("top_solutions needs a state: evaluate a loss or sample first");
   }
-  return state_.top_solutions(probabilities_, count);
+  // The gradient's backward sweep leaves the state at the start of the layers.
+  if (!state_at_angles_) {
+    state_.run_ansatz(ansatz_, angles_);
+    state_at_angles_ = true;
+  }
+  const AlignedBuffer<double> p = state_.local_probabilities();
+  return state_.top_solutions(p, count);
 }
 
 std::pair<double, double> QaoaEvaluation::energy_range() const {
-  const auto [low, high] =
-      std::minmax_element(energies_.data(), energies_.data() + energies_.size());
-  double local[2] = {*low, -*high};
+  const DiagonalValues& e = *energies_;
+  double low = INFINITY, high = -INFINITY;
+  if (const double* dense = e.dense()) {
+    const auto [min, max] = std::minmax_element(dense, dense + e.size());
+    low = *min;
+    high = *max;
+  } else {
+    // The levels are the values that occur, in ascending order.
+    low = e.levels().front();
+    high = e.levels().back();
+  }
+  double local[2] = {low, -high};
   double global[2] = {0.0, 0.0};
   check_mpi(MPI_Allreduce(local, global, 2, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce", comm_);
   return {global[0], -global[1]};

@@ -4,7 +4,6 @@
 #include <bit>
 #include <cmath>
 #include <string>
-#include <unordered_map>
 
 #include "corvid/qaoa/checks.h"
 #include "corvid/qaoa/term_list.h"
@@ -92,23 +91,8 @@ EnergyTable energy_table_from_monomials(int num_vars, std::span<const std::uint6
                                         std::span<const double> coeffs) {
   check_num_bits(num_vars, "num_vars");
   check_terms(masks, coeffs, num_vars, "variable");
-  // c * prod_{i in T} x_i = c * 2^-|T| * sum_{S subset of T} (-1)^|S| Z_S; the scalings by
-  // powers of two are exact.
-  std::unordered_map<std::uint64_t, double> z;
-  for (std::size_t t = 0; t < masks.size(); ++t) {
-    const double share = std::ldexp(coeffs[t], -std::popcount(masks[t]));
-    for (std::uint64_t s = masks[t];; s = (s - 1) & masks[t]) {
-      z[s] += (std::popcount(s) & 1) ? -share : share;
-      if (s == 0) break;
-    }
-  }
-  std::vector<std::uint64_t> z_masks;
-  std::vector<double> z_coeffs;
-  for (const auto& [mask, c] : z) {
-    z_masks.push_back(mask);
-    z_coeffs.push_back(c);
-  }
-  return table_of(num_vars, phase_form(z_masks, z_coeffs));
+  const TermList z = z_terms_of_monomials(masks, coeffs);
+  return table_of(num_vars, phase_form(z.masks, z.coeffs));
 }
 
 }  // namespace corvid

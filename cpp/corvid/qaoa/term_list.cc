@@ -1,5 +1,9 @@
 #include "corvid/qaoa/term_list.h"
 
+#include <bit>
+#include <cmath>
+#include <unordered_map>
+
 namespace corvid {
 
 AlignedBuffer<double> dense_coefficients(int num_bits, std::span<const std::uint64_t> masks,
@@ -24,6 +28,25 @@ PhaseForm phase_form(std::span<const std::uint64_t> masks, std::span<const doubl
   }
   form.terms = merge_terms(std::move(form.terms));
   return form;
+}
+
+TermList z_terms_of_monomials(std::span<const std::uint64_t> masks,
+                              std::span<const double> coeffs) {
+  // c * prod_{i in T} x_i = c * 2^-|T| * sum_{S subset of T} (-1)^|S| Z_S.
+  std::unordered_map<std::uint64_t, double> z;
+  for (std::size_t t = 0; t < masks.size(); ++t) {
+    const double share = std::ldexp(coeffs[t], -std::popcount(masks[t]));
+    for (std::uint64_t s = masks[t];; s = (s - 1) & masks[t]) {
+      z[s] += (std::popcount(s) & 1) ? -share : share;
+      if (s == 0) break;
+    }
+  }
+  TermList out;
+  for (const auto& [mask, c] : z) {
+    out.masks.push_back(mask);
+    out.coeffs.push_back(c);
+  }
+  return out;
 }
 
 }  // namespace corvid

@@ -28,6 +28,19 @@ struct PhaseForm {
 };
 PhaseForm phase_form(std::span<const std::uint64_t> masks, std::span<const double> coeffs);
 
+/// A term list: masks[t] with coefficient coeffs[t].
+struct TermList {
+  std::vector<std::uint64_t> masks;
+  std::vector<double> coeffs;
+  friend bool operator==(const TermList&, const TermList&) = default;
+};
+
+/// The Z terms of the binary polynomial sum_t coeffs[t] * prod_{i in masks[t]} x_i, with
+/// x_i = (1 - Z_i)/2: one term per distinct subset of a monomial, in no particular order.
+/// Exact (scalings by powers of two) while the sums fit a double's mantissa.
+/// O(sum_t 2^|masks[t]|).
+TermList z_terms_of_monomials(std::span<const std::uint64_t> masks, std::span<const double> coeffs);
+
 /// out[s] = sum_t coeffs[t] * factor(states[s], masks[t]), summed in term order.
 /// O(terms x states), parallel over states when that product is large.
 template <class Factor>

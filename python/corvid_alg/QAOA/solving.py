@@ -9,6 +9,7 @@ import numpy as np
 import sympy
 
 import corvid
+from corvid import diagonal
 
 from . import angles as _angles
 from .problems import NamedProblem
@@ -22,7 +23,6 @@ __all__ = ["solve"]
 _OPTIMUM_TOLERANCE = 1e-9
 # The energy distribution a result keeps: at most this many levels (bins of equal width).
 _LEVEL_BINS = 256
-_LEVEL_CHUNK = 1 << 20
 
 
 def solve(problem, layers=1, *, top_k=10, init_circuit=None, mixer_circuit=None, norm=False,
@@ -153,20 +153,20 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
     if span is not None:
         low, high = span
         threshold = low + _OPTIMUM_TOLERANCE * max(1.0, abs(low), abs(high))
-        energies = None
+        counts = None
         if hasattr(solutions, "probabilities"):
-            energies, weights = qaoa.energy_dict.all_energies(), solutions.probabilities
-        else:
+            counts = diagonal.energy_histogram(solutions.probabilities,
+                                               qaoa.energy_dict.energies(), low, high,
+                                               _LEVEL_BINS, threshold)
+        elif not spread or len(solutions) == 2 ** qaoa.problem_dimension:
+            # sampled (the keys drawn), or MPI with every state returned
+            qaoa.energy_dict.prefetch(solutions)
+            energies = np.array([energy_of(key) for key in solutions], dtype=float)
             weights = np.fromiter(solutions.values(), dtype=float, count=len(solutions))
-            if not spread:  # sampled: the keys drawn
-                indices = np.array([int(key, 2) for key in solutions], dtype=np.int64)
-                energies = qaoa.energy_dict.all_energies()[indices]
-            elif len(solutions) == 2 ** qaoa.problem_dimension:  # MPI, every state returned
-                qaoa.energy_dict.prefetch(solutions)
-                energies = np.array([energy_of(key) for key in solutions], dtype=float)
-        if energies is not None:
-            p_optimum = float(weights[energies <= threshold].sum())
-            levels = _energy_levels(energies, weights, low, high)
+            counts = diagonal.energy_histogram(weights, energies, low, high, _LEVEL_BINS,
+                                               threshold)
+        if counts is not None:
+            p_optimum, levels = float(counts[0]), _energy_levels(*counts[1:], low, high)
         ratio, expected_ratio = (_ratio(best.energy, low, high), _ratio(expected, low, high))
     history = qaoa.history
     result = qaoa.optimizer_result
@@ -186,20 +186,11 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
     }
 
 
-def _energy_levels(energies, weights, low, high):
-    """[energy, probability] per occupied bin of _LEVEL_BINS equal bins over [low, high], each
-    at the mean energy of its probability (rounded to 12 digits, so a bin holding one level
-    reports that level), summed in chunks so that no temporary is 2^n long."""
+def _energy_levels(mass, moment, low, high):
+    """[energy, probability] per occupied bin, each at the mean energy of its probability
+    (rounded to 12 digits, so a bin holding one level reports that level)."""
     if high == low:
-        return [[low, float(np.sum(weights))]]
-    scale = _LEVEL_BINS / (high - low)
-    mass, moment = np.zeros(_LEVEL_BINS), np.zeros(_LEVEL_BINS)
-    for start in range(0, len(energies), _LEVEL_CHUNK):
-        e = energies[start:start + _LEVEL_CHUNK]
-        w = np.asarray(weights[start:start + _LEVEL_CHUNK], dtype=float)
-        index = np.minimum(((e - low) * scale).astype(np.int64), _LEVEL_BINS - 1)
-        mass += np.bincount(index, weights=w, minlength=_LEVEL_BINS)
-        moment += np.bincount(index, weights=w * e, minlength=_LEVEL_BINS)
+        return [[low, float(mass[0])]]
     return [[float(f"{moment[k] / mass[k]:.12g}"), float(mass[k])]
             for k in np.flatnonzero(mass > 0)]
 
