@@ -3,9 +3,10 @@
 Distribution is on when ``CORVID_MPI`` says so ("1"/"on", or "0"/"off" to turn it off), and
 otherwise when the launcher's environment reports more than one rank (``OMPI_COMM_WORLD_SIZE``
 under OpenMPI's ``mpirun``, ``PMI_SIZE`` under MPICH's and Slurm's). Without a launcher nothing
-here loads MPI. MPI itself is initialised by the first call that needs it (``rank``, ``size``,
-``QaoaEvaluation``) and finalised at exit; a program that initialised it already (mpi4py)
-keeps that.
+here loads MPI. A ``corvid_alg.QAOA`` object asks once, when it is made (or unpickled), and
+then computes over the ranks or alone for its whole life. MPI itself is initialised by the
+first call that needs it (``rank``, ``size``, ``QaoaEvaluation``) and finalised at exit; a
+program that initialised it already (mpi4py) keeps that.
 """
 
 import os

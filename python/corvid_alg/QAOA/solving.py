@@ -146,8 +146,9 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
            for key, probability in islice(solutions.items(), top_k)]
     best = min(top, key=lambda s: (s.energy, -s.probability))
     low = high = p_optimum = ratio = expected_ratio = levels = None
-    spread = distributed.active()  # the solutions then are the most probable states only
-    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if spread
+    # Exact under MPI, the solutions are the most probable states only.
+    top_only = distributed.active() and qaoa.shots == -1
+    expected = float(qaoa.evaluate(final_angles, loss_type="default")[0] if top_only
                      else qaoa._loss_function_default(solutions))
     span = qaoa._energy_range()
     if span is not None:
@@ -158,7 +159,7 @@ def _summary(qaoa, solutions, final_angles, loss, top_k):
             counts = diagonal.energy_histogram(solutions.probabilities,
                                                qaoa.energy_dict.energies(), low, high,
                                                _LEVEL_BINS, threshold)
-        elif not spread or len(solutions) == 2 ** qaoa.problem_dimension:
+        elif not top_only or len(solutions) == 2 ** qaoa.problem_dimension:
             # sampled (the keys drawn), or MPI with every state returned
             qaoa.energy_dict.prefetch(solutions)
             energies = np.array([energy_of(key) for key in solutions], dtype=float)

@@ -34,7 +34,8 @@ class TrackedQAOA(QAOA):
         return loss
 
     def run_qaoa_circuit(self, gammas, betas, shots=-1):
-        if (self._sampler is None or isinstance(shots, bool)
+        # Over MPI ranks the samples are drawn there, seeded from numpy's global generator.
+        if (self._sampler is None or self._ranks is not None or isinstance(shots, bool)
                 or not isinstance(shots, numbers.Integral) or shots <= 0):
             return super().run_qaoa_circuit(gammas, betas, shots)
         exact = super().run_qaoa_circuit(gammas, betas, -1)

@@ -154,17 +154,19 @@ class QAOA:
         self.energy_dict = EnergyCache(self._energy_model)
         self._busy = threading.RLock()
         self._in_run = False
-        self._distributed = None  # the evaluation over MPI ranks, made on first use
+        # Under an MPI launcher every evaluation runs over the ranks; None: in this process.
+        self._ranks = distributed.backend()
 
     def __getstate__(self):
         state = self.__dict__.copy()
         state.pop("_busy", None)
-        state["_distributed"] = None
+        state.pop("_ranks", None)
         return state
 
     def __setstate__(self, state):
         self.__dict__.update(state)
         self._busy = threading.RLock()
+        self._ranks = distributed.backend()  # where the copy lives
 
     # --- energies -----------------------------------------------------------------------------
 
@@ -270,11 +272,18 @@ class QAOA:
         Returns a mapping from bit string (qubit 0 right-most) to probability. With shots = -1
         it holds every basis state, in ascending order, and is a ``corvid.ProbabilityMap``
         backed by the machine's probability buffer; with shots > 0 it is a dict of observed
-        frequencies hits/shots. Under MPI (see ``run``) it is refused: its 2^n probabilities
-        stay spread over the ranks.
+        frequencies hits/shots. Under MPI (see ``run``) shots = -1 is refused (the 2^n
+        probabilities stay spread over the ranks) and the samples are drawn over the ranks.
         """
-        if distributed.active():
-            distributed.refuse("run_qaoa_circuit (it returns all 2^n probabilities)")
+        if shots != -1 and not shots > 0:
+            raise ValueError("Invalid shots number: " + str(shots))
+        if self._ranks is not None:
+            layer = len(gammas) if self.layer is None else self.layer
+            angles = np.concatenate((np.asarray(gammas[:layer], dtype=float),
+                                     np.asarray(betas[:layer], dtype=float)))
+            prob_result = self._ranks.samples(self, angles, shots)
+            self.circuit_iter += 1
+            return prob_result
         qvm = corvid.CPUQVM()
         qvm.init_qvm()
         qlist = qvm.qAlloc_many(self.problem_dimension)
@@ -282,14 +291,12 @@ class QAOA:
         qaoa_prog << self._qaoa_circuit(qlist, gammas, betas)
         if shots == -1:
             prob_result = qvm.prob_run_dict(qaoa_prog, qlist, -1)
-        elif shots > 0:
+        else:
             clist = qvm.cAlloc_many(self.problem_dimension)
             qaoa_prog << corvid.measure_all(qlist, clist)
             prob_result = qvm.run_with_configuration(qaoa_prog, clist, shots)
             for key in prob_result:
                 prob_result[key] = prob_result[key] / shots
-        else:
-            raise ValueError("Invalid shots number: " + str(shots))
         qvm.finalize()
         self.circuit_iter += 1
         return prob_result
@@ -322,9 +329,12 @@ class QAOA:
         finite stops the run with FloatingPointError; called directly it is returned as is.
         """
         gammas, betas = paras[:self.layer], paras[self.layer:]
-        if distributed.active():
+        if self._ranks is not None and self.shots == -1:
             result = None
-            loss = self._distributed_loss(gammas, betas)
+            settings = gradient.loss_settings(self.loss_type, self.alpha, self.temperature)
+            loss = self._ranks.loss(self, np.asarray(paras[:2 * self.layer], dtype=float),
+                                    settings)
+            self.circuit_iter += 1
         else:
             result = self.run_qaoa_circuit(gammas, betas, self.shots)
             if not isinstance(self.loss_type, str) or self.loss_type not in _LOSSES:
@@ -335,23 +345,13 @@ class QAOA:
             raise FloatingPointError(self._non_finite_message(loss, result))
         return loss
 
-    def _distributed_loss(self, gammas, betas):
-        """The loss over the ranks of an MPI job, the same value on every rank."""
-        settings = gradient.loss_settings(self.loss_type, self.alpha, self.temperature)
-        evaluation = distributed.evaluation(self, self.shots)
-        angles = np.concatenate((np.asarray(gammas[:self.layer], dtype=float),
-                                 np.asarray(betas[:self.layer], dtype=float)))
-        loss = evaluation.loss(angles, *settings)
-        self.circuit_iter += 1
-        return loss
-
     def _energy_range(self):
         """(least, greatest) energy over all basis states, or None where the energies do not
         come as one table or that table would exceed 2^MAX_TABLE_QUBITS entries."""
         if not self.energy_dict.whole_space:
             return None
-        if distributed.active():
-            return distributed.evaluation(self, -1).energy_range()
+        if self._ranks is not None:
+            return self._ranks.energy_range(self)
         if self.problem_dimension > MAX_TABLE_QUBITS:
             return None
         energies = self.energy_dict.energies()  # a level table: its levels' range
@@ -421,23 +421,25 @@ class QAOA:
         initial state the gradient is exact, by adjoint differentiation in double precision:
         about three and a half evaluations' time and two more states of memory, counted as one
         evaluation (``iter``) and one circuit run (``circuit_iter``). With any other mixer it
-        is estimated by central differences (two counted evaluations per angle). A sampling
-        object (shots > 0) is refused with ValueError.
+        is estimated by central differences (two counted evaluations per angle); under MPI
+        (see ``run``) the ranks differentiate together and other mixers are refused. A
+        sampling object (shots > 0) is refused with ValueError.
         """
         gradient.require_exact(self.shots, "loss_and_gradient")
-        if distributed.active():
-            distributed.refuse("the exact gradient (loss_and_gradient, jac=True)")
         if np.ndim(paras) != 1:
             raise ValueError(f"paras must be one vector of 2p angles, got shape {np.shape(paras)}")
         paras = gradient.angle_matrix(paras, "paras")[0]
         settings = self._call_settings(loss_type, alpha, temperature)
         description = self._ansatz_description()
-        if description is None:
+        if self._ranks is not None:
+            loss, grad = self._ranks.loss_and_gradient(self, paras, settings)
+        elif description is None:
             return gradient.central_differences(lambda x: self._loss_with(x, settings), paras,
                                                 corvid.default_precision())
-        loss, grad = corvid.ansatz.loss_and_gradient(
-            energies=self.energy_dict.energies(), angles=paras, loss=settings[0],
-            alpha=settings[1], temperature=settings[2], **description)
+        else:
+            loss, grad = corvid.ansatz.loss_and_gradient(
+                energies=self.energy_dict.energies(), angles=paras, loss=settings[0],
+                alpha=settings[1], temperature=settings[2], **description)
         self.iter += 1
         self.circuit_iter += 1
         self._check_finite_in_run(loss)
@@ -460,7 +462,7 @@ class QAOA:
         matrix = gradient.angle_matrix(angle_matrix, "angle_matrix")
         settings = self._call_settings(loss_type, alpha, temperature)
         description = self._ansatz_description()
-        if description is None or distributed.active():
+        if description is None or self._ranks is not None:
             return np.array([float(self._loss_with(row, settings)) for row in matrix])
         values = corvid.ansatz.losses(
             energies=self.energy_dict.energies(), angles=matrix, loss=settings[0],
@@ -601,11 +603,14 @@ class QAOA:
 
         Under an MPI launcher (``mpirun -n R``, R a power of two; see ``corvid.mpi`` for when
         distribution is on) every rank runs the same script: the state is spread over the
-        ranks, each loss is computed by all of them and every rank gets the same value, and
-        the run starts from rank 0's angles. solutions then holds the most probable
-        ``distributed.TOP_SOLUTIONS`` (65,536) states only, the same on every rank. Sampling,
-        the exact gradient, custom and XY mixers and custom initial states are refused there
-        with NotImplementedError.
+        ranks, each loss (and gradient) is computed by all of them and every rank gets the same
+        value, and the run starts from rank 0's angles and rank 0's state of numpy's global
+        generator. With shots = -1 solutions then holds the most probable
+        ``distributed.TOP_SOLUTIONS`` (65,536) states only, the same on every rank; with
+        shots > 0 each sample is seeded from numpy's global generator, so ``np.random.seed``
+        makes a sampled run repeat, on any number of ranks. Refused there with
+        NotImplementedError: a mixer_circuit other than those of ``default_circuits``, a
+        replaced ``calculate_energy``, ``run_qaoa_circuit`` with shots = -1.
 
         The run also leaves ``history`` (every loss evaluation, the final one included),
         ``best`` (the least loss among them) and ``optimizer_result``: scipy's
@@ -624,8 +629,6 @@ class QAOA:
             raise TypeError("optimizer must be None, 'SPSA' or a scipy.optimize.minimize method "
                             f"(a name or a callable), not {type(optimizer).__name__} "
                             f"{optimizer!r}")
-        if distributed.active():
-            distributed.share_random_state()
         checked = self._check_layer_and_generate_initial_para(layer, initial_para)
         if self.optimize_type not in ("default", "interp"):
             raise ValueError("wrong optimize type, only support default, interp")
@@ -634,11 +637,9 @@ class QAOA:
             optimizer_option = {}
         gamma_bounds = loss_option.get("gamma_bounds")
         beta_bounds = loss_option.get("beta_bounds")
-        if distributed.active():
-            # Every rank starts where rank 0 does, and SPSA perturbs alike on every rank.
-            initial_para = distributed.rank0_angles(initial_para)
-            if self.optimizer == "SPSA" and optimizer_option.get("seed") is None:
-                optimizer_option = {**optimizer_option, "seed": distributed.shared_seed()}
+        if self._ranks is not None:  # every rank starts where rank 0 does and draws alike
+            initial_para, optimizer_option = self._ranks.start(initial_para, self.optimizer,
+                                                               optimizer_option)
         self.history = []
         self.optimizer_result = None
         self._in_run = True
@@ -658,8 +659,8 @@ class QAOA:
             # so the two never share memory.
             loss_result = self._loss_function(para_result)
             self._record(para_result, loss_result)
-            if distributed.active():
-                qaoa_result = distributed.solutions(self._distributed, self.problem_dimension)
+            if self._ranks is not None and self.shots == -1:
+                qaoa_result = self._ranks.solutions(self)
             else:
                 qaoa_result = self.run_qaoa_circuit(para_result[:p], para_result[p:], self.shots)
         finally:
