@@ -218,8 +218,8 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
       require_memory(SIZE_MAX, "the distributed state");
     }
     require_memory(per_rank * static_cast<std::size_t>(node_ranks),
-                   "the slices of the distributed state's " + std::to_string(node_ranks) +
-                       " ranks on this node");
+                   "this node's share of the distributed state (" + std::to_string(node_ranks) +
+                       " ranks on this node)");
     amps_ = AlignedBuffer<Amp>(local_size, "the local slice of the distributed state");
     if (ranks > 1) {
       buffer_ = AlignedBuffer<Amp>(chunk, "the exchange buffer of the distributed state");
