@@ -86,7 +86,7 @@ SDK_CASES = [
     ("program of another machine", lambda: _M.prob_run_dict(QProg() << H(_OQ[0]), _Q, -1), ValueError, "another machine"),
     ("program on finalized qubits", lambda: _M.prob_run_dict(QProg() << H(_DQ[0]), _Q, -1), ValueError, "another machine"),
     ("qubit listed twice", lambda: _M.prob_run_dict(_PROG, [_Q[0], _Q[0]], -1), ValueError, "more than once"),
-    ("qubit not allocated", lambda: _M.prob_run_dict(_PROG, [5], -1), IndexError, "not allocated"),
+    ("qubit not allocated", lambda: _M.prob_run_dict(_PROG, [3], -1), IndexError, "not allocated"),
     ("qubit list not iterable", lambda: _M.prob_run_dict(_PROG, 5, -1), TypeError, "not iterable"),
     ("program None", lambda: _M.prob_run_dict(None, _Q, -1), TypeError, "incompatible"),
     *_inputs("shots", lambda shots: _M.run_with_configuration(_PROG, _C, shots), [
@@ -94,12 +94,14 @@ SDK_CASES = [
         (1.5, ValueError, "must be an integer"), (True, ValueError, "must be an integer"),
         ("5", ValueError, "must be an integer"), (2**64, ValueError, "too large")]),
     ("bits of another machine", lambda: _M.run_with_configuration(_PROG, _OC, 5), ValueError, "another machine"),
+    ("bit listed twice", lambda: _M.run_with_configuration(_PROG, [_C[1], _C[1]], 1), ValueError, "more than once"),
+    ("bit not allocated", lambda: _M.run_with_configuration(_PROG, [9], 1), IndexError, "not allocated"),
     ("65 classical bits", lambda: _M.run_with_configuration(_PROG, _M.cAlloc_many(65), 5), ValueError, "at most 64"),
     ("state before any run", lambda: CPUQVM().state_vector(), ValueError, "no program has been run"),
     *[(f"finalized: {name}", lambda name=name, args=args: getattr(_DEAD, name)(*args), ValueError, "finalized")
       for name, args in [("qAlloc_many", [1]), ("prob_run_dict", [QProg() << H(_DQ[0]), _DQ, -1]), ("init_qvm", []),
                          ("run_with_configuration", [QProg(), _DC, 1]), ("cAlloc_many", [1]), ("state_vector", [])]],
-    ("gate on a qubit not allocated", lambda: _M.prob_run_dict(QProg() << H(5), _Q), IndexError, "qubit 5 but only 3"),
+    ("gate on a qubit not allocated", lambda: _M.prob_run_dict(QProg() << H(3), _Q), IndexError, "qubit 3 but only 3"),
     ("measurement into a bit not allocated", lambda: _M.run_with_configuration(QProg() << corvid.Measure(0, 1000), _C, 1), IndexError, "not allocated"),
     # performance controls
     ("kernel set unknown", lambda: corvid.set_kernel_set("no-such-set"), ValueError, "no-such-set"),

@@ -78,13 +78,14 @@ def test_to_hamiltonian_list_form():
 
 
 def test_remap_fills_callers_dict_and_max_index():
-    op = PauliOperator({"Z7 Z3": 1.0, "X12": 2.0, "": 0.5})
-    mapping = {99: 99}
+    op = PauliOperator({"Z7 Z3": 1.0, "X12": 2.0, "": 0.5, "Y3": -1.0})
+    mapping = {99: 99}  # stale entries are cleared
     remapped = op.remapQubitIndex(mapping)
     assert mapping == {3: 0, 7: 1, 12: 2}
-    assert remapped == PauliOperator({"Z0 Z1": 1.0, "X2": 2.0, "": 0.5})
+    assert remapped == PauliOperator({"Z0 Z1": 1.0, "X2": 2.0, "": 0.5, "Y0": -1.0})
     assert (op.getMaxIndex(), remapped.getMaxIndex()) == (12, 2)
     assert PauliOperator(3).getMaxIndex() == -1 and PauliOperator().getMaxIndex() == -1
+    assert PauliOperator("Z4294967295", 1).getMaxIndex() == 4294967295
     constant_map = {}
     assert PauliOperator(3).remapQubitIndex(constant_map).getMaxIndex() + 1 == 0
     assert constant_map == {}
