@@ -60,12 +60,14 @@ bench-peers: build
 	$(DEV_PATH) $(PY) bench/evaluation.py
 
 # The distributed state over 1, 2 and 4 ranks of this machine, n = BENCH_MPI_QUBITS with the X
-# mixer and BENCH_MPI_XY with the XY ring mixer, p = 1, the cores shared out between the ranks (one rank per core at most; the state's memory guard refuses
-# an n that does not fit); then n = BENCH_MPI_EVALUATION through QaoaEvaluation (the path Python
-# takes) on BENCH_MPI_EVALUATION_RANKS ranks. One README table row per run.
+# mixer and BENCH_MPI_XY with the XY ring mixer, p = BENCH_MPI_LAYERS, the cores shared out
+# between the ranks (one rank per core at most; the state's memory guard refuses an n that does
+# not fit); then n = BENCH_MPI_EVALUATION through QaoaEvaluation (the path Python takes) on
+# BENCH_MPI_EVALUATION_RANKS ranks. One README table row per run.
 BENCH_MPI_QUBITS ?= 24 25 26 27 28
 BENCH_MPI_XY     ?= 24 26
 BENCH_MPI_RANKS  ?= 1 2 4
+BENCH_MPI_LAYERS ?= 1 4
 BENCH_MPI_EVALUATION ?= 26 27 28
 BENCH_MPI_EVALUATION_RANKS ?= 4
 NPROC            := $(shell nproc)
@@ -79,11 +81,11 @@ bench-mpi: build
 	            $(foreach n,$(BENCH_MPI_EVALUATION),$(n):x:evaluation); do \
 	  n=$${run%%:*}; mixer=$${run#*:}; path=$${mixer#*:}; mixer=$${mixer%:*}; \
 	  ranks="$(BENCH_MPI_RANKS)"; [ $$path = evaluation ] && ranks="$(BENCH_MPI_EVALUATION_RANKS)"; \
-	  for r in $$ranks; do \
+	  for p in $(BENCH_MPI_LAYERS); do for r in $$ranks; do \
 	    OMP_NUM_THREADS=$$(( $(NPROC) / r > 0 ? $(NPROC) / r : 1 )) $(MPI_ENV) \
-	    mpirun --bind-to none -n $$r $(BUILD)/dist_evaluation_time $$n 1 2 $$mixer $$path \
+	    mpirun --bind-to none -n $$r $(BUILD)/dist_evaluation_time $$n $$p 2 $$mixer $$path \
 	      || exit 1; \
-	  done; \
+	  done; done; \
 	done
 
 install: venv

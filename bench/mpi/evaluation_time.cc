@@ -64,7 +64,8 @@ int main(int argc, char** argv) {
     ring.emplace_back(n - 1, 0);
     // Only the path being measured is built, so that the peak is its own.
     std::optional<corvid::dist::DistributedState> own_state;
-    std::optional<corvid::DiagonalValues> diagonal;
+    std::optional<corvid::DiagonalValues> diagonal, transposed;
+    corvid::dist::DistributedAnsatz ansatz;
     std::optional<corvid::dist::QaoaEvaluation> evaluation;
     std::vector<double> angles(2 * layers);
     for (int l = 0; l < layers; ++l) {
@@ -78,6 +79,13 @@ int main(int argc, char** argv) {
     } else {
       own_state.emplace(MPI_COMM_WORLD, n);
       diagonal.emplace(corvid::dist::local_diagonal(*own_state, masks, coeffs));
+      // The X mixer keeps its transposed layout between layers.
+      if (!xy && own_state->keeps_x_layout()) {
+        transposed.emplace(corvid::dist::local_diagonal(*own_state, masks, coeffs,
+                                                        corvid::dist::Layout::kTransposed));
+      }
+      ansatz = {&*diagonal, &*diagonal, xy ? std::optional(ring) : std::nullopt, std::nullopt,
+                transposed ? &*transposed : nullptr};
     }
     const corvid::dist::DistributedState& state = evaluation ? evaluation->state() : *own_state;
     double best = 1e300, loss = 0.0;
@@ -89,15 +97,7 @@ int main(int argc, char** argv) {
       if (evaluation) {
         loss = evaluation->loss(angles, {});
       } else {
-        own_state->set_uniform();
-        for (int l = 0; l < layers; ++l) {
-          own_state->apply_phase(*diagonal, angles[l]);
-          if (xy) {
-            own_state->apply_xy_mixer(ring, angles[layers + l]);
-          } else {
-            own_state->apply_x_mixer(angles[layers + l]);
-          }
-        }
+        own_state->run_ansatz(ansatz, angles);
         loss = own_state->expectation(*diagonal);
       }
       const double seconds =
@@ -114,8 +114,8 @@ int main(int argc, char** argv) {
       const double slice_mib = std::ldexp(16.0, static_cast<int>(state.local_qubits()) - 20);
       // The least any layout can send per layer: every amplitude whose global qubits must meet
       // other values leaves its rank once, (1 - 1/R) of the slice (one transposition per layer,
-      // the permuted layout kept). The X mixer sends twice that (a transposition there and
-      // back, or for R = 2 one pairwise exchange of the whole slice).
+      // the permuted layout kept). The X mixer sends that (the uniform start is the same in
+      // both layouts, so no transposition back is needed for odd p).
       const double minimum_mib = slice_mib * (1.0 - 1.0 / ranks);
       std::printf(
           "| %u | %d | %s%s | %d | %.0f | %.0f | %.0f | %.2f | %.0f | %.0f | %.2f | %.12f |\n", n,

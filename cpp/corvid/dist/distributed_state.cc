@@ -63,6 +63,11 @@ void check_xy_pairs(std::span<const std::pair<unsigned, unsigned>> pairs, unsign
   }
 }
 
+// The X mixer's rotation, RX(-2·beta).
+Matrix2 mixer_rotation(double beta) {
+  return matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta));
+}
+
 void check_gates(std::span<const Gate> gates, unsigned n, unsigned local) {
   for (const Gate& g : gates) {
     for (const std::uint32_t q : g.qubits()) {
@@ -262,15 +267,22 @@ void DistributedState::apply_phase(std::span<const double> local_energies, doubl
 }
 
 void DistributedState::apply_x_mixer(double beta) {
-  x_layer(matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta)), nullptr, nullptr);
+  x_layer(mixer_rotation(beta), nullptr, nullptr);
 }
 
-bool DistributedState::transposes() const {
+bool DistributedState::transposes(bool kept) const {
+  // A transposition sends (1 - 1/2^k) of the slice, pairwise exchanges k slices: kept, it is
+  // the cheaper for every k >= 1; undone at once, only for k >= 2.
   const unsigned global = num_qubits_ - local_qubits_;
-  return global >= 2 && local_qubits_ >= global;
+  return global >= (kept ? 1u : 2u) && local_qubits_ >= global;
 }
 
-void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, double* z) {
+bool DistributedState::keeps_layout(const DistributedAnsatz& ansatz) const {
+  return !ansatz.xy_pairs && ansatz.phase_transposed != nullptr && keeps_x_layout();
+}
+
+void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, double* z,
+                               Layout* layout) {
   const unsigned local = local_qubits_;
   const Index size = amps_.size();
   // sum over qubits q in [from, to) of sum_x Im(conj(companion[x])·this[x ^ q]).
@@ -302,16 +314,21 @@ void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, d
   // The mixer commutes with every X_q: the products may be taken anywhere inside it.
   if (z != nullptr) products(0, local);
   rotate(0, local);
-  if (!transposes()) {
+  if (!transposes(layout != nullptr)) {
     for (unsigned j = 0; j < num_qubits_ - local; ++j) exchange_global(j, rx, companion, z);
     return;
   }
-  // The global qubits are the top local ones between two transpositions.
+  // The global qubits are the top local ones after a transposition, whichever layout it
+  // starts from: the transposition swaps the two sets of positions both ways.
   const unsigned global = num_qubits_ - local;
   transpose_both();
   if (z != nullptr) products(local - global, local);
   rotate(local - global, local);
-  transpose_both();
+  if (layout == nullptr) {
+    transpose_both();
+  } else {
+    *layout = *layout == Layout::kCanonical ? Layout::kTransposed : Layout::kCanonical;
+  }
 }
 
 void DistributedState::transpose() {
@@ -583,9 +600,11 @@ void DistributedState::check_ansatz(const DistributedAnsatz& ansatz,
 
 void DistributedState::check_ansatz(const DistributedAnsatz& ansatz) const {
   if (ansatz.initial) check_gates(*ansatz.initial, num_qubits_, local_qubits_);
-  for (const DiagonalValues* d : {ansatz.phase, ansatz.energies}) {
-    if (d == nullptr) throw std::invalid_argument("the ansatz needs its phase and energies");
-    const std::string error = diagonal_mismatch(*d, local_qubits_);
+  if (ansatz.phase == nullptr || ansatz.energies == nullptr) {
+    throw std::invalid_argument("the ansatz needs its phase and energies");
+  }
+  for (const DiagonalValues* d : {ansatz.phase, ansatz.energies, ansatz.phase_transposed}) {
+    const std::string error = d != nullptr ? diagonal_mismatch(*d, local_qubits_) : "";
     if (!error.empty()) throw std::invalid_argument(error);
   }
   if (ansatz.xy_pairs) check_xy_pairs(*ansatz.xy_pairs, num_qubits_, local_qubits_);
@@ -593,21 +612,27 @@ void DistributedState::check_ansatz(const DistributedAnsatz& ansatz) const {
 
 void DistributedState::run_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) {
   check_ansatz(ansatz, angles);
+  const std::size_t p = angles.size() / 2;
+  const bool keep = keeps_layout(ansatz);
+  Layout layout = Layout::kCanonical;
   if (ansatz.initial) {
     set_zero();
     apply_gates(*ansatz.initial);
   } else {
     set_uniform();
+    // The same state in either layout: start in the one that p layers turn into the canonical.
+    if (keep && p % 2 == 1) layout = Layout::kTransposed;
   }
-  const std::size_t p = angles.size() / 2;
   for (std::size_t j = 0; j < p; ++j) {
-    apply_phase(*ansatz.phase, angles[j]);
+    apply_phase(layout == Layout::kTransposed ? *ansatz.phase_transposed : *ansatz.phase,
+                angles[j]);
     if (ansatz.xy_pairs) {
       apply_xy_mixer(*ansatz.xy_pairs, angles[p + j]);
     } else {
-      apply_x_mixer(angles[p + j]);
+      x_layer(mixer_rotation(angles[p + j]), nullptr, nullptr, keep ? &layout : nullptr);
     }
   }
+  if (layout == Layout::kTransposed) transpose();
 }
 
 // With U_j = exp(−i·θ_j·H_j) the 2p factors and λ = U^†·(w∘ψ) carried back beside the state φ,
@@ -631,11 +656,14 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
 
   const std::size_t p = angles.size() / 2;
   std::fill(gradient.begin(), gradient.end(), 0.0);
+  // The sweep keeps X layers transposed as run_ansatz does, both states alike.
+  Layout layout = Layout::kCanonical;
+  const bool keep = keeps_layout(ansatz);
   for (std::size_t j = p; j-- > 0;) {
     const double beta = angles[p + j];
     double z = 0.0;
     if (!ansatz.xy_pairs) {
-      x_layer(matrix_of(Gate(GateKind::RX, {Qubit(0)}, 2.0 * beta)), &lambda, &z);
+      x_layer(mixer_rotation(-beta), &lambda, &z, keep ? &layout : nullptr);
     } else {
       std::vector<std::pair<unsigned, unsigned>> reversed(ansatz.xy_pairs->rbegin(),
                                                           ansatz.xy_pairs->rend());
@@ -644,13 +672,15 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
     gradient[p + j] = -2.0 * z;
     // Now just after the phase layer: its product, then undo it.
     double d = 0.0;
-    const DiagonalValues& phase = *ansatz.phase;
+    const DiagonalValues& phase =
+        layout == Layout::kTransposed ? *ansatz.phase_transposed : *ansatz.phase;
     for_each_value(phase, 0, size,
                    [&](Index x, double v) { d += v * std::imag(std::conj(l[x]) * f[x]); });
     gradient[j] = 2.0 * d;
     apply_phase(phase, -angles[j]);
     lambda.apply_phase(phase, -angles[j]);
   }
+  if (layout == Layout::kTransposed) transpose();  // the state only: λ is dropped
   check_mpi(MPI_Allreduce(MPI_IN_PLACE, gradient.data(), static_cast<int>(gradient.size()),
                           MPI_DOUBLE, MPI_SUM, comm_),
             "MPI_Allreduce", comm_);
@@ -995,18 +1025,33 @@ std::vector<Solution> DistributedState::top_solutions(std::span<const double> p,
 
 namespace {
 
-// The terms with this rank's global bits folded into the signs of their coefficients.
+// The terms with this rank's global bits folded into the signs of their coefficients; in the
+// transposed layout, each mask's global bits and its top k local bits first trade places.
 std::vector<PhaseTerm> local_terms(const DistributedState& state,
                                    std::span<const std::uint64_t> masks,
-                                   std::span<const double> coeffs) {
+                                   std::span<const double> coeffs,
+                                   Layout layout = Layout::kCanonical) {
   check_terms(masks, coeffs, static_cast<int>(state.num_qubits()), "qubit");
   const unsigned local = state.local_qubits();
+  const unsigned global = state.num_qubits() - local;
+  if (layout == Layout::kTransposed && local < global) {
+    throw std::invalid_argument("the transposed layout needs at least as many local qubits (" +
+                                std::to_string(local) + ") as global ones (" +
+                                std::to_string(global) + ")");
+  }
   const std::uint64_t low = (std::uint64_t{1} << local) - 1;
+  const std::uint64_t field = (std::uint64_t{1} << global) - 1;
   const std::uint64_t rank = static_cast<std::uint64_t>(state.rank());
   std::vector<PhaseTerm> terms(masks.size());
   for (std::size_t t = 0; t < masks.size(); ++t) {
-    const bool flip = (std::popcount((masks[t] >> local) & rank) & 1) != 0;
-    terms[t] = {masks[t] & low, flip ? -coeffs[t] : coeffs[t]};
+    std::uint64_t mask = masks[t];
+    if (layout == Layout::kTransposed) {
+      const std::uint64_t top = (mask >> (local - global)) & field;
+      const std::uint64_t ranked = mask >> local;
+      mask = (mask & (low >> global)) | (ranked << (local - global)) | (top << local);
+    }
+    const bool flip = (std::popcount((mask >> local) & rank) & 1) != 0;
+    terms[t] = {mask & low, flip ? -coeffs[t] : coeffs[t]};
   }
   return terms;
 }
@@ -1027,8 +1072,8 @@ AlignedBuffer<double> local_z_energies(const DistributedState& state,
 }
 
 DiagonalValues local_diagonal(const DistributedState& state, std::span<const std::uint64_t> masks,
-                              std::span<const double> coeffs) {
-  return DiagonalValues(state.local_qubits(), local_terms(state, masks, coeffs));
+                              std::span<const double> coeffs, Layout layout) {
+  return DiagonalValues(state.local_qubits(), local_terms(state, masks, coeffs, layout));
 }
 
 }  // namespace corvid::dist

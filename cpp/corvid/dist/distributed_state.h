@@ -60,7 +60,16 @@ struct DistributedAnsatz {
   std::optional<std::vector<std::pair<unsigned, unsigned>>> xy_pairs;
   /// Gates preparing the initial state from |0…0⟩; without them, a Hadamard on every qubit.
   std::optional<std::vector<Gate>> initial;
+  /// D in the transposed layout (local_diagonal with Layout::kTransposed). With it, X-mixer
+  /// layers leave the state transposed for the next phase layer to act on: one transposition
+  /// per layer instead of two. Optional; borrowed.
+  const DiagonalValues* phase_transposed = nullptr;
 };
+
+/// Where the qubits sit. kCanonical: the top k qubits name the rank. kTransposed: they sit at
+/// the top k local positions, and qubits n-2k .. n-k-1 name the rank (what the X mixer's
+/// transposition makes).
+enum class Layout { kCanonical, kTransposed };
 
 class DistributedState {
  public:
@@ -92,6 +101,9 @@ class DistributedState {
   std::uint64_t swaps() const { return swaps_; }
   /// Bytes this rank has sent to its partners in exchanges since construction.
   std::uint64_t bytes_exchanged() const { return bytes_exchanged_; }
+  /// Whether X-mixer layers can stay transposed between layers (k >= 1 global qubits and at
+  /// least k local ones): where they can, an ansatz wants its phase_transposed.
+  bool keeps_x_layout() const { return transposes(true); }
 
   /// |0…0⟩, or the uniform superposition (H on every qubit). Local, no communication.
   void set_zero();
@@ -105,7 +117,8 @@ class DistributedState {
   /// RX(-2·beta) on every qubit: local qubits in one blocked pass; with k >= 2 global qubits
   /// and at least k local ones, a transposition that makes the global qubits local, their
   /// pass, and the transposition back (2·(1 - 1/2^k) slices sent per rank); otherwise each
-  /// global qubit by one pairwise exchange of the slice (k slices). Collective.
+  /// global qubit by one pairwise exchange of the slice (k slices). run_ansatz keeps the
+  /// transposed layout between layers, for any k >= 1: (1 - 1/2^k) slices. Collective.
   void apply_x_mixer(double beta);
 
   /// `matrix` on one qubit (< num_qubits; std::invalid_argument otherwise). Collective when the
@@ -135,12 +148,14 @@ class DistributedState {
   /// table). Collective; a D that does not cover the local qubits is an error on every rank.
   double expectation(const DiagonalValues& local_diagonal) const;
 
-  /// Throws std::invalid_argument (this rank only) unless `ansatz` fits this state: both
+  /// Throws std::invalid_argument (this rank only) unless `ansatz` fits this state: its
   /// diagonals cover the local qubits, the XY pairs and the initial gates name qubits below
   /// num_qubits (apply_xy_mixer's and apply_gates' conditions). Local.
   void check_ansatz(const DistributedAnsatz& ansatz) const;
 
-  /// Prepares the ansatz's state at `angles` (p gammas then p betas) on this state. Throws
+  /// Prepares the ansatz's state at `angles` (p gammas then p betas) on this state, in the
+  /// canonical layout. With the transposed phase (X mixer, k >= 1), p layers send p
+  /// transpositions, p + 1 when p is odd and the start is a circuit. Throws
   /// std::invalid_argument (every rank alike) for an odd, empty or non-finite angle vector, a
   /// missing diagonal or one that does not cover the local qubits. Collective.
   void run_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles);
@@ -207,14 +222,18 @@ class DistributedState {
   /// qubit]) over the slice to *z.
   void exchange_global(unsigned global_bit, const Matrix2& matrix,
                        DistributedState* companion = nullptr, double* z = nullptr);
-  /// Whether the X mixer reaches the global qubits by transpositions: k >= 2 global qubits
-  /// and at least k local ones.
-  bool transposes() const;
+  /// Whether the X mixer reaches the global qubits by transpositions: at least k local qubits
+  /// and k >= 2, or k >= 1 when the transposed layout is `kept` for the next layer.
+  bool transposes(bool kept) const;
   /// `rx` on every qubit: the local ones in one pass, the global ones as the top local qubits
-  /// between two transpositions (see transposes()) or by pairwise exchanges. On `companion` too
-  /// when given; with `z`, first adds sum over all qubits q and x of
+  /// after a transposition (see transposes) or by pairwise exchanges. With `layout` (the
+  /// state's, updated), the layer ends in the other layout; without, a transposition back.
+  /// On `companion` too when given; with `z`, first adds sum over all qubits q and x of
   /// Im(conj(companion[x])·this[x ^ q]) to *z.
-  void x_layer(const Matrix2& rx, DistributedState* companion, double* z);
+  void x_layer(const Matrix2& rx, DistributedState* companion, double* z, Layout* layout = nullptr);
+  /// Whether run_ansatz and the gradient's sweep keep X layers transposed: the ansatz has the
+  /// transposed phase and the X mixer transposes.
+  bool keeps_layout(const DistributedAnsatz& ansatz) const;
   /// Swaps the k global qubits with the top k local ones: an all-to-all of equal blocks in
   /// 2^k - 1 pairwise rounds, in place, through MPI_Sendrecv_replace in chunks.
   void transpose();
@@ -275,8 +294,10 @@ AlignedBuffer<double> local_z_energies(const DistributedState& state,
 
 /// The same diagonal in the compact form of the single-process phase layer (one 8- or 16-bit
 /// level index per amplitude when the values are few, doubles otherwise): a sixteenth of the
-/// slice's bytes for a MaxCut-like problem. Local. Throws as local_z_energies.
+/// slice's bytes for a MaxCut-like problem; for the rank's slice in `layout` (the transposed
+/// one exists when the state has at least as many local qubits as global ones). Local. Throws
+/// as local_z_energies.
 DiagonalValues local_diagonal(const DistributedState& state, std::span<const std::uint64_t> masks,
-                              std::span<const double> coeffs);
+                              std::span<const double> coeffs, Layout layout = Layout::kCanonical);
 
 }  // namespace corvid::dist

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 #include <random>
 
 #include "corvid/circuit/circuit.h"
@@ -160,6 +161,54 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{12, 3, Start::kCircuit, 256, Mixer::kXyRing},
                       Case{16, 1, Start::kCircuit, kMaxExchangeChunk, Mixer::kXyComplete, true}));
 
+// X layers kept transposed between layers against the same ansatz layer by layer: the same
+// state, loss and gradient, and the sweep leaves the start in the canonical layout. Each kept
+// layer saves one transposition; p odd needs one back, except from the uniform start, which is
+// the same in both layouts.
+TEST(DistributedState, KeepsXLayersTransposed) {
+  if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
+  const unsigned n = 9;
+  std::mt19937_64 rng(9);
+  const Problem problem = random_problem(n, rng);
+  const std::vector<Gate> gates = reference::random_circuit(n, 3 * n, rng).gates();
+  const std::vector<double> angles{0.3, -0.7, 1.1, 0.4, 0.9, -0.2};
+  const std::uint64_t p = angles.size() / 2;
+  for (const bool circuit : {false, true}) {
+    DistributedState kept(MPI_COMM_WORLD, n, 64), plain(MPI_COMM_WORLD, n, 64);
+    const DiagonalValues diagonal = local_diagonal(kept, problem.masks, problem.coeffs);
+    const DiagonalValues transposed =
+        local_diagonal(kept, problem.masks, problem.coeffs, Layout::kTransposed);
+    DistributedAnsatz by_layer{&diagonal, &diagonal, std::nullopt, std::nullopt};
+    if (circuit) by_layer.initial = gates;
+    DistributedAnsatz ansatz = by_layer;
+    ansatz.phase_transposed = &transposed;
+    const std::uint64_t slice = 16 * (std::uint64_t{1} << kept.local_qubits());
+    const std::uint64_t transposition = slice - (slice >> (n - kept.local_qubits()));
+    const std::uint64_t back = circuit ? p % 2 : 0;
+
+    plain.run_ansatz(by_layer, angles);
+    kept.run_ansatz(ansatz, angles);
+    EXPECT_EQ(plain.bytes_exchanged() - kept.bytes_exchanged(), (p - back) * transposition);
+    const auto same_amplitudes = [&] {
+      for (std::size_t i = 0; i < kept.local_amplitudes().size(); ++i) {
+        ASSERT_NEAR(std::abs(kept.local_amplitudes()[i] - plain.local_amplitudes()[i]), 0.0, 1e-12)
+            << i;
+      }
+    };
+    same_amplitudes();
+
+    const LossSettings settings{LossKind::kCvar, 0.3, 1.0};
+    std::vector<double> want(angles.size()), got(angles.size());
+    const std::uint64_t sent_before = plain.bytes_exchanged() - kept.bytes_exchanged();
+    EXPECT_NEAR(kept.loss_and_gradient(ansatz, angles, settings, got),
+                plain.loss_and_gradient(by_layer, angles, settings, want), 1e-12);
+    for (std::size_t i = 0; i < angles.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << i;
+    EXPECT_EQ(plain.bytes_exchanged() - kept.bytes_exchanged() - sent_before,
+              (2 * p - back - p % 2) * transposition);
+    same_amplitudes();
+  }
+}
+
 TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   const int ranks = world_size();
   if (!std::has_single_bit(static_cast<unsigned>(ranks))) {
@@ -175,6 +224,10 @@ TEST(DistributedState, RefusesRankCountsThatDoNotSplitTheQubits) {
   EXPECT_NO_THROW(DistributedState(MPI_COMM_WORLD, most_global + 1));
   EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 63), std::invalid_argument);
   EXPECT_THROW(DistributedState(MPI_COMM_WORLD, 5, 0), std::invalid_argument);
+  if (most_global >= 2) {  // one local qubit cannot trade places with two global ones
+    const DistributedState state(MPI_COMM_WORLD, most_global + 1);
+    EXPECT_THROW(local_diagonal(state, {}, {}, Layout::kTransposed), std::invalid_argument);
+  }
   // 2^50 amplitudes (16 PiB) fit on no node: refused on every rank before any allocates.
   EXPECT_THAT([] { DistributedState(MPI_COMM_WORLD, 50); },
               ThrowsMessage<OutOfMemory>(HasSubstr(std::to_string(ranks) + " ranks on this node")));

@@ -65,18 +65,25 @@ QaoaEvaluation::QaoaEvaluation(MPI_Comm comm, unsigned num_qubits, const TermLis
       // D is often E less its constant: E then serves as D, the constant only turning the
       // global phase.
       const std::vector<PhaseTerm> d = varying_terms(phase);
+      TermList own;  // D's terms where they are not E's
       if (d == varying_terms(e)) {
         phase_ = energies_;
       } else {
-        std::vector<std::uint64_t> masks;
-        std::vector<double> coeffs;
         for (const PhaseTerm& t : d) {
-          masks.push_back(t.mask);
-          coeffs.push_back(t.coefficient);
+          own.masks.push_back(t.mask);
+          own.coeffs.push_back(t.coefficient);
         }
-        phase_ = std::make_shared<const DiagonalValues>(local_diagonal(state_, masks, coeffs));
+        phase_ =
+            std::make_shared<const DiagonalValues>(local_diagonal(state_, own.masks, own.coeffs));
       }
-      ansatz_ = {phase_.get(), energies_.get(), std::move(xy_pairs), std::move(initial)};
+      // X layers stay transposed between layers: D in that layout too, from the same terms.
+      if (!xy_pairs && state_.keeps_x_layout()) {
+        const TermList& terms = phase_ == energies_ ? e : own;
+        phase_transposed_ = std::make_shared<const DiagonalValues>(
+            local_diagonal(state_, terms.masks, terms.coeffs, Layout::kTransposed));
+      }
+      ansatz_ = {phase_.get(), energies_.get(), std::move(xy_pairs), std::move(initial),
+                 phase_transposed_.get()};
       state_.check_ansatz(ansatz_);
     });
   } catch (...) {

@@ -4,7 +4,8 @@
 /// layer exp(−i·γ_i·D) and the X mixer exp(+i·β_i·Σ_q X_q) or the XY mixer pair by pair, and
 /// one loss of the final distribution. Each rank keeps its slice of the state and of D and
 /// the loss's energies E in the compact form of the phase layer (local_diagonal; one object
-/// when D and E coincide), computed once at construction; nothing else of the slice's size
+/// when D and E coincide; for the X mixer D in the transposed layout too, so that its layers
+/// stay transposed between them), computed once at construction; nothing else of the slice's size
 /// lives between calls, and nothing of size 2^n is ever gathered. Every call is collective
 /// (all ranks, same order, same arguments): a value is returned only after the ranks have
 /// agreed on it, so optimisers that run on every rank see the same numbers to the last bit.
@@ -98,6 +99,7 @@ class QaoaEvaluation {
   MPI_Comm comm_ = MPI_COMM_NULL;
   std::shared_ptr<const DiagonalValues> phase_;
   std::shared_ptr<const DiagonalValues> energies_;
+  std::shared_ptr<const DiagonalValues> phase_transposed_;  ///< null unless X layers keep it
   DistributedAnsatz ansatz_;
   std::vector<double> angles_;  ///< of the last call; empty before any
   bool state_at_angles_ = false;

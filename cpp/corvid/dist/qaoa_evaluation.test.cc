@@ -74,7 +74,15 @@ TEST_P(Evaluation, MatchesSingleProcessObjective) {
   const QaoaObjective objective(single, table);
   std::vector<double> want(angles.size()), got(angles.size());
   const double want_loss = objective.loss_and_gradient(angles, settings, want);
+  const DistributedState& state = world.state();
+  const std::uint64_t sent_before = state.bytes_exchanged();
   EXPECT_NEAR(world.loss(angles, settings), want_loss, 1e-12);
+  // X layers stay transposed between layers: from the uniform start, one transposition each.
+  if (c.mixer == Mixer::kX && !c.circuit_start && state.keeps_x_layout()) {
+    const std::uint64_t slice = 16 * (std::uint64_t{1} << state.local_qubits());
+    EXPECT_EQ(state.bytes_exchanged() - sent_before,
+              c.layers * (slice - (slice >> (n - state.local_qubits()))));
+  }
   EXPECT_NEAR(world.loss_and_gradient(angles, settings, got), want_loss, 1e-12);
   for (std::size_t i = 0; i < angles.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << i;
 
@@ -105,7 +113,7 @@ TEST_P(Evaluation, MatchesSingleProcessObjective) {
 
 INSTANTIATE_TEST_SUITE_P(
     Ansatzes, Evaluation,
-    ::testing::Values(Case{5, 2, Mixer::kX, false, LossKind::kExpectation},
+    ::testing::Values(Case{5, 3, Mixer::kX, false, LossKind::kExpectation},
                       Case{12, 3, Mixer::kX, true, LossKind::kGibbs},
                       Case{8, 2, Mixer::kXyRing, true, LossKind::kExpectation},
                       Case{7, 2, Mixer::kXyComplete, true, LossKind::kGibbs},
