@@ -24,7 +24,8 @@ def test_binary_variables_print_and_combine_exactly():
     assert str(p_1(0)) == '{\n"" : 0.500000,\n"Z0" : -0.500000\n}'
     assert repr(p_0(0)) == '{\n"" : 0.500000,\n"Z0" : 0.500000\n}'
     assert str(PauliOperator()) == "{\n}"
-    assert str(PauliOperator("Y1 X0", 1 - 2j)) == '{\n"X0 Y1" : (1.000000-2.000000i)\n}'
+    mixed = PauliOperator({"X1 Y0": 1 - 2j, "Z3": 0.25j, "": -1 / 3})
+    assert str(mixed) == '{\n"" : -0.333333,\n"Z3" : (0.000000+0.250000i),\n"Y0 X1" : (1.000000-2.000000i)\n}'
     h = 2 * p_1(0) * p_1(1) + 3 * p_1(2) - 1
     assert list(h) == [("", 1.0), ("Z0", -0.5), ("Z1", -0.5), ("Z2", -1.5), ("Z0 Z1", 0.5)]
     assert list(p_1(12)) == [("", 0.5), ("Z12", -0.5)]
