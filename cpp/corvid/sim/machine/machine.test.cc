@@ -44,23 +44,18 @@ TEST(Machine, SamplingMapsMeasurementsToBits) {
   EXPECT_EQ(m.sample(Program(), c, 5), (std::vector<OutcomeCount>{{0, 5}}));
 }
 
-TEST(Machine, InitStartsOverWithANewIdentityFinalizeEndsForGood) {
+// What a finalized machine refuses and that old handles are foreign after init_qvm are
+// test_hardening's and test_machine's.
+TEST(Machine, InitStartsOverWithANewIdentityFinalizeTwiceIsHarmless) {
   Machine m;
-  const auto old = m.allocate_qubits(2);
+  m.allocate_qubits(2);
   const std::uint64_t id = m.id();
   m.init();
   EXPECT_NE(m.id(), id);
   EXPECT_EQ(m.num_qubits(), 0u);
-  const auto q = m.allocate_qubits(2);
-  EXPECT_THROW(m.probabilities(Circuit(), old), std::invalid_argument);
   m.finalize();
   EXPECT_TRUE(m.finalized());
-  EXPECT_THROW(m.allocate_qubits(1), std::invalid_argument);
-  EXPECT_THROW(m.allocate_cbits(1), std::invalid_argument);
-  EXPECT_THROW(m.probabilities(Circuit(), q), std::invalid_argument);
-  EXPECT_THROW(m.sample(Program(), {}, 1), std::invalid_argument);
-  EXPECT_THROW(m.init(), std::invalid_argument);
-  m.finalize();  // harmless
+  m.finalize();
 }
 
 TEST(Machine, HugeRegisterIsRefusedBeforeAllocating) {
