@@ -59,6 +59,7 @@ def test_equality_copy_and_iteration_types():
     assert a == PauliOperator("Z0", 1.0) + PauliOperator("Z0 X1", 2j) + PauliOperator("Z5", 0)
     assert a != PauliOperator("Z0", 1.0)
     assert (a == 1) is False and len(0 * a) == len(a - a) == 0
+    assert len(PauliOperator("X0", 1e-200) * 1e-200) == 0  # underflows to exactly 0
     for clone in (copy.copy(a), copy.deepcopy(a)):
         clone *= 2
         assert list(a) == [("Z0", 1.0), ("Z0 X1", 2j)]
