@@ -4,60 +4,13 @@ import numpy as np
 import pytest
 
 from corvid import diagonal
-from reference import bits
-
-
-def random_terms(rng, n, count):
-    masks = rng.integers(0, 1 << n, size=count, dtype=np.uint64)
-    return masks, rng.normal(size=count)
-
-
-def mask_bits(masks, n):
-    return (masks.astype(np.int64)[:, None] >> np.arange(n)) & 1
-
-
-@pytest.mark.parametrize("n", [0, 1, 5, 9])
-def test_energies_match_numpy(n):
-    rng = np.random.default_rng(n)
-    masks, coeffs = random_terms(rng, n, 12)
-    x, m = bits(n), mask_bits(masks, n)
-    parity = (x @ m.T) % 2
-    z_expected = ((1 - 2 * parity) * coeffs).sum(axis=1)
-    subset = (x @ m.T) == m.sum(axis=1)
-    mono_expected = (subset * coeffs).sum(axis=1)
-    np.testing.assert_allclose(diagonal.energies_from_z_terms(n, masks, coeffs), z_expected, atol=1e-12)
-    np.testing.assert_allclose(diagonal.energies_from_monomials(n, masks, coeffs), mono_expected, atol=1e-12)
-    np.testing.assert_allclose(diagonal.energy_table_from_z_terms(n, masks, coeffs), z_expected, atol=1e-12)
-    np.testing.assert_allclose(diagonal.energy_table_from_monomials(n, masks, coeffs), mono_expected,
-                               atol=1e-12)
-    states = rng.integers(0, 1 << n, size=7, dtype=np.uint64)
-    picked = states.astype(int)
-    np.testing.assert_allclose(diagonal.evaluate_z_terms(masks, coeffs, states), z_expected[picked],
-                               atol=1e-12)
-    np.testing.assert_allclose(diagonal.evaluate_monomials(masks, coeffs, states),
-                               mono_expected[picked], atol=1e-12)
-
-
-def reference_cvar(p, e, alpha):
-    cdf = loss = 0.0
-    for i in np.argsort(-p, kind="stable"):
-        if cdf < alpha:
-            loss += e[i] * (p[i] if cdf + p[i] < alpha else alpha - cdf)
-            cdf += p[i]
-    return loss
 
 
 @pytest.mark.parametrize("size", [1, 10, 1 << 15])
-@pytest.mark.parametrize("alpha", [0.0, 0.05, 0.5, 1.0])
-def test_losses_and_order_match_numpy(size, alpha):
+def test_order_in_pieces_is_the_stable_descending_order(size):
     rng = np.random.default_rng(size)
     p = rng.random(size) ** 8
     p[rng.random(size) < 0.3] = p[0]  # many ties
-    p /= p.sum()
-    e = rng.normal(size=size)
-    assert diagonal.expectation(p, e) == pytest.approx(p @ e, rel=1e-12)
-    assert diagonal.gibbs_sum(p, e, 0.7) == pytest.approx(p @ np.exp(-e / 0.7), rel=1e-12)
-    assert diagonal.cvar(p, e, alpha) == pytest.approx(reference_cvar(p, e, alpha), rel=1e-9, abs=1e-15)
     order = np.argsort(-p, kind="stable")
     np.testing.assert_array_equal(diagonal.descending_order(p), order)
     piece = max(3, size // 5)

@@ -24,7 +24,8 @@ def test_binary_variables_print_and_combine_exactly():
     assert str(p_1(0)) == '{\n"" : 0.500000,\n"Z0" : -0.500000\n}'
     assert repr(p_0(0)) == '{\n"" : 0.500000,\n"Z0" : 0.500000\n}'
     assert str(PauliOperator()) == "{\n}"
-    assert str(PauliOperator("Y1 X0", 1 - 2j)) == '{\n"X0 Y1" : (1.000000-2.000000i)\n}'
+    mixed = PauliOperator({"X1 Y0": 1 - 2j, "Z3": 0.25j, "": -1 / 3})
+    assert str(mixed) == '{\n"" : -0.333333,\n"Z3" : (0.000000+0.250000i),\n"Y0 X1" : (1.000000-2.000000i)\n}'
     h = 2 * p_1(0) * p_1(1) + 3 * p_1(2) - 1
     assert list(h) == [("", 1.0), ("Z0", -0.5), ("Z1", -0.5), ("Z2", -1.5), ("Z0 Z1", 0.5)]
     assert list(p_1(12)) == [("", 0.5), ("Z12", -0.5)]
@@ -58,6 +59,7 @@ def test_equality_copy_and_iteration_types():
     assert a == PauliOperator("Z0", 1.0) + PauliOperator("Z0 X1", 2j) + PauliOperator("Z5", 0)
     assert a != PauliOperator("Z0", 1.0)
     assert (a == 1) is False and len(0 * a) == len(a - a) == 0
+    assert len(PauliOperator("X0", 1e-200) * 1e-200) == 0  # underflows to exactly 0
     for clone in (copy.copy(a), copy.deepcopy(a)):
         clone *= 2
         assert list(a) == [("Z0", 1.0), ("Z0 X1", 2j)]
@@ -78,13 +80,14 @@ def test_to_hamiltonian_list_form():
 
 
 def test_remap_fills_callers_dict_and_max_index():
-    op = PauliOperator({"Z7 Z3": 1.0, "X12": 2.0, "": 0.5})
-    mapping = {99: 99}
+    op = PauliOperator({"Z7 Z3": 1.0, "X12": 2.0, "": 0.5, "Y3": -1.0})
+    mapping = {99: 99}  # stale entries are cleared
     remapped = op.remapQubitIndex(mapping)
     assert mapping == {3: 0, 7: 1, 12: 2}
-    assert remapped == PauliOperator({"Z0 Z1": 1.0, "X2": 2.0, "": 0.5})
+    assert remapped == PauliOperator({"Z0 Z1": 1.0, "X2": 2.0, "": 0.5, "Y0": -1.0})
     assert (op.getMaxIndex(), remapped.getMaxIndex()) == (12, 2)
     assert PauliOperator(3).getMaxIndex() == -1 and PauliOperator().getMaxIndex() == -1
+    assert PauliOperator("Z4294967295", 1).getMaxIndex() == 4294967295
     constant_map = {}
     assert PauliOperator(3).remapQubitIndex(constant_map).getMaxIndex() + 1 == 0
     assert constant_map == {}

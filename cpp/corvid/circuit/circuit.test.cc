@@ -27,19 +27,6 @@ TEST(Circuit, AppendingItselfDoublesIt) {
   EXPECT_EQ(c, expected);
 }
 
-TEST(Program, MeasurementsAreTerminal) {
-  Program p;
-  p << Gate(GateKind::H, {0}) << Measurement(0, 0);
-  EXPECT_THROW(p << Gate(GateKind::X, {1}), std::invalid_argument);
-  EXPECT_THAT([&] { p << (Circuit() << Gate(GateKind::X, {1})); },
-              ::testing::ThrowsMessage<std::invalid_argument>(
-                  ::testing::HasSubstr("mid-circuit measurement is not supported")));
-  p << Circuit() << Measurement(1, 1);  // an empty circuit adds no gate
-  EXPECT_EQ(p.circuit().size(), 1u);
-  EXPECT_EQ(p.size(), 3u);
-  EXPECT_EQ(p.to_string(), "H q[0]\nMEASURE q[0], c[0]\nMEASURE q[1], c[1]");
-}
-
 TEST(Program, MeasureAllPairsListsAndChecksThem) {
   const std::vector<Qubit> qs{Qubit(0, 4), Qubit(1, 4)};
   const std::vector<CBit> cs{CBit(0, 4), CBit(1, 4)};

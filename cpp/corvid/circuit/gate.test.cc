@@ -9,14 +9,6 @@
 
 namespace corvid {
 
-TEST(Gate, EveryKindHasADistinctName) {
-  for (int a = 0; a < kNumGateKinds; ++a) {
-    for (int b = a + 1; b < kNumGateKinds; ++b) {
-      EXPECT_NE(gate_info(GateKind(a)).name, gate_info(GateKind(b)).name);
-    }
-  }
-}
-
 TEST(Gate, AngleIsDroppedForFixedGatesAndOwnerIsNotPartOfTheValue) {
   EXPECT_EQ(Gate(GateKind::X, {1}, 5.0).angle(), 0.0);
   EXPECT_EQ(Gate(GateKind::RZ, {0}, 3.0, 0.5).angle(), 1.5);

@@ -10,7 +10,7 @@
 namespace corvid {
 namespace {
 
-// Single-qubit products meet the dense matrices in pauli_operator.test.cc. Factors on different
+// Single-qubit products meet the dense matrices in test_pauli.py. Factors on different
 // qubits interleave; per-qubit phases multiply (i·i = −1, i·(−i) = 1).
 TEST(PauliString, ProductsOnSeveralQubits) {
   using Case = std::tuple<const char*, const char*, int, const char*>;  // phase: a power of i

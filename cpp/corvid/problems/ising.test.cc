@@ -5,36 +5,8 @@
 #include <limits>
 #include <tuple>
 
-#include "corvid/problems/problem_testing.h"
-
 namespace corvid {
 namespace {
-
-using problem_testing::diagonal_entry;
-
-double spin(std::uint64_t x, std::size_t i) { return (x >> i & 1) ? -1.0 : 1.0; }
-
-TEST(Ising, DenseEnergyMatchesHalfQuadraticForm) {
-  std::mt19937 gen(5);
-  for (std::size_t n : {1u, 3u, 7u}) {
-    auto j = problem_testing::random_matrix(n, 0.6, gen);
-    for (std::size_t r = 0; r < n; ++r) {  // symmetrise, clear the diagonal
-      j[r * n + r] = 0;
-      for (std::size_t c = 0; c < r; ++c) j[r * n + c] = j[c * n + r];
-    }
-    std::vector<double> h(n);
-    for (std::size_t i = 0; i < n; ++i) h[i] = 0.25 * static_cast<double>(i) - 0.5;
-    const PauliOperator op = ising_to_operator(h, SquareMatrixView{j, n}, -1.25);
-    for (std::uint64_t x = 0; x < (1u << n); ++x) {
-      double e = -1.25;
-      for (std::size_t r = 0; r < n; ++r) {
-        e += h[r] * spin(x, r);
-        for (std::size_t c = 0; c < n; ++c) e += 0.5 * j[r * n + c] * spin(x, r) * spin(x, c);
-      }
-      ASSERT_NEAR(diagonal_entry(op, x), e, 1e-12) << n << " " << x;
-    }
-  }
-}
 
 TEST(Ising, SparseCouplingsAddInEitherOrientation) {
   const std::vector<WeightedPair> j = {{2, 0, 1}, {0, 2, 1.5}, {1, 3, -1}};

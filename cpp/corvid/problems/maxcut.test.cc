@@ -4,34 +4,8 @@
 
 #include <limits>
 
-#include "corvid/problems/problem_testing.h"
-
 namespace corvid {
 namespace {
-
-using problem_testing::diagonal_entry;
-
-double cut(const std::vector<WeightedPair>& edges, std::uint64_t x) {
-  double total = 0;
-  for (const WeightedPair& e : edges) total += ((x >> e.i & 1) != (x >> e.j & 1)) ? e.weight : 0;
-  return total;
-}
-
-TEST(MaxCut, EnergyIsMinusCutWeightForRandomGraphs) {
-  std::mt19937 gen(7);
-  std::uniform_int_distribution<std::uint32_t> node(0, 6);
-  std::normal_distribution<double> weight(1.0, 1.0);
-  for (int round = 0; round < 10; ++round) {
-    std::vector<WeightedPair> edges;
-    while (edges.size() < 12) {
-      const std::uint32_t i = node(gen), j = node(gen);
-      if (i != j) edges.push_back({i, j, weight(gen)});  // parallel edges allowed
-    }
-    const PauliOperator op = maxcut_operator(edges);
-    for (std::uint64_t x = 0; x < 128; ++x)
-      ASSERT_NEAR(diagonal_entry(op, x), -cut(edges, x), 1e-12);
-  }
-}
 
 TEST(MaxCut, MatrixFormAgreesWithEdges) {
   const std::vector<double> w = {0, 2, 0, 2, 0, -1, 0, -1, 0};

@@ -31,15 +31,6 @@ void expect_matches_reference(const Circuit& circuit, unsigned n) {
 
 }  // namespace
 
-TEST(Executor, RandomCircuitsMatchTheDenseReference) {
-  for (unsigned n : {2u, 3u, 4u, 5u, 6u}) {
-    std::mt19937_64 rng(1000 + n);
-    for (int trial = 0; trial < 5; ++trial) {
-      expect_matches_reference(reference::random_circuit(n, 40, rng), n);
-    }
-  }
-}
-
 // Each kind alone, on every ordered pair of qubits, after a random circuit has made every
 // amplitude nonzero, so that a kernel touching the wrong index cannot hide behind zeros.
 TEST(Executor, EveryKindOnEveryQubitPlacement) {

@@ -2,11 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
-#include <random>
-
-#include "corvid/testing/dense_reference.h"
-#include "corvid/testing/random_circuit.h"
 #include "corvid/util/errors.h"
 
 namespace corvid {
@@ -18,66 +13,28 @@ std::vector<double> values(const ProbabilityTable& t) {
 
 }  // namespace
 
-TEST(Machine, ExactProbabilitiesStateAndMarginalsMatchReference) {
-  Machine m(1);
-  const auto q = m.allocate_qubits(5);
-  std::mt19937_64 rng(3);
-  const Circuit c = reference::random_circuit(5, 50, rng);
-  const std::vector<double> t = values(m.probabilities(c, q));
-  const reference::Vector want = reference::reference_state(c, 5);
-  std::vector<std::complex<double>> state(m.state_size()), short_buffer(3);
-  m.copy_state(state);
-  EXPECT_THROW(m.copy_state(short_buffer), std::invalid_argument);
-  ASSERT_EQ(t.size(), 32u);
-  for (std::size_t i = 0; i < 32; ++i) {
-    EXPECT_NEAR(std::abs(state[i] - want[i]), 0.0, 1e-12);
-    EXPECT_NEAR(t[i], std::norm(want[i]), 1e-12);
+// State, marginals and select_max are checked against numpy through the bindings
+// (test_properties, test_machine); these are the requests Python cannot make.
+TEST(Machine, EachRunStartsFromZeroAndBadRequestsAreRefused) {
+  Machine m;
+  const auto q = m.allocate_qubits(2);
+  EXPECT_TRUE(m.allocate_qubits(0).empty());
+  EXPECT_THROW(m.allocate_qubits(-1), std::invalid_argument);
+  const Circuit c = Circuit() << Gate(GateKind::X, {q[1]});
+  for (int run = 0; run < 2; ++run) {  // X twice would cancel if the state were carried over
+    EXPECT_EQ(values(m.probabilities(c, std::vector<Qubit>{q[1]})), (std::vector<double>{0, 1}));
   }
-  // select_max keeps the first entries; a marginal takes the qubits in the order given.
-  EXPECT_EQ(values(m.probabilities(c, q, 3)), std::vector<double>(t.begin(), t.begin() + 3));
-  EXPECT_EQ(m.probabilities(c, q, 100).values.size(), 32u);
-  const std::vector<double> marginal = values(m.probabilities(c, std::vector<Qubit>{q[3], q[0]}));
-  const std::vector<double> want_marginal =
-      reference::reference_probabilities(want, std::vector<unsigned>{3, 0});
-  for (std::size_t i = 0; i < 4; ++i) EXPECT_NEAR(marginal[i], want_marginal[i], 1e-12);
+  std::vector<std::complex<double>> short_buffer(3);
+  EXPECT_THROW(m.copy_state(short_buffer), std::invalid_argument);
   for (std::int64_t bad : {0, -2, -100}) {
     EXPECT_THROW(m.probabilities(c, q, bad), std::invalid_argument) << bad;
   }
-}
-
-TEST(Machine, AllocationAppendsAndEachRunStartsFromZero) {
-  Machine m;
-  const auto a = m.allocate_qubits(2);
-  const auto b = m.allocate_qubits(1);
-  ASSERT_EQ(b.size(), 1u);
-  EXPECT_EQ(b[0].addr, 2u);
-  EXPECT_EQ(b[0].machine, m.id());
-  EXPECT_EQ(m.num_qubits(), 3u);
-  Circuit c;
-  c << Gate(GateKind::X, {b[0]});
-  for (int run = 0; run < 2; ++run) {  // X twice would cancel if the state were carried over
-    const auto p = values(m.probabilities(c, b));
-    EXPECT_EQ(p, (std::vector<double>{0.0, 1.0}));
-  }
-  EXPECT_TRUE(m.allocate_qubits(0).empty());
-  EXPECT_THROW(m.allocate_qubits(-1), std::invalid_argument);
 }
 
 TEST(Machine, SamplingMapsMeasurementsToBits) {
   Machine m(123);
   const auto q = m.allocate_qubits(3);
   const auto c = m.allocate_cbits(3);
-  Program p;
-  // q0 = 1 always, q1 = 0 always, q2 uniform. q0 -> c1, q2 -> c0; c2 is never written.
-  p << Gate(GateKind::X, {q[0]}) << Gate(GateKind::H, {q[2]}) << Measurement(q[0], c[1])
-    << Measurement(q[2], c[0]);
-  const auto counts = m.sample(p, c, 1000);
-  ASSERT_EQ(counts.size(), 2u);
-  EXPECT_EQ(counts[0].outcome, 0b010u);
-  EXPECT_EQ(counts[1].outcome, 0b011u);
-  EXPECT_EQ(counts[0].hits + counts[1].hits, 1000u);
-  EXPECT_NEAR(double(counts[0].hits), 500, 5 * std::sqrt(250.0));
-
   // The last measurement into a bit wins; unlisted bits merge.
   Program last;
   last << Gate(GateKind::X, {q[1]}) << Measurement(q[0], c[0]) << Measurement(q[1], c[0]);
@@ -87,44 +44,18 @@ TEST(Machine, SamplingMapsMeasurementsToBits) {
   EXPECT_EQ(m.sample(Program(), c, 5), (std::vector<OutcomeCount>{{0, 5}}));
 }
 
-TEST(Machine, RejectsBadRequests) {
-  Machine m, other;
-  const auto q = m.allocate_qubits(2);
-  const auto c = m.allocate_cbits(2);
-  const auto foreign = other.allocate_qubits(2);
-  const Circuit ok = Circuit() << Gate(GateKind::H, {q[0]});
-  const Circuit uses_foreign = Circuit() << Gate(GateKind::H, {foreign[0]});
-  const Circuit too_high = Circuit() << Gate(GateKind::H, {5});
-  EXPECT_THROW(m.probabilities(uses_foreign, q), std::invalid_argument);
-  EXPECT_THROW(m.probabilities(ok, foreign), std::invalid_argument);
-  EXPECT_THROW(m.probabilities(too_high, q), std::out_of_range);
-  EXPECT_THROW(m.probabilities(ok, std::vector<Qubit>{q[0], q[0]}), std::invalid_argument);
-  EXPECT_THROW(m.probabilities(ok, std::vector<Qubit>{Qubit(2)}), std::out_of_range);
-  for (std::int64_t shots : {0, -1}) EXPECT_THROW(m.sample(ok, c, shots), std::invalid_argument);
-  EXPECT_THROW(m.sample(ok, std::vector<CBit>{c[1], c[1]}, 1), std::invalid_argument);
-  EXPECT_THROW(m.sample(ok, std::vector<CBit>{CBit(9)}, 1), std::out_of_range);
-  EXPECT_THROW(m.sample(Program(ok) << Measurement(q[0], CBit(4)), c, 1), std::out_of_range);
-  std::vector<std::complex<double>> sink(4);
-  EXPECT_THROW(m.copy_state(sink), std::invalid_argument);  // nothing has run yet
-}
-
-TEST(Machine, InitStartsOverWithANewIdentityFinalizeEndsForGood) {
+// What a finalized machine refuses and that old handles are foreign after init_qvm are
+// test_hardening's and test_machine's.
+TEST(Machine, InitStartsOverWithANewIdentityFinalizeTwiceIsHarmless) {
   Machine m;
-  const auto old = m.allocate_qubits(2);
+  m.allocate_qubits(2);
   const std::uint64_t id = m.id();
   m.init();
   EXPECT_NE(m.id(), id);
   EXPECT_EQ(m.num_qubits(), 0u);
-  const auto q = m.allocate_qubits(2);
-  EXPECT_THROW(m.probabilities(Circuit(), old), std::invalid_argument);
   m.finalize();
   EXPECT_TRUE(m.finalized());
-  EXPECT_THROW(m.allocate_qubits(1), std::invalid_argument);
-  EXPECT_THROW(m.allocate_cbits(1), std::invalid_argument);
-  EXPECT_THROW(m.probabilities(Circuit(), q), std::invalid_argument);
-  EXPECT_THROW(m.sample(Program(), {}, 1), std::invalid_argument);
-  EXPECT_THROW(m.init(), std::invalid_argument);
-  m.finalize();  // harmless
+  m.finalize();
 }
 
 TEST(Machine, HugeRegisterIsRefusedBeforeAllocating) {

@@ -119,15 +119,4 @@ TEST(BinomialExact, FrequenciesFollowTheProbabilityFunction) {
   EXPECT_EQ(binomial(std::uint64_t{1} << 62, 1.0, rng), std::uint64_t{1} << 62);
 }
 
-TEST(SamplerRng, SameSeedSameCountsAndOneShot) {
-  const std::vector<double> w{0.2, 0.3, 0.5};
-  std::mt19937_64 a(9), b(9);
-  const auto first = sample_counts(w, 1000, a);
-  EXPECT_EQ(first, sample_counts(w, 1000, b));
-  EXPECT_NE(first, sample_counts(w, 1000, a));  // the generator moves on
-  const auto one = sample_counts(w, 1, a);
-  ASSERT_EQ(one.size(), 1u);
-  EXPECT_EQ(one[0].hits, 1u);
-}
-
 }  // namespace corvid
