@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <numeric>
 #include <queue>
 #include <random>
@@ -15,6 +16,7 @@
 #include "corvid/circuit/gate.h"
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/checks.h"
+#include "corvid/qaoa/layer_products.h"
 #include "corvid/qaoa/losses.h"
 #include "corvid/qaoa/weight_key.h"
 #include "corvid/qaoa/z_energies.h"
@@ -64,6 +66,11 @@ void check_xy_pairs(std::span<const std::pair<unsigned, unsigned>> pairs, unsign
 }
 
 // The X mixer's rotation, RX(-2·beta).
+// A non-owning handle on `values`, for the passes that take a DiagonalOp.
+std::shared_ptr<const DiagonalValues> borrowed(const DiagonalValues& values) {
+  return {std::shared_ptr<void>(), &values};
+}
+
 Matrix2 mixer_rotation(double beta) {
   return matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta));
 }
@@ -267,7 +274,7 @@ void DistributedState::apply_phase(std::span<const double> local_energies, doubl
 }
 
 void DistributedState::apply_x_mixer(double beta) {
-  x_layer(mixer_rotation(beta), nullptr, nullptr);
+  x_layer(mixer_rotation(beta), nullptr, nullptr, nullptr, nullptr);
 }
 
 bool DistributedState::transposes(bool kept) const {
@@ -281,39 +288,30 @@ bool DistributedState::keeps_layout(const DistributedAnsatz& ansatz) const {
   return !ansatz.xy_pairs && ansatz.phase_transposed != nullptr && keeps_x_layout();
 }
 
-void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, double* z,
+void DistributedState::x_layer(const Matrix2& rx, const DiagonalPass* before,
+                               DistributedState* companion, MixerProducts* watch, double* z,
                                Layout* layout) {
   const unsigned local = local_qubits_;
-  const Index size = amps_.size();
-  // sum over qubits q in [from, to) of sum_x Im(conj(companion[x])·this[x ^ q]).
-  const auto products = [&](unsigned from, unsigned to) {
-    const Amp* f = amps_.data();
-    const Amp* l = companion->amps_.data();
-    for (unsigned q = from; q < to; ++q) {
-      const Index bit = Index{1} << q;
-      double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
-      for (std::int64_t i = 0; i < static_cast<std::int64_t>(size / 2); ++i) {
-        const Index x = insert_bit(static_cast<Index>(i), q, 0);
-        sum += std::imag(std::conj(l[x]) * f[x | bit]) + std::imag(std::conj(l[x | bit]) * f[x]);
-      }
-      *z += sum;
-    }
-  };
-  const auto rotate = [&](unsigned from, unsigned to) {
+  const KernelSet& k = active_kernels<double>();
+  // The single-process layer kernels on the slice; with a companion, the pair pass that takes
+  // the products while both states' tiles are in cache.
+  const auto rotate = [&](unsigned from, const DiagonalPass* diagonal, MixerProducts& products) {
     std::vector<QubitMatrix> layer;
-    for (unsigned q = from; q < to; ++q) layer.push_back({q, rx});
-    for (DistributedState* s : {this, companion}) {
-      if (s != nullptr) apply_rotation_layer<double>(s->amps_.data(), local, layer);
+    for (unsigned q = from; q < local; ++q) layer.push_back({q, rx});
+    if (companion == nullptr) {
+      apply_rotation_layer<double>(amps_.data(), local, layer, k, diagonal);
+    } else {
+      apply_rotation_layer_pair(companion->amps_.data(), amps_.data(), local, layer, k, diagonal,
+                                products);
     }
   };
   const auto transpose_both = [&] {
     transpose();
     if (companion != nullptr) companion->transpose();
   };
-  // The mixer commutes with every X_q: the products may be taken anywhere inside it.
-  if (z != nullptr) products(0, local);
-  rotate(0, local);
+  const ProductKernels& pk = product_kernels(k);
+  MixerProducts top(nullptr, pk, nullptr);
+  rotate(0, before, watch != nullptr ? *watch : top);
   if (!transposes(layout != nullptr)) {
     for (unsigned j = 0; j < num_qubits_ - local; ++j) exchange_global(j, rx, companion, z);
     return;
@@ -322,8 +320,8 @@ void DistributedState::x_layer(const Matrix2& rx, DistributedState* companion, d
   // starts from: the transposition swaps the two sets of positions both ways.
   const unsigned global = num_qubits_ - local;
   transpose_both();
-  if (z != nullptr) products(local - global, local);
-  rotate(local - global, local);
+  rotate(local - global, nullptr, top);
+  if (z != nullptr) *z += top.mixer();
   if (layout == nullptr) {
     transpose_both();
   } else {
@@ -404,8 +402,7 @@ void DistributedState::apply_phase(const DiagonalValues& local_diagonal, double 
   const std::string error = diagonal_mismatch(local_diagonal, local_qubits_);
   if (!error.empty()) throw std::invalid_argument(error);
   // The pass borrows the values: a non-owning pointer.
-  const DiagonalOp op{
-      std::shared_ptr<const DiagonalValues>(std::shared_ptr<void>(), &local_diagonal), gamma, 0.0};
+  const DiagonalOp op{borrowed(local_diagonal), gamma, 0.0};
   DiagonalPass(op).apply_all(amps_.data(), local_qubits_);
 }
 
@@ -624,12 +621,17 @@ void DistributedState::run_ansatz(const DistributedAnsatz& ansatz, std::span<con
     if (keep && p % 2 == 1) layout = Layout::kTransposed;
   }
   for (std::size_t j = 0; j < p; ++j) {
-    apply_phase(layout == Layout::kTransposed ? *ansatz.phase_transposed : *ansatz.phase,
-                angles[j]);
+    const DiagonalValues& phase =
+        layout == Layout::kTransposed ? *ansatz.phase_transposed : *ansatz.phase;
     if (ansatz.xy_pairs) {
+      apply_phase(phase, angles[j]);
       apply_xy_mixer(*ansatz.xy_pairs, angles[p + j]);
     } else {
-      x_layer(mixer_rotation(angles[p + j]), nullptr, nullptr, keep ? &layout : nullptr);
+      // The phase rides in the mixer's first pass, as in one process.
+      const DiagonalOp op{borrowed(phase), angles[j], 0.0};
+      const DiagonalPass pass(op);
+      x_layer(mixer_rotation(angles[p + j]), &pass, nullptr, nullptr, nullptr,
+              keep ? &layout : nullptr);
     }
   }
   if (layout == Layout::kTransposed) transpose();
@@ -649,42 +651,80 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
   check_loss_settings(settings);
   run_ansatz(ansatz, angles);
   DistributedState lambda(comm_, num_qubits_, std::max<std::size_t>(buffer_.size(), 1));
-  const double loss = final_loss(*ansatz.energies, settings, &lambda);
-  const Index size = amps_.size();
+  const unsigned local = local_qubits_;
+  const std::size_t p = angles.size() / 2;
+  const KernelSet& k = active_kernels<double>();
+  const ProductKernels& pk = product_kernels(k);
+  // As in one process: the expectation's and the Gibbs loss's weights ride in the first
+  // backward pass of the X mixer; the others get a pass of their own first.
+  const EnergyTable energies(borrowed(*ansatz.energies), 0.0, local);
+  std::optional<LossWeights> weights;
+  double loss = 0.0;
+  if (settings.kind == LossKind::kExpectation && !ansatz.xy_pairs) {
+    weights = LossWeights{&energies, false, 0.0, 1.0};
+  } else if (settings.kind == LossKind::kGibbs && !ansatz.xy_pairs) {
+    const double t = settings.temperature;
+    double shift = (t > 0 ? energies.min() : energies.max()) / t;
+    check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
+              comm_);
+    weights = LossWeights{&energies, true, shift, t};
+  } else {
+    loss = final_loss(*ansatz.energies, settings, &lambda);
+  }
   Amp* f = amps_.data();
   Amp* l = lambda.amps_.data();
 
-  const std::size_t p = angles.size() / 2;
-  std::fill(gradient.begin(), gradient.end(), 0.0);
-  // The sweep keeps X layers transposed as run_ansatz does, both states alike.
+  // The sweep keeps X layers transposed as run_ansatz does, both states alike. Each step undoes
+  // the pending phase layer j + 1 and mixer j, taking both layers' products on the way.
+  const DiagonalOp phases[2] = {{borrowed(*ansatz.phase), 1.0, 0.0},
+                                {ansatz.phase_transposed != nullptr
+                                     ? borrowed(*ansatz.phase_transposed)
+                                     : borrowed(*ansatz.phase),
+                                 1.0, 0.0}};
+  const DiagonalProducts products[2] = {{phases[0], pk}, {phases[1], pk}};
+  // The 2p partials, then the fused loss's local figure: one MPI_Allreduce for all.
+  std::vector<double> sums(angles.size() + 1, 0.0);
   Layout layout = Layout::kCanonical;
   const bool keep = keeps_layout(ansatz);
   for (std::size_t j = p; j-- > 0;) {
     const double beta = angles[p + j];
+    const bool pending = j + 1 < p;
+    const auto at = static_cast<std::size_t>(layout == Layout::kTransposed);
+    const DiagonalOp undo{phases[at].values, -(pending ? angles[j + 1] : 0.0), 0.0};
+    const DiagonalPass pass(undo, k);
     double z = 0.0;
     if (!ansatz.xy_pairs) {
-      x_layer(mixer_rotation(-beta), &lambda, &z, keep ? &layout : nullptr);
+      const bool first = weights && j + 1 == p;
+      MixerProducts watch(pending ? &products[at] : nullptr, pk, first ? &*weights : nullptr);
+      x_layer(mixer_rotation(-beta), pending ? &pass : nullptr, &lambda, &watch, &z,
+              keep ? &layout : nullptr);
+      if (first) sums[angles.size()] = watch.weights();
+      if (pending) sums[j + 1] = 2.0 * watch.diagonal();
+      sums[p + j] = -2.0 * (watch.mixer() + z);
     } else {
+      if (pending) {
+        pass.apply_all(f, local);
+        pass.apply_all(l, local);
+      }
       std::vector<std::pair<unsigned, unsigned>> reversed(ansatz.xy_pairs->rbegin(),
                                                           ansatz.xy_pairs->rend());
       run_ops(xy_ops(reversed, -beta), &lambda, &z);
+      sums[p + j] = -2.0 * z;
+      sums[j] = 2.0 * products[0].all(l, f, local);
     }
-    gradient[p + j] = -2.0 * z;
-    // Now just after the phase layer: its product, then undo it.
-    double d = 0.0;
-    const DiagonalValues& phase =
-        layout == Layout::kTransposed ? *ansatz.phase_transposed : *ansatz.phase;
-    for_each_value(phase, 0, size,
-                   [&](Index x, double v) { d += v * std::imag(std::conj(l[x]) * f[x]); });
-    gradient[j] = 2.0 * d;
-    apply_phase(phase, -angles[j]);
-    lambda.apply_phase(phase, -angles[j]);
   }
-  if (layout == Layout::kTransposed) transpose();  // the state only: λ is dropped
-  check_mpi(MPI_Allreduce(MPI_IN_PLACE, gradient.data(), static_cast<int>(gradient.size()),
-                          MPI_DOUBLE, MPI_SUM, comm_),
+  if (!ansatz.xy_pairs) {
+    sums[0] = 2.0 * products[layout == Layout::kTransposed].all(l, f, local);
+  }
+  check_mpi(MPI_Allreduce(MPI_IN_PLACE, sums.data(), static_cast<int>(sums.size()), MPI_DOUBLE,
+                          MPI_SUM, comm_),
             "MPI_Allreduce", comm_);
-  return loss;
+  std::copy(sums.begin(), sums.end() - 1, gradient.begin());
+  if (!weights) return loss;
+  const double figure = sums.back();
+  if (!weights->gibbs) return figure;
+  for (double& g : gradient) g /= figure;  // λ was short of the factor 1/Z
+  return weights->shift - std::log(figure);
 }
 
 void DistributedState::check_loss_settings(const LossSettings& settings) {

@@ -26,7 +26,9 @@
 
 #include "corvid/circuit/gate.h"
 #include "corvid/qaoa/adjoint.h"
+#include "corvid/qaoa/layer_products.h"
 #include "corvid/sim/compile/diagonal_values.h"
+#include "corvid/sim/execute/diagonal_pass.h"
 #include "corvid/sim/kernels/matrix2.h"
 #include "corvid/sim/kernels/two_qubit_matrix.h"
 #include "corvid/util/aligned_buffer.h"
@@ -163,8 +165,8 @@ class DistributedState {
   /// run_ansatz, then the loss of the final state (expectation, CVaR or Gibbs) and its 2p
   /// partial derivatives in `gradient`, the same on every rank: one backward sweep carries
   /// the state and the loss's cotangent back together through the same exchanges, the cotangent
-  /// in a second distributed state made here (twice the memory). The state is left at the
-  /// start of the ansatz's layers. Collective.
+  /// in a second distributed state made here (twice the memory). The sweep leaves this state's
+  /// amplitudes spent: run_ansatz again before reading them. Collective.
   double loss_and_gradient(const DistributedAnsatz& ansatz, std::span<const double> angles,
                            const LossSettings& settings, std::span<double> gradient);
 
@@ -225,12 +227,14 @@ class DistributedState {
   /// Whether the X mixer reaches the global qubits by transpositions: at least k local qubits
   /// and k >= 2, or k >= 1 when the transposed layout is `kept` for the next layer.
   bool transposes(bool kept) const;
-  /// `rx` on every qubit: the local ones in one pass, the global ones as the top local qubits
-  /// after a transposition (see transposes) or by pairwise exchanges. With `layout` (the
-  /// state's, updated), the layer ends in the other layout; without, a transposition back.
-  /// On `companion` too when given; with `z`, first adds sum over all qubits q and x of
-  /// Im(conj(companion[x])·this[x ^ q]) to *z.
-  void x_layer(const Matrix2& rx, DistributedState* companion, double* z, Layout* layout = nullptr);
+  /// `rx` on every qubit: the local ones in one pass (`before` first inside it, when given),
+  /// the global ones as the top local qubits after a transposition (see transposes) or by
+  /// pairwise exchanges. With `layout` (the state's, updated), the layer ends in the other
+  /// layout; without, a transposition back. With `companion` and `watch` (which sees the local
+  /// pass over both states), on the companion too, adding to *z the sum over the other qubits
+  /// q and x of Im(conj(companion[x])·this[x ^ q]).
+  void x_layer(const Matrix2& rx, const DiagonalPass* before, DistributedState* companion,
+               MixerProducts* watch, double* z, Layout* layout = nullptr);
   /// Whether run_ansatz and the gradient's sweep keep X layers transposed: the ansatz has the
   /// transposed phase and the X mixer transposes.
   bool keeps_layout(const DistributedAnsatz& ansatz) const;

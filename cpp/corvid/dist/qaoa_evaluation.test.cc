@@ -86,7 +86,7 @@ TEST_P(Evaluation, MatchesSingleProcessObjective) {
   EXPECT_NEAR(world.loss_and_gradient(angles, settings, got), want_loss, 1e-12);
   for (std::size_t i = 0; i < angles.size(); ++i) EXPECT_NEAR(got[i], want[i], 1e-12) << i;
 
-  // After the gradient's sweep the state is back at the start: the top solutions re-run it.
+  // The gradient's sweep spends the state: the top solutions re-run it.
   alone.loss(angles, settings);
   const std::vector<Solution> top = world.top_solutions(8), top_alone = alone.top_solutions(8);
   ASSERT_EQ(top.size(), top_alone.size());
