@@ -252,14 +252,21 @@ DistributedState::~DistributedState() {
   if (comm_ != MPI_COMM_NULL) MPI_Comm_free(&comm_);
 }
 
+void DistributedState::fill(Amp value) {
+  // In parallel, so that each thread first touches the pages its kernels work on.
+  Amp* amps = amps_.data();
+  const auto size = static_cast<std::int64_t>(amps_.size());
+#pragma omp parallel for schedule(static) if (parallel_worthwhile(amps_.size()))
+  for (std::int64_t i = 0; i < size; ++i) amps[i] = value;
+}
+
 void DistributedState::set_zero() {
-  std::fill(amps_.data(), amps_.data() + amps_.size(), Amp{});
+  fill(Amp{});
   if (rank_ == 0) amps_[0] = 1.0;
 }
 
 void DistributedState::set_uniform() {
-  const double value = 1.0 / std::sqrt(std::ldexp(1.0, static_cast<int>(num_qubits_)));
-  std::fill(amps_.data(), amps_.data() + amps_.size(), Amp{value, 0.0});
+  fill(Amp{1.0 / std::sqrt(std::ldexp(1.0, static_cast<int>(num_qubits_))), 0.0});
 }
 
 void DistributedState::apply_phase(std::span<const double> local_energies, double gamma) {

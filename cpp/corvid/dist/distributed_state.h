@@ -238,6 +238,8 @@ class DistributedState {
   /// Whether run_ansatz and the gradient's sweep keep X layers transposed: the ansatz has the
   /// transposed phase and the X mixer transposes.
   bool keeps_layout(const DistributedAnsatz& ansatz) const;
+  /// Every local amplitude set to `value`, in one parallel pass.
+  void fill(std::complex<double> value);
   /// Swaps the k global qubits with the top k local ones: an all-to-all of equal blocks in
   /// 2^k - 1 pairwise rounds, in place, through MPI_Sendrecv_replace in chunks.
   void transpose();
