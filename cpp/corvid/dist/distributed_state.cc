@@ -182,6 +182,10 @@ bool better(const Solution& a, const Solution& b) {
 }  // namespace
 
 DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size_t max_chunk)
+    : DistributedState(comm, num_qubits, max_chunk, true) {}
+
+DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size_t max_chunk,
+                                   bool zero)
     : num_qubits_(num_qubits) {
   const int ranks = size_of(comm);
   const auto r = static_cast<std::uint64_t>(ranks);
@@ -224,10 +228,10 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
     if (per_rank > SIZE_MAX / static_cast<std::size_t>(node_ranks)) {
       require_memory(SIZE_MAX, "the distributed state");
     }
-    require_memory(per_rank * static_cast<std::size_t>(node_ranks),
+    require_memory_releasing(per_rank * static_cast<std::size_t>(node_ranks),
                    "this node's share of the distributed state (" + std::to_string(node_ranks) +
                        " ranks on this node)");
-    amps_ = AlignedBuffer<Amp>(local_size, "the local slice of the distributed state");
+    amps_ = PooledBuffer<Amp>(local_size, "the local slice of the distributed state");
     if (ranks > 1) {
       buffer_ = AlignedBuffer<Amp>(chunk, "the exchange buffer of the distributed state");
     }
@@ -245,7 +249,7 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
     throw OutOfMemory(error.empty() ? "another rank could not allocate its slice (see its error)"
                                     : "rank " + std::to_string(rank_) + ": " + error);
   }
-  set_zero();
+  if (zero) set_zero();
 }
 
 DistributedState::~DistributedState() {
@@ -657,7 +661,8 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
   }
   check_loss_settings(settings);
   run_ansatz(ansatz, angles);
-  DistributedState lambda(comm_, num_qubits_, std::max<std::size_t>(buffer_.size(), 1));
+  // λ is written whole before it is read (by the loss's own pass or the sweep's first one).
+  DistributedState lambda(comm_, num_qubits_, std::max<std::size_t>(buffer_.size(), 1), false);
   const unsigned local = local_qubits_;
   const std::size_t p = angles.size() / 2;
   const KernelSet& k = active_kernels<double>();

@@ -31,6 +31,7 @@
 #include "corvid/sim/execute/diagonal_pass.h"
 #include "corvid/sim/kernels/matrix2.h"
 #include "corvid/sim/kernels/two_qubit_matrix.h"
+#include "corvid/sim/machine/buffer_pool.h"
 #include "corvid/util/aligned_buffer.h"
 
 namespace corvid::dist {
@@ -209,6 +210,9 @@ class DistributedState {
   std::vector<Solution> top_solutions(std::span<const double> p, std::size_t count) const;
 
  private:
+  /// The public constructor; without `zero`, the amplitudes are left unset (their pages
+  /// untouched) for a state that is written whole before it is read.
+  DistributedState(MPI_Comm comm, unsigned num_qubits, std::size_t max_chunk, bool zero);
   /// A gate on qubit a (one-qubit: b < 0, matrix m2) or on qubits a, b (m4, a the low bit of
   /// its index).
   struct LocalOp {
@@ -284,7 +288,9 @@ class DistributedState {
   unsigned local_qubits_ = 0;
   int rank_ = 0;
   int ranks_ = 1;
-  AlignedBuffer<std::complex<double>> amps_;
+  // From the simulator's buffer pool: huge pages, and a slice (or the gradient's companion)
+  // freed by one evaluation is reused by the next instead of being faulted in again.
+  PooledBuffer<std::complex<double>> amps_;
   AlignedBuffer<std::complex<double>> buffer_;
   std::uint64_t bytes_exchanged_ = 0;
   std::uint64_t swaps_ = 0;
