@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <numeric>
+#include <optional>
 #include <queue>
 #include <random>
 #include <stdexcept>
@@ -229,8 +229,8 @@ DistributedState::DistributedState(MPI_Comm comm, unsigned num_qubits, std::size
       require_memory(SIZE_MAX, "the distributed state");
     }
     require_memory_releasing(per_rank * static_cast<std::size_t>(node_ranks),
-                   "this node's share of the distributed state (" + std::to_string(node_ranks) +
-                       " ranks on this node)");
+                             "this node's share of the distributed state (" +
+                                 std::to_string(node_ranks) + " ranks on this node)");
     amps_ = PooledBuffer<Amp>(local_size, "the local slice of the distributed state");
     if (ranks > 1) {
       buffer_ = AlignedBuffer<Amp>(chunk, "the exchange buffer of the distributed state");
@@ -480,45 +480,23 @@ void DistributedState::run_ops(std::span<const LocalOp> ops, DistributedState* c
     where[who[local_position]] = local_position;
   };
   const auto apply_local = [&](unsigned a, int b, const LocalOp& op) {
+    if (op.xy) {
+      // The single-process pair pass; with the companion, its product rides along.
+      const double product =
+          rotate_pair(amps_.data(), companion != nullptr ? companion->amps_.data() : nullptr, local,
+                      a, static_cast<unsigned>(b), op.theta);
+      if (z != nullptr) *z += product;
+      return;
+    }
     for (DistributedState* s : {this, companion}) {
       if (s == nullptr) continue;
       if (b < 0) {
         const QubitMatrix gate{a, op.m2};
         apply_rotation_layer<double>(s->amps_.data(), local, std::span(&gate, 1));
-      } else if (!op.xy) {
-        apply_matrix4(s->amps_.data(), local, a, static_cast<unsigned>(b), op.m4);
       } else {
-        Amp* amps = s->amps_.data();
-        const Index quarter = amps_.size() / 4;
-        const auto ub = static_cast<unsigned>(b);
-        const unsigned lo = std::min(a, ub), hi = std::max(a, ub);
-        const Index bit_a = Index{1} << a, bit_b = Index{1} << ub;
-        const Amp c = op.m4[5], i_sin = op.m4[6];
-#pragma omp parallel for schedule(static) if (parallel_worthwhile(quarter))
-        for (std::int64_t t = 0; t < static_cast<std::int64_t>(quarter); ++t) {
-          const Index x = insert_bit(insert_bit(static_cast<Index>(t), lo, 0), hi, 0);
-          const Amp u = amps[x | bit_a], v = amps[x | bit_b];
-          amps[x | bit_a] = cmul(c, u) + cmul(i_sin, v);
-          amps[x | bit_b] = cmul(c, v) + cmul(i_sin, u);
-        }
+        apply_matrix4(s->amps_.data(), local, a, static_cast<unsigned>(b), op.m4);
       }
     }
-  };
-  // sum_x Im(conj(λ[x])·φ[x']) over the x whose bits a, b differ, x' = x with both flipped.
-  const auto pair_product = [&](unsigned a, unsigned b) {
-    const Amp* phi = amps_.data();
-    const Amp* lambda = companion->amps_.data();
-    const Index quarter = amps_.size() / 4;
-    const unsigned lo = std::min(a, b), hi = std::max(a, b);
-    const Index bit_a = Index{1} << a, bit_b = Index{1} << b;
-    double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(quarter))
-    for (std::int64_t t = 0; t < static_cast<std::int64_t>(quarter); ++t) {
-      const Index x = insert_bit(insert_bit(static_cast<Index>(t), lo, 0), hi, 0);
-      sum += std::imag(std::conj(lambda[x | bit_a]) * phi[x | bit_b]) +
-             std::imag(std::conj(lambda[x | bit_b]) * phi[x | bit_a]);
-    }
-    return sum;
   };
   for (std::size_t i = 0; i < ops.size(); ++i) {
     const LocalOp& op = ops[i];
@@ -538,7 +516,6 @@ void DistributedState::run_ops(std::span<const LocalOp> ops, DistributedState* c
       }
       swap_positions(where[q], victim);
     }
-    if (z != nullptr) *z += pair_product(where[op.a], where[op.b]);
     apply_local(where[op.a], op.b < 0 ? -1 : static_cast<int>(where[op.b]), op);
   }
   // Back to the plain layout: global positions first (through a local one where a global qubit
@@ -577,14 +554,8 @@ void DistributedState::apply_gates(std::span<const Gate> gates) {
 
 std::vector<DistributedState::LocalOp> DistributedState::xy_ops(
     std::span<const std::pair<unsigned, unsigned>> pairs, double beta) {
-  // On the pair's index a + 2b: |01> and |10> turn into each other, |00> and |11> stay.
-  const Amp c{std::cos(beta), 0.0}, s{0.0, std::sin(beta)};
-  Matrix4 m{};
-  m[0] = m[15] = 1.0;
-  m[5] = m[10] = c;
-  m[6] = m[9] = s;
   std::vector<LocalOp> ops;
-  for (const auto& [a, b] : pairs) ops.push_back({a, static_cast<int>(b), {}, m, true});
+  for (const auto& [a, b] : pairs) ops.push_back({a, static_cast<int>(b), {}, {}, true, beta});
   return ops;
 }
 
@@ -688,11 +659,11 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
 
   // The sweep keeps X layers transposed as run_ansatz does, both states alike. Each step undoes
   // the pending phase layer j + 1 and mixer j, taking both layers' products on the way.
-  const DiagonalOp phases[2] = {{borrowed(*ansatz.phase), 1.0, 0.0},
-                                {ansatz.phase_transposed != nullptr
-                                     ? borrowed(*ansatz.phase_transposed)
-                                     : borrowed(*ansatz.phase),
-                                 1.0, 0.0}};
+  const DiagonalOp phases[2] = {
+      {borrowed(*ansatz.phase), 1.0, 0.0},
+      {ansatz.phase_transposed != nullptr ? borrowed(*ansatz.phase_transposed)
+                                          : borrowed(*ansatz.phase),
+       1.0, 0.0}};
   const DiagonalProducts products[2] = {{phases[0], pk}, {phases[1], pk}};
   // The 2p partials, then the fused loss's local figure: one MPI_Allreduce for all.
   std::vector<double> sums(angles.size() + 1, 0.0);

@@ -220,8 +220,9 @@ class DistributedState {
     int b;
     Matrix2 m2;
     Matrix4 m4;
-    /// m4 only mixes |01> and |10> (an XY pair): run by a pass over those amplitudes alone.
+    /// An XY pair instead, exp(+i·theta·(XX + YY)/2): the pair pass over |01> and |10> alone.
     bool xy = false;
+    double theta = 0.0;
   };
   /// `matrix` on a global qubit, on this state and on `companion` (the cotangent of the
   /// gradient's sweep) when given; with `z`, first adds sum_x Im(conj(companion[x])·this[x ^

@@ -41,15 +41,6 @@ constexpr Index kPerThreadSize = Index{1} << 15;
 // Work unit of the read pass over both states: 2^12 amplitudes.
 constexpr unsigned kChunkBits = 12;
 
-// Im(conj(a)·b).
-inline double im_dot(Amp a, Amp b) { return a.real() * b.imag() - a.imag() * b.real(); }
-
-// Inserts a zero at bit `bit` of t.
-inline Index insert_zero(Index t, unsigned bit) {
-  const Index low = t & ((Index{1} << bit) - 1);
-  return ((t >> bit) << (bit + 1)) | low;
-}
-
 // exp(+iβX) = RX(−2β) on every qubit.
 std::vector<QubitMatrix> x_mixer(unsigned n, double beta) {
   const Amp c{std::cos(beta), 0.0};
@@ -57,31 +48,6 @@ std::vector<QubitMatrix> x_mixer(unsigned n, double beta) {
   std::vector<QubitMatrix> layer;
   for (unsigned q = 0; q < n; ++q) layer.push_back({q, {c, s, s, c}});
   return layer;
-}
-
-// exp(iθS) on the pair (a, b), S exchanging the amplitudes where exactly one of the two is 1.
-// With `lambda`, the same is applied to it and Σ Im(conj(λ)·S·φ) before the step is returned.
-double rotate_pair(Amp* phi, Amp* lambda, unsigned n, unsigned a, unsigned b, double theta) {
-  const Index quarter = Index{1} << (n - 2);
-  const unsigned lo = std::min(a, b), hi = std::max(a, b);
-  const Index bit_a = Index{1} << a, bit_b = Index{1} << b;
-  const double c = std::cos(theta), s = std::sin(theta);
-  const auto step = [c, s](Amp& u, Amp& v) {
-    const Amp u0 = u, v0 = v;
-    u = {c * u0.real() - s * v0.imag(), c * u0.imag() + s * v0.real()};
-    v = {c * v0.real() - s * u0.imag(), c * v0.imag() + s * u0.real()};
-  };
-  double z = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(quarter))
-  for (std::int64_t t = 0; t < static_cast<std::int64_t>(quarter); ++t) {
-    const Index x = insert_zero(insert_zero(static_cast<Index>(t), lo), hi);
-    if (lambda != nullptr) {
-      z += im_dot(lambda[x | bit_a], phi[x | bit_b]) + im_dot(lambda[x | bit_b], phi[x | bit_a]);
-      step(lambda[x | bit_a], lambda[x | bit_b]);
-    }
-    step(phi[x | bit_a], phi[x | bit_b]);
-  }
-  return z;
 }
 
 void check_angles(std::span<const double> angles) {

@@ -25,6 +25,12 @@ constexpr unsigned kChunkBits = 12;
 // Im(conj(a)·b).
 inline double im_dot(Amp a, Amp b) { return a.real() * b.imag() - a.imag() * b.real(); }
 
+// Inserts a zero at bit `bit` of t.
+inline Index insert_zero(Index t, unsigned bit) {
+  const Index low = t & ((Index{1} << bit) - 1);
+  return ((t >> bit) << (bit + 1)) | low;
+}
+
 // The inner products of the gradient, Σ Im(conj(λ)·H·φ) over ranges of the two states, for H
 // the phase diagonal or X on one qubit. Portable here; AVX2 below.
 // D(x) from the diagonal's storage: a level table and an index per state, or the values.
@@ -243,7 +249,6 @@ double weighted(const T* index, const double* table, const Amp* lam, const Amp* 
 }  // namespace avx2
 #pragma GCC pop_options
 
-
 constexpr ProductKernels kPortable{&portable::range, &portable::rows,
                                    &portable::weighted<std::uint8_t>,
                                    &portable::weighted<std::uint16_t>, &portable::weighted<double>};
@@ -252,12 +257,34 @@ constexpr ProductKernels kAvx2{&avx2::range, &avx2::rows, &avx2::weighted<std::u
 
 }  // namespace
 
+double rotate_pair(Amp* phi, Amp* lambda, unsigned n, unsigned a, unsigned b, double theta) {
+  const Index quarter = Index{1} << (n - 2);
+  const unsigned lo = std::min(a, b), hi = std::max(a, b);
+  const Index bit_a = Index{1} << a, bit_b = Index{1} << b;
+  const double c = std::cos(theta), s = std::sin(theta);
+  const auto step = [c, s](Amp& u, Amp& v) {
+    const Amp u0 = u, v0 = v;
+    u = {c * u0.real() - s * v0.imag(), c * u0.imag() + s * v0.real()};
+    v = {c * v0.real() - s * u0.imag(), c * v0.imag() + s * u0.real()};
+  };
+  double z = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(quarter))
+  for (std::int64_t t = 0; t < static_cast<std::int64_t>(quarter); ++t) {
+    const Index x = insert_zero(insert_zero(static_cast<Index>(t), lo), hi);
+    if (lambda != nullptr) {
+      z += im_dot(lambda[x | bit_a], phi[x | bit_b]) + im_dot(lambda[x | bit_b], phi[x | bit_a]);
+      step(lambda[x | bit_a], lambda[x | bit_b]);
+    }
+    step(phi[x | bit_a], phi[x | bit_b]);
+  }
+  return z;
+}
+
 const ProductKernels& product_kernels(const KernelSet& k) {
   return avx2_kernel_set() != nullptr && k.name != scalar_kernel_set().name ? kAvx2 : kPortable;
 }
 
-DiagonalProducts::DiagonalProducts(const DiagonalOp& op, const ProductKernels& k)
-    : op_(op), k_(k) {
+DiagonalProducts::DiagonalProducts(const DiagonalOp& op, const ProductKernels& k) : op_(op), k_(k) {
   if (op.values != nullptr) {
     for (double level : op.values->levels()) levels_.push_back(op.scale * level);
   }

@@ -15,6 +15,12 @@
 
 namespace corvid {
 
+/// exp(iθS) on the pair (a, b) of the 2^n amplitudes at `phi`, S exchanging the amplitudes where
+/// exactly one of the two is 1 (an XY mixer's term). With `lambda`, the same on it, and
+/// Σ Im(conj(λ)·S·φ) before the step is returned. One parallel pass over both states.
+double rotate_pair(Amplitude* phi, Amplitude* lambda, unsigned n, unsigned a, unsigned b,
+                   double theta);
+
 /// Kernels for the products: AVX2 or portable.
 struct ProductKernels {
   double (*range)(const Amplitude*, const Amplitude*, std::uint64_t, std::span<const unsigned>);
