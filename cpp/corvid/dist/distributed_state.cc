@@ -639,21 +639,24 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
   const KernelSet& k = active_kernels<double>();
   const ProductKernels& pk = product_kernels(k);
   // As in one process: the expectation's and the Gibbs loss's weights ride in the first
-  // backward pass of the X mixer; the others get a pass of their own first.
+  // backward pass of the X mixer (a pass of their own before XY pairs); CVaR's need the whole
+  // distribution first.
   const EnergyTable energies(borrowed(*ansatz.energies), 0.0, local);
   std::optional<LossWeights> weights;
-  double loss = 0.0;
-  if (settings.kind == LossKind::kExpectation && !ansatz.xy_pairs) {
+  if (settings.kind == LossKind::kExpectation) {
     weights = LossWeights{&energies, false, 0.0, 1.0};
-  } else if (settings.kind == LossKind::kGibbs && !ansatz.xy_pairs) {
+  } else if (settings.kind == LossKind::kGibbs) {
     const double t = settings.temperature;
     double shift = (t > 0 ? energies.min() : energies.max()) / t;
     check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
               comm_);
     weights = LossWeights{&energies, true, shift, t};
-  } else {
-    loss = final_loss(*ansatz.energies, settings, &lambda);
   }
+  const double loss = weights ? 0.0 : cvar_cotangent(*ansatz.energies, settings.alpha, &lambda);
+  // The 2p partials, then the weighted loss's local figure: one MPI_Allreduce for all.
+  std::vector<double> sums(angles.size() + 1, 0.0);
+  if (weights && ansatz.xy_pairs)
+    sums.back() = weights->all(amps_.data(), lambda.amps_.data(), local);
   Amp* f = amps_.data();
   Amp* l = lambda.amps_.data();
 
@@ -665,8 +668,6 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
                                           : borrowed(*ansatz.phase),
        1.0, 0.0}};
   const DiagonalProducts products[2] = {{phases[0], pk}, {phases[1], pk}};
-  // The 2p partials, then the fused loss's local figure: one MPI_Allreduce for all.
-  std::vector<double> sums(angles.size() + 1, 0.0);
   Layout layout = Layout::kCanonical;
   const bool keep = keeps_layout(ansatz);
   for (std::size_t j = p; j-- > 0;) {
@@ -726,39 +727,24 @@ double DistributedState::loss(const DiagonalValues& local_energies,
   check_loss_settings(settings);
   const std::string error = diagonal_mismatch(local_energies, local_qubits_);
   sum_over_ranks(0.0, error);
-  return final_loss(local_energies, settings, nullptr);
+  return final_loss(local_energies, settings);
 }
 
-// λ = w∘φ with w = ∂loss/∂p: e for the expectation, −exp(−e/t)/Z for the Gibbs loss (both
-// scaled by exp(shift), shift the least e/t over all ranks, so that nothing overflows).
-double DistributedState::final_loss(const DiagonalValues& e, const LossSettings& settings,
-                                    DistributedState* lambda) const {
+// The Gibbs loss with shift = the least e/t over all ranks, so that nothing overflows.
+double DistributedState::final_loss(const DiagonalValues& e, const LossSettings& settings) const {
+  if (settings.kind == LossKind::kExpectation) return expectation(e);
+  if (settings.kind == LossKind::kCvar) return cvar_cotangent(e, settings.alpha, nullptr);
   const Index size = amps_.size();
   const Amp* f = amps_.data();
-  Amp* l = lambda != nullptr ? lambda->amps_.data() : nullptr;
-  if (settings.kind == LossKind::kExpectation) {
-    if (l != nullptr) for_each_value(e, 0, size, [&](Index x, double v) { l[x] = v * f[x]; });
-    return expectation(e);
-  }
-  if (settings.kind == LossKind::kCvar) return cvar_cotangent(e, settings.alpha, lambda);
   const double t = settings.temperature;
   double shift = INFINITY;
   for_each_value(e, 0, size, [&](Index, double v) { shift = std::min(shift, v / t); });
   check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
             comm_);
   double z = 0.0;
-  for_each_value(e, 0, size, [&](Index x, double v) {
-    const double w = std::exp(shift - v / t);
-    if (l != nullptr) l[x] = {w, 0.0};
-    z += std::norm(f[x]) * w;
-  });
-  z = sum_over_ranks(z, "");
-  if (l != nullptr) {
-    const auto count = static_cast<std::int64_t>(size);
-#pragma omp parallel for schedule(static) if (parallel_worthwhile(size))
-    for (std::int64_t x = 0; x < count; ++x) l[x] = (-l[x].real() / z) * f[x];
-  }
-  return shift - std::log(z);
+  for_each_value(e, 0, size,
+                 [&](Index x, double v) { z += std::norm(f[x]) * std::exp(shift - v / t); });
+  return shift - std::log(sum_over_ranks(z, ""));
 }
 
 // loss = sum over the entries ahead of the boundary b (heavier, or as heavy and before it) of

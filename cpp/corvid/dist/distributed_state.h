@@ -274,10 +274,8 @@ class DistributedState {
   /// Writes CVaR's cotangent w∘φ of this state to `lambda` when given; returns the loss.
   /// Collective.
   double cvar_cotangent(const DiagonalValues& e, double alpha, DistributedState* lambda) const;
-  /// The loss of this state's distribution with energies `e`, and its cotangent w∘φ (w the
-  /// loss's derivative in the probabilities) in `lambda` when given. Collective.
-  double final_loss(const DiagonalValues& e, const LossSettings& settings,
-                    DistributedState* lambda) const;
+  /// The loss of this state's distribution with energies `e`. Collective.
+  double final_loss(const DiagonalValues& e, const LossSettings& settings) const;
   static void check_loss_settings(const LossSettings& settings);
   void check_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) const;
   /// Sums one local value over the ranks; when `error` is nonempty on any rank, every rank

@@ -38,8 +38,6 @@ constexpr unsigned kMaxAnsatzQubits = 40;
 // Below this many amplitudes a batch runs one vector per thread: a kernel's thread team costs
 // more than the work of one small vector.
 constexpr Index kPerThreadSize = Index{1} << 15;
-// Work unit of the read pass over both states: 2^12 amplitudes.
-constexpr unsigned kChunkBits = 12;
 
 // exp(+iβX) = RX(−2β) on every qubit.
 std::vector<QubitMatrix> x_mixer(unsigned n, double beta) {
@@ -225,15 +223,7 @@ double cotangent(const EnergyTable& energies, const StateVector& phi, StateVecto
   const auto count = static_cast<std::int64_t>(size);
   const Amp* f = phi.data();
   Amp* l = lambda.data();
-  if (weights != nullptr) {
-    const Index chunk = std::min(size, Index{1} << kChunkBits);
-    const auto chunks = static_cast<std::int64_t>(size / chunk);
-    double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
-    for (std::int64_t c = 0; c < chunks; ++c)
-      sum += (*weights)(f, l, static_cast<Index>(c) * chunk, chunk);
-    return sum;
-  }
+  if (weights != nullptr) return weights->all(f, l, phi.num_qubits());
   const auto weight = [f](Index x) {
     const double re = f[x].real(), im = f[x].imag();
     return re * re + im * im;

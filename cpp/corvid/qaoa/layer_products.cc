@@ -326,6 +326,17 @@ double LossWeights::operator()(const Amp* phi, Amp* lam, Index begin, Index coun
   });
 }
 
+double LossWeights::all(const Amp* phi, Amp* lam, unsigned n) const {
+  const Index size = Index{1} << n;
+  const Index chunk = std::min(size, Index{1} << kChunkBits);
+  const auto chunks = static_cast<std::int64_t>(size / chunk);
+  double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
+  for (std::int64_t c = 0; c < chunks; ++c)
+    sum += (*this)(phi, lam, static_cast<Index>(c) * chunk, chunk);
+  return sum;
+}
+
 MixerProducts::MixerProducts(const DiagonalProducts* pending, const ProductKernels& k,
                              const LossWeights* weights)
     : d_(pending), k_(k), weights_(weights), sums_(num_threads() + 1) {}

@@ -66,6 +66,8 @@ struct LossWeights {
 
   double operator()(const Amplitude* phi, Amplitude* lam, std::uint64_t begin,
                     std::uint64_t count) const;
+  /// The same over a whole state of 2^n amplitudes, in one parallel pass.
+  double all(const Amplitude* phi, Amplitude* lam, unsigned n) const;
 };
 
 /// The products of one backward X-mixer layer, gathered while the layer's passes hold both
