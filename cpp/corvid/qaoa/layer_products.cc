@@ -22,6 +22,18 @@ using Amp = std::complex<double>;
 // Work unit of the read pass over both states: 2^12 amplitudes.
 constexpr unsigned kChunkBits = 12;
 
+// Σ range(begin, count) over a state of 2^n amplitudes in chunks, in one parallel pass.
+template <class Range>
+double chunked_sum(unsigned n, const Range& range) {
+  const Index size = Index{1} << n;
+  const Index chunk = std::min(size, Index{1} << kChunkBits);
+  const auto chunks = static_cast<std::int64_t>(size / chunk);
+  double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
+  for (std::int64_t c = 0; c < chunks; ++c) sum += range(static_cast<Index>(c) * chunk, chunk);
+  return sum;
+}
+
 // Im(conj(a)·b).
 inline double im_dot(Amp a, Amp b) { return a.real() * b.imag() - a.imag() * b.real(); }
 
@@ -304,14 +316,7 @@ double DiagonalProducts::operator()(const Amp* lam, const Amp* phi, Index begin,
 }
 
 double DiagonalProducts::all(const Amp* lam, const Amp* phi, unsigned n) const {
-  const Index size = Index{1} << n;
-  const Index chunk = std::min(size, Index{1} << kChunkBits);
-  const auto chunks = static_cast<std::int64_t>(size / chunk);
-  double z = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : z) if (parallel_worthwhile(size))
-  for (std::int64_t c = 0; c < chunks; ++c)
-    z += (*this)(lam, phi, static_cast<Index>(c) * chunk, chunk);
-  return z;
+  return chunked_sum(n, [&](Index begin, Index count) { return (*this)(lam, phi, begin, count); });
 }
 
 double LossWeights::operator()(const Amp* phi, Amp* lam, Index begin, Index count) const {
@@ -327,14 +332,7 @@ double LossWeights::operator()(const Amp* phi, Amp* lam, Index begin, Index coun
 }
 
 double LossWeights::all(const Amp* phi, Amp* lam, unsigned n) const {
-  const Index size = Index{1} << n;
-  const Index chunk = std::min(size, Index{1} << kChunkBits);
-  const auto chunks = static_cast<std::int64_t>(size / chunk);
-  double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum) if (parallel_worthwhile(size))
-  for (std::int64_t c = 0; c < chunks; ++c)
-    sum += (*this)(phi, lam, static_cast<Index>(c) * chunk, chunk);
-  return sum;
+  return chunked_sum(n, [&](Index begin, Index count) { return (*this)(phi, lam, begin, count); });
 }
 
 MixerProducts::MixerProducts(const DiagonalProducts* pending, const ProductKernels& k,
