@@ -65,12 +65,12 @@ void check_xy_pairs(std::span<const std::pair<unsigned, unsigned>> pairs, unsign
   }
 }
 
-// The X mixer's rotation, RX(-2·beta).
 // A non-owning handle on `values`, for the passes that take a DiagonalOp.
 std::shared_ptr<const DiagonalValues> borrowed(const DiagonalValues& values) {
   return {std::shared_ptr<void>(), &values};
 }
 
+// The X mixer's rotation, RX(-2·beta).
 Matrix2 mixer_rotation(double beta) {
   return matrix_of(Gate(GateKind::RX, {Qubit(0)}, -2.0 * beta));
 }
@@ -412,7 +412,6 @@ void DistributedState::exchange_global(unsigned global_bit, const Matrix2& m,
 void DistributedState::apply_phase(const DiagonalValues& local_diagonal, double gamma) {
   const std::string error = diagonal_mismatch(local_diagonal, local_qubits_);
   if (!error.empty()) throw std::invalid_argument(error);
-  // The pass borrows the values: a non-owning pointer.
   const DiagonalOp op{borrowed(local_diagonal), gamma, 0.0};
   DiagonalPass(op).apply_all(amps_.data(), local_qubits_);
 }
