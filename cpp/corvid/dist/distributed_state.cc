@@ -16,6 +16,7 @@
 #include "corvid/circuit/gate.h"
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/checks.h"
+#include "corvid/qaoa/chunks.h"
 #include "corvid/qaoa/layer_products.h"
 #include "corvid/qaoa/losses.h"
 #include "corvid/qaoa/weight_key.h"
@@ -771,23 +772,44 @@ double DistributedState::cvar_cotangent(const DiagonalValues& e, double alpha,
     while (boundary + 1 < all_ties && cut.above + static_cast<double>(boundary + 1) * t < alpha) {
       ++boundary;
     }
-    std::uint64_t ordinal = cut.ties_before;
-    for_each_value(e, 0, size, [&](Index x, double v) {
-      if (weight_key(p[x]) != cut.threshold) return;
-      if (ordinal++ == boundary) e_boundary = v;
-    });
+  }
+  // The ties before each chunk of the slice, so that the chunks number theirs in index order in
+  // parallel.
+  const int chunks = chunk_count(size);
+  const auto begin = [&](int c) { return static_cast<Index>(chunk_begin(size, chunks, c)); };
+  const auto is_tie = [&](Index x) { return cut.crossed && weight_key(p[x]) == cut.threshold; };
+  std::vector<std::uint64_t> ties_before(chunks + 1, 0);
+#pragma omp parallel for schedule(static, 1) num_threads(chunks)
+  for (int c = 0; c < chunks; ++c) {
+    for (Index x = begin(c); x < begin(c + 1); ++x) ties_before[c + 1] += is_tie(x);
+  }
+  ties_before[0] = cut.ties_before;
+  for (int c = 0; c < chunks; ++c) ties_before[c + 1] += ties_before[c];
+  if (cut.crossed) {
+    for (int c = 0; c < chunks; ++c) {
+      if (boundary < ties_before[c] || boundary >= ties_before[c + 1]) continue;
+      std::uint64_t ordinal = ties_before[c];
+      for_each_value(e, begin(c), begin(c + 1), [&](Index x, double v) {
+        if (is_tie(x) && ordinal++ == boundary) e_boundary = v;
+      });
+    }
     e_boundary = sum_over_ranks(e_boundary, "");  // one rank holds it, the others add 0
   }
   double sum = 0.0;
-  std::uint64_t ordinal = cut.ties_before;
-  for_each_value(e, 0, size, [&](Index x, double v) {
-    const std::uint64_t key = weight_key(p[x]);
-    const bool ahead =
-        !cut.crossed || key > cut.threshold || (key == cut.threshold && ordinal++ < boundary);
-    const double w = ahead ? v - e_boundary : 0.0;
-    if (l != nullptr) l[x] = w * f[x];
-    sum += w * p[x];
-  });
+#pragma omp parallel for schedule(static, 1) num_threads(chunks) reduction(+ : sum)
+  for (int c = 0; c < chunks; ++c) {
+    std::uint64_t ordinal = ties_before[c];
+    double part = 0.0;
+    for_each_value(e, begin(c), begin(c + 1), [&](Index x, double v) {
+      const std::uint64_t key = weight_key(p[x]);
+      const bool ahead =
+          !cut.crossed || key > cut.threshold || (key == cut.threshold && ordinal++ < boundary);
+      const double w = ahead ? v - e_boundary : 0.0;
+      if (l != nullptr) l[x] = w * f[x];
+      part += w * p[x];
+    });
+    sum += part;
+  }
   return sum_over_ranks(sum, "") + (cut.crossed ? alpha * e_boundary : 0.0);
 }
 
@@ -940,11 +962,23 @@ DistributedState::CvarCut DistributedState::cvar_cut(std::span<const double> p,
   CvarCut cut;
   cut.crossed = true;
   for (int shift = 56; shift >= 0 && cut.crossed; shift -= 8) {
+    // One histogram per chunk of the slice, in parallel (the chunks of the single-process
+    // selection), summed in chunk order.
+    const int chunks = chunk_count(p.size());
+    std::vector<double> per_chunk(static_cast<std::size_t>(chunks) * 256, 0.0);
+#pragma omp parallel for schedule(static, 1) num_threads(chunks)
+    for (int c = 0; c < chunks; ++c) {
+      double* h = &per_chunk[static_cast<std::size_t>(c) * 256];
+      for (std::size_t i = chunk_begin(p.size(), chunks, c);
+           i < chunk_begin(p.size(), chunks, c + 1); ++i) {
+        const std::uint64_t key = weight_key(p[i]);
+        if (shift < 56 && (key >> (shift + 8)) != (cut.threshold >> (shift + 8))) continue;
+        h[(key >> shift) & 255] += p[i];
+      }
+    }
     std::vector<double> local(256, 0.0), total(256, 0.0);
-    for (double w : p) {
-      const std::uint64_t key = weight_key(w);
-      if (shift < 56 && (key >> (shift + 8)) != (cut.threshold >> (shift + 8))) continue;
-      local[(key >> shift) & 255] += w;
+    for (int c = 0; c < chunks; ++c) {
+      for (int b = 0; b < 256; ++b) local[b] += per_chunk[static_cast<std::size_t>(c) * 256 + b];
     }
     check_mpi(MPI_Allreduce(local.data(), total.data(), 256, MPI_DOUBLE, MPI_SUM, comm_),
               "MPI_Allreduce", comm_);
