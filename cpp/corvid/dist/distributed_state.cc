@@ -752,7 +752,7 @@ double DistributedState::final_loss(const DiagonalValues& e, const LossSettings&
 // (alpha above the total mass) w = e; alpha = 0 gives w = 0.
 double DistributedState::cvar_cotangent(const DiagonalValues& e, double alpha,
                                         DistributedState* lambda) const {
-  const AlignedBuffer<double> p = local_probabilities();
+  const PooledBuffer<double> p = local_probabilities();
   Amp* l = lambda != nullptr ? lambda->amps_.data() : nullptr;
   const Amp* f = amps_.data();
   const Index size = amps_.size();
@@ -872,8 +872,8 @@ std::vector<Count> DistributedState::sample_all(std::uint64_t shots, std::uint64
   return out;
 }
 
-AlignedBuffer<double> DistributedState::local_probabilities() const {
-  AlignedBuffer<double> p(amps_.size(), "the local probabilities");
+PooledBuffer<double> DistributedState::local_probabilities() const {
+  PooledBuffer<double> p(amps_.size(), "the local probabilities");
   const auto size = static_cast<std::int64_t>(amps_.size());
 #pragma omp parallel for schedule(static) if (parallel_worthwhile(amps_.size()))
   for (std::int64_t i = 0; i < size; ++i) p[i] = std::norm(amps_[i]);

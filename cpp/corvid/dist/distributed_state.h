@@ -190,8 +190,8 @@ class DistributedState {
   /// min(shots, 2^n) entries). Collective.
   std::vector<Count> sample_all(std::uint64_t shots, std::uint64_t seed) const;
 
-  /// |amplitude|^2 of the slice.
-  AlignedBuffer<double> local_probabilities() const;
+  /// |amplitude|^2 of the slice, in a block of the buffer pool (its pages reused call to call).
+  PooledBuffer<double> local_probabilities() const;
 
   /// sum_x p[x]·E[x] over all ranks, each passing its slice's p and E. Collective.
   double expectation(std::span<const double> p, std::span<const double> e) const;

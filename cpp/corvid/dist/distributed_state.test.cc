@@ -115,7 +115,7 @@ TEST_P(DistributedQaoa, MatchesSingleProcessMachine) {
   const auto& want = table.values;
   const AlignedBuffer<double> all_e =
       energies_from_z_terms(static_cast<int>(n), problem.masks, problem.coeffs);
-  const AlignedBuffer<double> p = state.local_probabilities();
+  const auto p = state.local_probabilities();
   ASSERT_EQ(p.size(), want.size() >> (n - state.local_qubits()));
   for (std::size_t i = 0; i < p.size(); ++i) {
     ASSERT_NEAR(p[i], want[state.first_index() + i], 1e-12) << i;
@@ -236,7 +236,7 @@ TEST(DistributedState, BadInputOnOneRankIsAnErrorOnEveryRank) {
   if (!std::has_single_bit(static_cast<unsigned>(world_size()))) GTEST_SKIP();
   DistributedState state(MPI_COMM_WORLD, 4);
   state.set_uniform();
-  const AlignedBuffer<double> p = state.local_probabilities();
+  const auto p = state.local_probabilities();
   std::vector<double> e(p.size(), 1.0);
   // Rank 0 passes one entry too few (or a NaN weight); the others pass good input.
   const std::size_t size = state.rank() == 0 ? p.size() - 1 : p.size();

@@ -176,7 +176,7 @@ void QaoaEvaluation::bring_state_to_angles(const char* what) {
 
 std::vector<Solution> QaoaEvaluation::top_solutions(std::size_t count) {
   bring_state_to_angles("top_solutions");
-  const AlignedBuffer<double> p = state_.local_probabilities();
+  const PooledBuffer<double> p = state_.local_probabilities();
   return state_.top_solutions(p, count);
 }
 
