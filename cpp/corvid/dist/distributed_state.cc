@@ -642,16 +642,7 @@ double DistributedState::loss_and_gradient(const DistributedAnsatz& ansatz,
   // backward pass of the X mixer (a pass of their own before XY pairs); CVaR's need the whole
   // distribution first.
   const EnergyTable energies(borrowed(*ansatz.energies), 0.0, local);
-  std::optional<LossWeights> weights;
-  if (settings.kind == LossKind::kExpectation) {
-    weights = LossWeights{&energies, false, 0.0, 1.0};
-  } else if (settings.kind == LossKind::kGibbs) {
-    const double t = settings.temperature;
-    double shift = (t > 0 ? energies.min() : energies.max()) / t;
-    check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
-              comm_);
-    weights = LossWeights{&energies, true, shift, t};
-  }
+  const std::optional<LossWeights> weights = weights_over_ranks(energies, settings);
   const double loss = weights ? 0.0 : cvar_cotangent(*ansatz.energies, settings.alpha, &lambda);
   // The 2p partials, then the weighted loss's local figure: one MPI_Allreduce for all.
   std::vector<double> sums(angles.size() + 1, 0.0);
@@ -730,21 +721,23 @@ double DistributedState::loss(const DiagonalValues& local_energies,
   return final_loss(local_energies, settings);
 }
 
-// The Gibbs loss with shift = the least e/t over all ranks, so that nothing overflows.
+std::optional<LossWeights> DistributedState::weights_over_ranks(
+    const EnergyTable& energies, const LossSettings& settings) const {
+  std::optional<LossWeights> weights = loss_weights(energies, settings);
+  if (weights && weights->gibbs) {
+    // Every rank scales by the same factor: the least shift over all of them.
+    check_mpi(MPI_Allreduce(MPI_IN_PLACE, &weights->shift, 1, MPI_DOUBLE, MPI_MIN, comm_),
+              "MPI_Allreduce", comm_);
+  }
+  return weights;
+}
+
 double DistributedState::final_loss(const DiagonalValues& e, const LossSettings& settings) const {
   if (settings.kind == LossKind::kExpectation) return expectation(e);
   if (settings.kind == LossKind::kCvar) return cvar_cotangent(e, settings.alpha, nullptr);
-  const Index size = amps_.size();
-  const Amp* f = amps_.data();
-  const double t = settings.temperature;
-  double shift = INFINITY;
-  for_each_value(e, 0, size, [&](Index, double v) { shift = std::min(shift, v / t); });
-  check_mpi(MPI_Allreduce(MPI_IN_PLACE, &shift, 1, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce",
-            comm_);
-  double z = 0.0;
-  for_each_value(e, 0, size,
-                 [&](Index x, double v) { z += std::norm(f[x]) * std::exp(shift - v / t); });
-  return shift - std::log(sum_over_ranks(z, ""));
+  const EnergyTable energies(borrowed(e), 0.0, local_qubits_);
+  const LossWeights w = *weights_over_ranks(energies, settings);
+  return w.shift - std::log(sum_over_ranks(w.all(amps_.data(), nullptr, local_qubits_), ""));
 }
 
 // loss = sum over the entries ahead of the boundary b (heavier, or as heavy and before it) of

@@ -276,6 +276,9 @@ class DistributedState {
   double cvar_cotangent(const DiagonalValues& e, double alpha, DistributedState* lambda) const;
   /// The loss of this state's distribution with energies `e`. Collective.
   double final_loss(const DiagonalValues& e, const LossSettings& settings) const;
+  /// loss_weights, the Gibbs loss's shift the least over all ranks. Collective.
+  std::optional<LossWeights> weights_over_ranks(const EnergyTable& energies,
+                                                const LossSettings& settings) const;
   static void check_loss_settings(const LossSettings& settings);
   void check_ansatz(const DistributedAnsatz& ansatz, std::span<const double> angles) const;
   /// Sums one local value over the ranks; when `error` is nonempty on any rank, every rank

@@ -1,12 +1,11 @@
 #include "corvid/dist/qaoa_evaluation.h"
 
-#include <algorithm>
 #include <climits>
-#include <cmath>
 #include <cstring>
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "corvid/dist/mpi_check.h"
 #include "corvid/qaoa/checks.h"
@@ -167,7 +166,7 @@ void QaoaEvaluation::bring_state_to_angles(const char* what) {
   if (angles_.empty()) {
     throw std::logic_error(std::string(what) + " needs a state: evaluate a loss or sample first");
   }
-  // The gradient's backward sweep leaves the state at the start of the layers.
+  // The gradient's backward sweep leaves the state spent.
   if (!state_at_angles_) {
     state_.run_ansatz(ansatz_, angles_);
     state_at_angles_ = true;
@@ -203,18 +202,8 @@ EnergyHistogram QaoaEvaluation::energy_histogram(double low, double high, int bi
 }
 
 std::pair<double, double> QaoaEvaluation::energy_range() const {
-  const DiagonalValues& e = *energies_;
-  double low = INFINITY, high = -INFINITY;
-  if (const double* dense = e.dense()) {
-    const auto [min, max] = std::minmax_element(dense, dense + e.size());
-    low = *min;
-    high = *max;
-  } else {
-    // The levels are the values that occur, in ascending order.
-    low = e.levels().front();
-    high = e.levels().back();
-  }
-  double local[2] = {low, -high};
+  const EnergyTable e(energies_, 0.0, state_.local_qubits());
+  double local[2] = {e.min(), -e.max()};
   double global[2] = {0.0, 0.0};
   check_mpi(MPI_Allreduce(local, global, 2, MPI_DOUBLE, MPI_MIN, comm_), "MPI_Allreduce", comm_);
   return {global[0], -global[1]};

@@ -204,16 +204,6 @@ AlignedBuffer<double> QaoaObjective::losses(std::span<const double> angles, std:
 
 namespace {
 
-std::optional<LossWeights> weights_for(const EnergyTable& energies, const LossSettings& settings) {
-  if (settings.kind == LossKind::kExpectation) return LossWeights{&energies, false, 0.0, 1.0};
-  if (settings.kind == LossKind::kCvar) return std::nullopt;
-  const double t = settings.temperature;
-  if (!std::isfinite(t) || t == 0.0) {
-    throw std::invalid_argument("temperature must be finite and nonzero");
-  }
-  return LossWeights{&energies, true, (t > 0 ? energies.min() : energies.max()) / t, t};
-}
-
 // λ = w∘ψ with w[x] = ∂loss/∂p[x] in a pass of its own (see LossWeights: for the Gibbs loss up
 // to the factor 1/Z, and Z is returned), or for CVaR, whose weights are read from the
 // amplitudes as the selection reads them (the loss is returned).
@@ -266,7 +256,7 @@ double QaoaObjective::loss_and_gradient(std::span<const double> angles,
   forward(phi, angles);
   StateVector lambda = StateVector::uninitialized(n);
   // The expectation and Gibbs weights ride in the first backward pass of the X mixer.
-  const std::optional<LossWeights> w = weights_for(energies_, settings);
+  const std::optional<LossWeights> w = loss_weights(energies_, settings);
   const bool fused = w && !ansatz_.xy_pairs;
   double figure = fused ? 0.0 : cotangent(energies_, phi, lambda, settings, w ? &*w : nullptr);
 

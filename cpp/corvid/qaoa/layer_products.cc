@@ -6,11 +6,13 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
+#include <stdexcept>
 #include <type_traits>
 
 #include <immintrin.h>
 #include <omp.h>
 
+#include "corvid/qaoa/adjoint.h"
 #include "corvid/util/parallel.h"
 
 namespace corvid {
@@ -321,18 +323,31 @@ double DiagonalProducts::all(const Amp* lam, const Amp* phi, unsigned n) const {
 
 double LossWeights::operator()(const Amp* phi, Amp* lam, Index begin, Index count) const {
   return e->visit([&](const auto& energy) {
-    double sum = 0.0;
-    for (Index x = begin; x < begin + count; ++x) {
-      const double w = gibbs ? std::exp(shift - energy(x) / t) : energy(x);
-      lam[x] = (gibbs ? -w : w) * phi[x];
-      sum += std::norm(phi[x]) * w;
-    }
-    return sum;
+    const auto pass = [&](auto writes) {
+      double sum = 0.0;
+      for (Index x = begin; x < begin + count; ++x) {
+        const double w = gibbs ? std::exp(shift - energy(x) / t) : energy(x);
+        if constexpr (decltype(writes)::value) lam[x] = (gibbs ? -w : w) * phi[x];
+        sum += std::norm(phi[x]) * w;
+      }
+      return sum;
+    };
+    return lam != nullptr ? pass(std::true_type{}) : pass(std::false_type{});
   });
 }
 
 double LossWeights::all(const Amp* phi, Amp* lam, unsigned n) const {
   return chunked_sum(n, [&](Index begin, Index count) { return (*this)(phi, lam, begin, count); });
+}
+
+std::optional<LossWeights> loss_weights(const EnergyTable& energies, const LossSettings& settings) {
+  if (settings.kind == LossKind::kExpectation) return LossWeights{&energies, false, 0.0, 1.0};
+  if (settings.kind == LossKind::kCvar) return std::nullopt;
+  const double t = settings.temperature;
+  if (!std::isfinite(t) || t == 0.0) {
+    throw std::invalid_argument("temperature must be finite and nonzero");
+  }
+  return LossWeights{&energies, true, (t > 0 ? energies.min() : energies.max()) / t, t};
 }
 
 MixerProducts::MixerProducts(const DiagonalProducts* pending, const ProductKernels& k,

@@ -5,6 +5,7 @@
 
 #include <complex>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -14,6 +15,8 @@
 #include "corvid/sim/kernels/kernel_set.h"
 
 namespace corvid {
+
+struct LossSettings;
 
 /// exp(iθS) on the pair (a, b) of the 2^n amplitudes at `phi`, S exchanging the amplitudes where
 /// exactly one of the two is 1 (an XY mixer's term). With `lambda`, the same on it, and
@@ -58,7 +61,8 @@ class DiagonalProducts {
 /// λ = w∘φ over a range for the losses whose weights need no figure of the whole state first,
 /// w[x] = ∂loss/∂p[x] up to a constant factor: the expectation (w = e) and the Gibbs loss
 /// (w = −exp(shift − e/t), the factor 1/Z left to the caller, Z = Σ p·exp(shift − e/t) with
-/// shift = min e/t so that nothing overflows). Returns the range's share of Σ p·e, or of Z.
+/// shift = min e/t so that nothing overflows). Returns the range's share of Σ p·e, or of Z; a
+/// null λ takes only that figure.
 struct LossWeights {
   const EnergyTable* e;
   bool gibbs;
@@ -69,6 +73,10 @@ struct LossWeights {
   /// The same over a whole state of 2^n amplitudes, in one parallel pass.
   double all(const Amplitude* phi, Amplitude* lam, unsigned n) const;
 };
+
+/// The weights of `settings`' loss over `energies`; none for CVaR, whose weights need the whole
+/// distribution first. Throws std::invalid_argument for a temperature that is 0 or not finite.
+std::optional<LossWeights> loss_weights(const EnergyTable& energies, const LossSettings& settings);
 
 /// The products of one backward X-mixer layer, gathered while the layer's passes hold both
 /// states in cache: Im⟨λ|D|φ⟩ before the pending phase is undone, Im⟨λ|Σ_q X_q|φ⟩ once the
